@@ -1,0 +1,89 @@
+#include "support/nats_server.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <stdexcept>
+#include <vector>
+
+#include "support/wait_until.h"
+
+namespace {
+
+sockaddr_in LoopbackAddress(int port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<in_port_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
+/// A port that is free now. Somebody may take it before the server does; the server
+/// then fails to start and another is tried.
+int FreePort() {
+  const int socket_fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address = LoopbackAddress(0);
+  socklen_t length = sizeof(address);
+  const bool ok = bind(socket_fd, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
+                  getsockname(socket_fd, reinterpret_cast<sockaddr*>(&address), &length) == 0;
+  close(socket_fd);
+  return ok ? ntohs(address.sin_port) : 0;
+}
+
+}  // namespace
+
+NatsServer::NatsServer(Storage storage) : storage_(storage), port_(FreePort()) {
+  for (int attempts_left = 4;; --attempts_left) {
+    try {
+      Start();
+      return;
+    } catch (const std::runtime_error&) {
+      if (attempts_left == 0) {
+        throw;
+      }
+      port_ = FreePort();
+    }
+  }
+}
+
+NatsServer::~NatsServer() = default;
+
+void NatsServer::Start() {
+  std::vector<std::string> command = {"nats-server", "-a", "127.0.0.1", "-p",
+                                      std::to_string(port_)};
+  if (storage_ == Storage::kJetStream) {
+    command.insert(command.end(), {"-js", "-sd", (directory_.path() / "data").string()});
+  }
+  process_ = std::make_unique<ChildProcess>(command, (directory_.path() / "log").string());
+  const bool settled = WaitUntil([this] { return Serves() || !process_->IsRunning(); });
+  if (!settled || !process_->IsRunning()) {
+    throw std::runtime_error("nats-server does not serve:\n" + process_->Output());
+  }
+}
+
+void NatsServer::Kill() { process_->Kill(); }
+
+void NatsServer::ForgetData() { std::filesystem::remove_all(directory_.path() / "data"); }
+
+void NatsServer::Freeze() { process_->Signal(SIGSTOP); }
+
+void NatsServer::Thaw() { process_->Signal(SIGCONT); }
+
+bool NatsServer::Serves() const {
+  const int socket_fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const sockaddr_in address = LoopbackAddress(port_);
+  bool greeted = false;
+  if (connect(socket_fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
+    // A server speaks first: "INFO {...}".
+    pollfd readable{socket_fd, POLLIN, 0};
+    char first = 0;
+    greeted = poll(&readable, 1, 1000) == 1 && recv(socket_fd, &first, 1, 0) == 1 && first == 'I';
+  }
+  close(socket_fd);
+  return greeted;
+}
