@@ -1,0 +1,27 @@
+// Reading JSON whose shape is not known. jsoncpp throws when a value is asked for
+// what its type does not have; these do not.
+#pragma once
+
+#include <json/value.h>
+
+namespace qex {
+
+/// A key written as a literal: it is not copied into each object.
+using Key = Json::StaticString;
+
+/// A member of an object; null where it is missing or `value` is no object.
+inline const Json::Value& Member(const Json::Value& value, const char* key) {
+  return value.isObject() ? value[key] : Json::Value::nullSingleton();
+}
+
+/// An element of an array; null where it is missing or `value` is no array.
+inline const Json::Value& Element(const Json::Value& value, Json::ArrayIndex index) {
+  return value.isArray() ? value[index] : Json::Value::nullSingleton();
+}
+
+/// Whether `value` is an object with that member, null or not.
+inline bool HasMember(const Json::Value& value, const char* key) {
+  return value.isObject() && value.isMember(key);
+}
+
+}  // namespace qex

@@ -1,0 +1,197 @@
+// The names that the adapter deals in, subscription, the dispatch of requests, and
+// what the request handlers share.
+#include <cstdio>
+#include <iterator>
+
+#include "entry_guard.h"
+#include "json_access.h"
+#include "json_text.h"
+#include "log.h"
+#include "mqtt_adapter.h"
+#include "protocol.h"
+
+namespace qex {
+namespace {
+
+/// A published name. Most have nothing behind them but an answer to a request.
+struct PublishRow {
+  const char* name;
+  const char* topic;          ///< bus topic behind it, or null
+  const char* subscribe_log;  ///< format of its log entry: name, result
+};
+
+constexpr PublishRow kPublishes[] = {
+    {"ivs_result", kTopicIvsResult, " message:[%s] listen BUS_SRV_IVS_RESULT ret=%d"},
+    {"lanectrl_result", kTopicLanectrlResult,
+     " message:[%s] listen BUS_SRV_LANECTRL_RESULT ret=%d"},
+    // The entry deliberately names another topic than the one listened to.
+    {"gpio_in", kTopicExternalTrigger, " message:[%s] listen EVS_IVS_TRIGGER ret=%d"},
+    {"serial_data", kTopicSerialRead, " message:[%s] listen EVS_RS485_READ ret=%d"},
+    {"snapshot", nullptr, nullptr},
+    {"bind_device_list", nullptr, nullptr},
+    {"agent_rtsp_url", nullptr, nullptr},
+    {"agent_talkback_port", nullptr, nullptr},
+    {"offline_record", nullptr, nullptr},
+    {"get_image_by_id", nullptr, nullptr},
+    {"white_list_operator", nullptr, nullptr},
+    {"get_device_timestamp", nullptr, nullptr},
+    {"wl_check_status", nullptr, nullptr},
+    {"get_sn", nullptr, nullptr},
+    {"get_last_result", nullptr, nullptr},
+    {"get_io_out_status", nullptr, nullptr},
+    {"get_ad_voice", nullptr, nullptr},
+    {"get_lcd_bright", nullptr, nullptr},
+};
+static_assert(std::size(kPublishes) == 18, "every published name has its row");
+
+const PublishRow* FindPublish(const std::string& name) {
+  for (const PublishRow& row : kPublishes) {
+    if (name == row.name) {
+      return &row;
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+/// In the order of comparison.
+const MQTTAdapter::RequestRow MQTTAdapter::kRequests[] = {
+    {"set_cloud_ctrl", &MQTTAdapter::DoCmdCtrlCloud},
+    {"ivs_trigger", &MQTTAdapter::DoCmdTrigger},
+    {"gpio_out", &MQTTAdapter::DoCmdGpioOut},
+    {"serial_data", &MQTTAdapter::DoCmdWrite485},
+    {"set_time", &MQTTAdapter::DoCmdSetTime},
+    {"snapshot", &MQTTAdapter::DoCmdSnapshot},
+    {"reboot_dev", &MQTTAdapter::DoCmdReboot},
+    {"check_offline_record", &MQTTAdapter::DoCmdSendOffline},
+    {"bind_device_list", &MQTTAdapter::DoCmdBindDeviceList},
+    {"agent_rtsp_url", &MQTTAdapter::DoCmdAgentRtspUrl},
+    {"agent_talkback_port", &MQTTAdapter::DoCmdAgentTalkbackPort},
+    {"lanectrl_result_cfg", &MQTTAdapter::DoCmdAgentLanectrlResultCfg},
+    {"get_image_by_id", &MQTTAdapter::DoCmdGetImageById},
+    {"white_list_operator", &MQTTAdapter::DoCmdForWLOperator},
+    {"get_device_timestamp", &MQTTAdapter::DoCmdGetDeviceTimestamp},
+    {"wl_check_status", &MQTTAdapter::DoCmdWLCheckStatus},
+    {"get_sn", &MQTTAdapter::DoCmdGetSn},
+    {"get_last_result", &MQTTAdapter::DoCmdGetLastResult},
+    {"get_io_out_status", &MQTTAdapter::DoCmdGetIoOutStatus},
+    {"get_ad_voice", &MQTTAdapter::DoCmdGetAdVoice},
+    {"set_ad_voice", &MQTTAdapter::DoCmdSetAdVoice},
+    {"get_lcd_bright", &MQTTAdapter::DoCmdGetLcdBright},
+    {"set_lcd_bright", &MQTTAdapter::DoCmdSetLcdBright},
+};
+
+void MQTTAdapter::GetMessageNames(std::set<std::string>& requests,
+                                  std::set<std::string>& publishes) try {
+  static_assert(std::size(kRequests) == 23, "every request has its row");
+  puts("\033[31m GetMessageNames \033[0m ");
+  for (const RequestRow& row : kRequests) {
+    requests.insert(row.name);
+  }
+  for (const PublishRow& row : kPublishes) {
+    publishes.insert(row.name);
+  }
+} catch (...) {
+  LogCaughtException(__func__);
+}
+
+bool MQTTAdapter::SubscribeMessage(const std::string& name) try {
+  if (!m_dp_client_) {
+    return false;
+  }
+  ADAPTER_LOG(kLogDebug, "SubscribeMessage: name= %s", name.c_str());
+  const PublishRow* row = FindPublish(name);
+  if (row == nullptr) {
+    return false;
+  }
+  if (row->topic != nullptr) {
+    const int ret = m_dp_client_->ListenMessage(row->topic, 0);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // a literal of the table above
+    ADAPTER_LOG(kLogDebug, row->subscribe_log, name.c_str(), ret);
+#pragma GCC diagnostic pop
+    return ret == 0;
+  }
+  if (name == "snapshot") {
+    printf("\033[31m message:[%s] SubscribeMessage success. \033[0m \n", name.c_str());
+  } else if (name == "offline_record") {
+    ADAPTER_LOG(kLogDebug, "message:[%s] SubscribeMessage success.", name.c_str());
+    OnNotifyOfflineCount();
+  }
+  return true;
+} catch (...) {
+  return Guarded(__func__, false);
+}
+
+void MQTTAdapter::UnsubscribeMessage(const std::string& name) try {
+  if (!m_dp_client_) {
+    return;
+  }
+  // The text of the subscription serves here too, deliberately.
+  ADAPTER_LOG(kLogDebug, "SubscribeMessage: name= %s", name.c_str());
+  const PublishRow* row = FindPublish(name);
+  if (row != nullptr && row->topic != nullptr) {
+    m_dp_client_->RemoveListenMessage(row->topic);
+  }
+} catch (...) {
+  LogCaughtException(__func__);
+}
+
+bool MQTTAdapter::RequestMessage(const std::string& name, const Json::Value& payload,
+                                 const std::string& version, Json::Value& response) try {
+  ADAPTER_LOG(kLogDebug, "RequestMessage name=%s version=%s ", name.c_str(), version.c_str());
+  for (const RequestRow& row : kRequests) {
+    if (name == row.name) {
+      return (this->*row.handler)(payload, version, response);
+    }
+  }
+  return false;
+} catch (...) {
+  return Guarded(__func__, false);
+}
+
+bool MQTTAdapter::IsObjectWithType(const Json::Value& payload, const char* function) {
+  if (!payload.isObject()) {
+    ADAPTER_LOG_AS(function, kLogWarning, "invalid payload, not json object");
+    return false;
+  }
+  if (!payload.isMember("type")) {
+    ADAPTER_LOG_AS(function, kLogWarning, "payload parameter is incomplete and type is missing");
+    return false;
+  }
+  return true;
+}
+
+bool MQTTAdapter::TypeIs(const Json::Value& payload, const char* name) {
+  const Json::Value& type = Member(payload, "type");
+  return type.isString() && type.asString() == name;
+}
+
+bool MQTTAdapter::CheckPayloadIsValid(const Json::Value& payload) {
+  return IsObjectWithType(payload, __func__) && payload["type"].isString();
+}
+
+int MQTTAdapter::SendBusRequest(const char* queue, const std::string& request, int timeout_ms,
+                                std::string* reply) {
+  if (!m_dp_client_) {
+    return 0;
+  }
+  return m_dp_client_->SendRequest(queue, 0, request.data(), request.size(), reply, timeout_ms);
+}
+
+bool MQTTAdapter::AskForJson(const char* queue, const std::string& request, int timeout_ms,
+                             std::string* reply, Json::Value* parsed) {
+  SendBusRequest(queue, request, timeout_ms, reply);
+  if (!reply->empty() && Json::String2Json(*reply, *parsed)) {
+    return true;
+  }
+  *parsed = Json::Value();
+  return false;
+}
+
+void MQTTAdapter::Publish(const char* name, const Json::Value& payload, unsigned long long tag) {
+  SignalPushMessage(name, payload, kVersion, tag);
+}
+
+}  // namespace qex
