@@ -1,0 +1,136 @@
+// One recognition result as the JSON object that the cloud receives. The mixed
+// spelling of the keys is the published format.
+#include <cstdlib>
+
+#include "json_access.h"
+#include "log.h"
+#include "mqtt_adapter.h"
+#include "protocol.h"
+#include "tarvex/base64.h"
+
+namespace qex {
+namespace {
+
+/// Numbers the pictures of plates: one counter for the whole process, never reset.
+uint32_t g_plate_image_counter = 0;
+
+void PackRect(const Rect& rect, Json::Value& out) {
+  out[Key("bottom")] = rect.bottom;
+  out[Key("left")] = rect.left;
+  out[Key("right")] = rect.right;
+  out[Key("top")] = rect.top;
+}
+
+std::string PictureName(const IVS_RESULT_PARAM& record, const std::string& sn, const char* ending) {
+  return std::to_string(record.plate.sec) + "_" + sn + "_" + std::to_string(record.plate.plate_id) +
+         "_" + std::to_string(g_plate_image_counter++) + ending;
+}
+
+std::string EncodedReference(const std::string& reference) {
+  std::string encoded;
+  tarvex::Base64::EncodeFromArray(reference.data(), reference.size(), &encoded);
+  return encoded;
+}
+
+}  // namespace
+
+void MQTTAdapter::PackPlateResult(const IVS_RESULT_PARAM& record, int isoffline,
+                                  Json::Value& body) {
+  Json::Value& alarm = body[Key("AlarmInfoPlate")];
+  GetDevInfoJson(alarm);
+  Json::Value& result = alarm[Key("result")];
+  PackPlateLicenseInfo(&record, result, isoffline);
+  Json::Value& plate_result = result[Key("PlateResult")];
+  PackPlateTimestapInfo(&record.plate, plate_result);
+  PackPlateDetailInfo(&record.plate, plate_result);
+  PackPlateLocationInfo(&record.plate, plate_result);
+  PackPlateExtInfo(&record.plate, plate_result);
+  PackPlateImgInfo(&record, plate_result);
+}
+
+int MQTTAdapter::PackPlateLicenseInfo(const IVS_RESULT_PARAM* record, Json::Value& result,
+                                      int isoffline) {
+  const TH_PlateResult& plate = record->plate;
+  Json::Value& out = result[Key("PlateResult")];
+  Json::Value& outputs = out[Key("gioouts")];
+  if (outputs.isNull()) {
+    outputs.resize(0);
+  }
+  out[Key("colorType")] = plate.color_type;
+  out[Key("type")] = plate.type;
+  out[Key("direction")] = plate.direction;
+  out[Key("triggerType")] = plate.trigger_type;
+  out[Key("isoffline")] = isoffline != 0 ? 1 : 0;
+  out[Key("plateid")] = plate.plate_id;
+  out[Key("license")] = GetPlateInfoJson(record);
+  out[Key("license_ext_type")] = record->license_ext_type;
+  out[Key("clean_time")] = plate.time_used & 0x0FFFFFFF;
+  // Deliberately the whole word here, the masked one in the JSON.
+  ADAPTER_LOG(kLogInfo, "Pack Antuo Clean Time:%d.", plate.time_used);
+  return kStateOk;
+}
+
+int MQTTAdapter::PackPlateTimestapInfo(const TH_PlateResult* plate, Json::Value& plate_result) {
+  Json::Value& time = plate_result[Key("timeStamp")][Key("Timeval")];
+  time[Key("decyear")] = plate->dec_year;
+  time[Key("decmon")] = plate->dec_mon;
+  time[Key("decday")] = plate->dec_day;
+  time[Key("dechour")] = plate->dec_hour;
+  time[Key("decmin")] = plate->dec_min;
+  time[Key("decsec")] = plate->dec_sec;
+  time[Key("sec")] = plate->sec;
+  time[Key("usec")] = plate->usec;
+  return kStateOk;
+}
+
+int MQTTAdapter::PackPlateDetailInfo(const TH_PlateResult* plate, Json::Value& plate_result) {
+  const std::string color = RecordText(WholeRecord(*plate), offsetof(TH_PlateResult, color_value));
+  plate_result[Key("bright")] = plate->bright;
+  plate_result[Key("carBright")] = plate->car_bright;
+  plate_result[Key("carColor")] = plate->car_color;
+  plate_result[Key("confidence")] = plate->confidence;
+  plate_result[Key("colorValue")] = static_cast<int>(strtol(color.c_str(), nullptr, 16));
+  return kStateOk;
+}
+
+int MQTTAdapter::PackPlateLocationInfo(const TH_PlateResult* plate, Json::Value& plate_result) {
+  PackRect(plate->location, plate_result[Key("location")][Key("RECT")]);
+  plate_result[Key("timeUsed")] = plate->time_used;
+  return kStateOk;
+}
+
+int MQTTAdapter::PackPlateExtInfo(const TH_PlateResult* plate, Json::Value& plate_result) {
+  plate_result[Key("plate_true_width")] = plate->plate_true_width;
+  plate_result[Key("plate_distance")] = plate->plate_distance;
+  plate_result[Key("is_fake_plate")] = plate->is_fake_plate;
+  PackRect(plate->car_location, plate_result[Key("car_location")][Key("RECT")]);
+  Json::Value& brand = plate_result[Key("car_brand")];
+  brand[Key("brand")] = plate->car_brand;
+  brand[Key("year")] = plate->car_year;
+  brand[Key("type")] = plate->car_type;
+  // A constant by intention: it stands for no field of the record.
+  plate_result[Key("feature_code")] = true;
+  return kStateOk;
+}
+
+int MQTTAdapter::PackPlateImgInfo(const IVS_RESULT_PARAM* record, Json::Value& plate_result) {
+  if (!m_image_func_) {
+    return 0;
+  }
+  const std::string full_path = RecordText(*record, offsetof(IVS_RESULT_PARAM, full_image_path));
+  plate_result[Key("imagePath")] =
+      EncodedReference(m_image_func_(full_path, PictureName(*record, m_sn_, "_full.jpg")));
+  const std::string clip_path = RecordText(*record, offsetof(IVS_RESULT_PARAM, clip_image_path));
+  plate_result[Key("imageFragmentPath")] =
+      EncodedReference(m_image_func_(clip_path, PictureName(*record, m_sn_, "_clip.jpg")));
+  return 0;
+}
+
+std::string MQTTAdapter::GetPlateInfoJson(const IVS_RESULT_PARAM* record) {
+  const std::string encoded =
+      tarvex::Base64::Encode(RecordText(*record, offsetof(TH_PlateResult, license)));
+  ADAPTER_LOG(kLogInfo, "plate:%s", encoded.c_str());
+  return encoded;
+}
+
+}  // namespace qex
