@@ -1,0 +1,115 @@
+#include "mqtt_offline.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "json_access.h"
+#include "json_text.h"
+#include "log.h"
+#include "protocol.h"
+
+#define OFFLINE_LOG(...) __sys_log(kLogInfo, "mqtt_offline", __func__, __LINE__, __VA_ARGS__)
+
+namespace qex {
+namespace {
+
+/// Records fetched at a time, so that a reply stays small.
+constexpr uint32_t kBatchSize = 5;
+
+}  // namespace
+
+int MqttOfflineMgr::Init(boost::shared_ptr<tarvex::EventService> event_service,
+                         boost::shared_ptr<tarvex::DpClient> dp_client) {
+  m_event_service_ = event_service;
+  m_dp_client_ = dp_client;
+  return kStateOk;
+}
+
+std::string MqttOfflineMgr::AskStore(const Json::Value& request) {
+  std::string reply;
+  if (m_dp_client_) {
+    // The store is asked in the styled form, unlike every other service, and what
+    // counts is the reply, not the result of the send.
+    const std::string text = request.toStyledString();
+    m_dp_client_->SendRequest(kQueueResults, 0, text.data(), text.size(), &reply,
+                              kOfflineStoreTimeout_ms);
+  }
+  return reply;
+}
+
+int MqttOfflineMgr::GetCountOfflineRecords() {
+  if (!m_offline_records_.empty()) {
+    return static_cast<int>(m_offline_records_.size());
+  }
+  Json::Value request;
+  request[Key("type")] = "STP_GET_MQTT_OFFLINE_COUNT";
+  Json::Value reply;
+  if (!Json::String2Json(AskStore(request), reply)) {
+    return 0;
+  }
+  const Json::Value& count = Member(Member(reply, "body"), "offline_count");
+  if (!count.isInt()) {
+    return 0;
+  }
+  OFFLINE_LOG("mqtt offline count %d", count.asInt());
+  return count.asInt();
+}
+
+int MqttOfflineMgr::StartCheckOfflineRecords() {
+  if (m_remain_count_ == 0) {
+    return 0;
+  }
+  Json::Value request;
+  request[Key("type")] = "STP_SELECT_MQTT_OFFLINE_RECORD";
+  request[Key("body")][Key("count")] = std::min(m_remain_count_, kBatchSize);
+  request[Key("body")][Key("id")] = m_min_id_;
+  const std::string reply = AskStore(request);
+  if (reply.size() % sizeof(IvsOfflineInfo) != 0) {
+    return 0;
+  }
+  const size_t fetched = reply.size() / sizeof(IvsOfflineInfo);
+  // Deliberately not clamped: more records than asked for wrap the count.
+  m_remain_count_ -= static_cast<uint32_t>(fetched);
+  OFFLINE_LOG("get %d mqtt offline record from db.", static_cast<int>(fetched));
+  // Backwards, so that the first record of the reply is the next to be delivered.
+  for (size_t i = fetched; i-- > 0;) {
+    m_offline_records_.emplace_back();
+    memcpy(&m_offline_records_.back(), reply.data() + i * sizeof(IvsOfflineInfo),
+           sizeof(IvsOfflineInfo));
+  }
+  return static_cast<int>(fetched);
+}
+
+IvsOfflineInfo* MqttOfflineMgr::GetFirstOfflieRecord() {
+  if (m_offline_records_.empty() && StartCheckOfflineRecords() < 1) {
+    return nullptr;
+  }
+  return &m_offline_records_.back();
+}
+
+int MqttOfflineMgr::SetOfflinePushSuccess(uint32_t plate_id, bool is_offline) {
+  Json::Value request;
+  request[Key("type")] = "STP_SET_MQTT_OFFLINE_STATUS";
+  request[Key("body")][Key("plate_id")] = plate_id;
+  request[Key("body")][Key("push_status")] = 0;
+  AskStore(request);
+  if (is_offline && !m_offline_records_.empty()) {
+    // The current record's own id decides, whatever `plate_id` says.
+    const uint32_t current = m_offline_records_.back().result.plate.plate_id;
+    const auto match = std::find_if(m_offline_records_.begin(), m_offline_records_.end(),
+                                    [current](const IvsOfflineInfo& record) {
+                                      return record.result.plate.plate_id == current;
+                                    });
+    m_offline_records_.erase(match);
+  }
+  return kStateOk;
+}
+
+int MqttOfflineMgr::ClearAllOfflineRecord() {
+  Json::Value request;
+  request[Key("type")] = "STP_CLEAR_MQTT_OFFLINE";
+  AskStore(request);
+  return kStateOk;
+}
+
+}  // namespace qex
