@@ -1,0 +1,175 @@
+// Lane-control results: a person or a vehicle that stays in a lane. The device's
+// picture paths never leave the camera; the cloud gets what the host's image
+// function makes of the picture's number.
+#include <cstdio>
+
+#include "chw_info.h"
+#include "json_access.h"
+#include "log.h"
+#include "mqtt_adapter.h"
+#include "protocol.h"
+#include "tarvex/base64.h"
+#include "tarvex/time_util.h"
+
+namespace qex {
+namespace {
+
+/// Numbers the pictures of lane-control results, apart from those of plates: one
+/// counter for the whole process, never reset.
+uint32_t g_lane_image_counter = 0;
+
+constexpr int kPersonStays = 128;
+constexpr int kVehicleStays = 129;
+
+std::string SoftwareVersion() {
+  ChwInfo* info = ChwInfo::Interface();
+  return info != nullptr ? info->GetAppVer() : std::string();
+}
+
+Json::Value WithoutFileName(const Json::Value& image) {
+  Json::Value copy = image;
+  copy.removeMember("file_name");
+  return copy;
+}
+
+}  // namespace
+
+void MQTTAdapter::PackLanectrlResult(const Json::Value& message, Json::Value& output) {
+  output[Key("device_info")] = Member(message, "device_info");
+  output[Key("device_info")][Key("soft_ver")] = SoftwareVersion();
+  output[Key("time")] = tarvex::XTimeUtil::TimeLocalToString(tarvex::XTimeUtil::TimeSecond());
+  output[Key("isoffline")] = 0;
+
+  const Json::Value& results = Member(message, "results");
+  const Json::Value& first = Element(results, 0);
+  if (HasMember(first, "result_id")) {
+    output[Key("result_id")] = first["result_id"].asInt();
+  }
+  if (HasMember(first, "event_type")) {
+    output[Key("event_type")] = first["event_type"].asInt();
+  }
+  if (HasMember(message, "uid")) {
+    output[Key("plateid")] = message["uid"];
+  }
+
+  const Json::Value& full_images = Member(message, "full_image");
+  const Json::Value& small_images = Member(message, "small_image");
+  Json::Value& out = output[Key("result")];  // stays null without a full image
+  for (Json::ArrayIndex i = 0; full_images.isArray() && i < full_images.size(); ++i) {
+    out[i][Key("full_image")] = WithoutFileName(full_images[i]);
+    if (small_images.isArray() && i < small_images.size()) {
+      out[i][Key("small_image")] = WithoutFileName(small_images[i]);
+    }
+    const Json::Value& result = Element(results, i);
+    if (HasMember(result, "plate_result")) {
+      out[i][Key("plate_result")] = result["plate_result"];
+    }
+  }
+}
+
+int MQTTAdapter::OnLanectrlResultEvent(Json::Value& message, int isoffline) {
+  Json::Value output;
+  PackLanectrlResult(message, output);
+  if (PackLanectrlImgInfo(output, output[Key("result")]) != kStateOk) {
+    ADAPTER_LOG(kLogError, " OnLanectrlResultEvent PackLanectrlImgInfo error.");
+    return kStateBad;
+  }
+  ADAPTER_LOG(kLogInfo, "lanectrl_result:%s.", output.toStyledString().c_str());
+  Publish("lanectrl_result", output, isoffline != 0 ? kTagOfflineResult : kTagLanectrlResult);
+  return kStateOk;
+}
+
+int MQTTAdapter::SendLanectrlResultEvent(Json::Value& message) {
+  Json::Value output;
+  PackLanectrlResult(message, output);
+  if (PackLanectrlImgInfo(output, output[Key("result")]) != kStateOk) {
+    ADAPTER_LOG(kLogError, " OnLanectrlResultEvent PackLanectrlImgInfo error.");
+    return kStateBad;
+  }
+  Publish("get_last_result", output, kTagGetLastResult);
+  return kStateOk;
+}
+
+int MQTTAdapter::PackLanectrlImgInfo(Json::Value snapshot, Json::Value& result) {
+  if (!m_image_func_) {
+    return kStateOk;
+  }
+  const std::string stem = std::to_string(tarvex::XTimeUtil::TimeSecond()) + "_" + m_sn_ + "_" +
+                           std::to_string(Member(snapshot, "result_id").asInt()) + "_";
+  for (Json::ArrayIndex i = 0; i < result.size(); ++i) {
+    const Json::Value& entry = Element(Member(snapshot, "result"), i);
+    if (HasMember(entry, "full_image")) {
+      const std::string id = std::to_string(Member(entry["full_image"], "full_image_id").asInt());
+      printf("decode_path:big:%s\r\n", id.c_str());
+      const std::string name = stem + std::to_string(g_lane_image_counter++) + "_full.jpg";
+      result[i][Key("full_image")][Key("full_image_path")] =
+          tarvex::Base64::Encode(m_image_func_(id, name));
+    }
+    if (HasMember(entry, "small_image")) {
+      // The counter advances also when no picture follows.
+      const std::string name = stem + std::to_string(g_lane_image_counter++) + "_clip.jpg";
+      const Json::Value& image_id = Member(entry["small_image"], "small_image_id");
+      if (image_id.isInt()) {
+        const std::string id = std::to_string(image_id.asInt());
+        result[i][Key("small_image")][Key("small_image_path")] =
+            tarvex::Base64::Encode(m_image_func_(id, name));
+        printf("decode_path:small:%s\r\n", id.c_str());
+      }
+    }
+  }
+  return kStateOk;
+}
+
+void MQTTAdapter::IvsStruct2Json(IVS_EVENT_PARAM* event, Json::Value& out) {
+  out[Key("cmd")] = "common_alarm_result";
+  out[Key("module")] = "TCP_BUS_REQUEST";
+  out[Key("type")] = "common_alarm_result";
+  out[Key("uid")] = event->uid;
+
+  Json::Value& device = out[Key("device_info")];
+  device[Key("alg_chn")] = event->alg_chn;
+  device[Key("chn_id")] = event->chn_id;
+  device[Key("dev_ip")] = GetDeviceIpFromDb();
+  device[Key("dev_port")] = 80;
+  device[Key("rule_id")] = event->rule_id;
+
+  // The file names are fixed test paths, by intention.
+  Json::Value& full = out[Key("full_image")][0U];
+  Json::Value& crop = full[Key("fe_crop_info")];
+  crop[Key("left")] = event->crop_left;
+  crop[Key("top")] = event->crop_top;
+  crop[Key("width")] = event->crop_width;
+  crop[Key("height")] = event->crop_height;
+  full[Key("file_name")] = "/nfsroot/test_big.jpeg";
+  full[Key("full_image_id")] = event->full_image_id;
+  full[Key("image_type")] = event->full_image_type;
+
+  Json::Value& small = out[Key("small_image")][0U];
+  small[Key("image_type")] = event->small_image_type;
+  small[Key("file_name")] = "/nfsroot/test_small.jpeg";
+  small[Key("small_image_id")] = event->small_image_id;
+
+  Json::Value& result = out[Key("results")][0U];
+  result[Key("type")] = "common_alarm_lane_control";
+  result[Key("event_type")] = event->event_type;
+  result[Key("result_id")] = event->rule_id;  // the rule again
+  char time_text[64];
+  snprintf(time_text, sizeof(time_text), "%4d-%2d-%2d %2d:%2d:%2d", event->year, event->month,
+           event->day, event->hour, event->minute, event->second);
+  result[Key("time")] = time_text;
+  if (event->event_type == kPersonStays) {
+    result[Key("lane_ctrl_prop")][Key("person_stay_result")][Key("alarm_state")] = 1;
+  } else if (event->event_type == kVehicleStays) {
+    result[Key("lane_ctrl_prop")][Key("car_stay_result")][Key("alarm_state")] = 1;
+  }
+  if (event->plate_true_width > 0) {
+    Json::Value& plate = result[Key("plate_result")];
+    plate[Key("plate_true_width")] = event->plate_true_width;
+    plate[Key("confidence")] = event->confidence;
+    plate[Key("color_type")] = RecordText(*event, offsetof(IVS_EVENT_PARAM, color_type));
+    plate[Key("license")] = RecordText(*event, offsetof(IVS_EVENT_PARAM, license));
+    plate[Key("type")] = RecordText(*event, offsetof(IVS_EVENT_PARAM, type));
+  }
+}
+
+}  // namespace qex
