@@ -2,10 +2,11 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <list>
-#include <memory>
 #include <mutex>
+#include <optional>
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
@@ -54,14 +55,16 @@ class AsioEventService : public EventService {
   void Stop();
 
  private:
+  std::chrono::nanoseconds Scaled(int delay_ms) const;
   void ScheduleDelivery(std::size_t count);
   void DeliverNext();
   void ArmTimer();
   void OnTimer();
 
   const double clock_scale_;
-  std::mutex mutex_;  // guards pending_, and the timer with it
+  std::mutex mutex_;  // guards the pending messages and the timer
   PendingMessages pending_;
+  std::optional<PendingMessages::TimePoint> armed_for_;
   boost::asio::io_context context_;
   boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_;
   boost::asio::steady_timer timer_;  // of the delayed message that is due first

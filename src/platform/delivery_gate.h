@@ -19,4 +19,7 @@ using DeliveryGate = std::function<void(const DpMessage& message, std::function<
 /// To be called on that thread, or before it runs.
 void SetDeliveryGate(DeliveryGate gate);
 
+/// For clients: passes a message through the gate, or at once where there is none.
+void PassDeliveryGate(const DpMessage& message, std::function<void()> deliver);
+
 }  // namespace tarvex

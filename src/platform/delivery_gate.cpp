@@ -1,0 +1,32 @@
+#include "platform/delivery_gate.h"
+
+#include <memory>
+#include <mutex>
+#include <utility>
+
+namespace tarvex {
+namespace {
+
+std::mutex gate_mutex;
+std::shared_ptr<const DeliveryGate> current_gate;
+
+}  // namespace
+
+void SetDeliveryGate(DeliveryGate gate) {
+  auto fresh = gate ? std::make_shared<const DeliveryGate>(std::move(gate)) : nullptr;
+  const std::lock_guard<std::mutex> lock(gate_mutex);
+  current_gate.swap(fresh);
+}
+
+void PassDeliveryGate(const DpMessage& message, std::function<void()> deliver) {
+  std::unique_lock<std::mutex> lock(gate_mutex);
+  const auto gate = current_gate;  // kept: it may replace itself while it is called
+  lock.unlock();
+  if (gate) {
+    (*gate)(message, std::move(deliver));
+  } else {
+    deliver();
+  }
+}
+
+}  // namespace tarvex

@@ -1,0 +1,37 @@
+// What a key-value client knows of its database.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+
+namespace tarvex {
+
+/// Key to value. Callable from any thread.
+class KvCopy {
+ public:
+  using Values = std::map<std::string, std::string>;
+
+  /// @param value untouched when there is no such key.
+  bool Get(const std::string& key, std::string* value) const;
+
+  /// Takes over a whole database as it is now.
+  void Replace(Values values);
+
+  void Put(const std::string& key, const std::string& value);
+  void Remove(const std::string& key);
+
+  /// @return whether Replace was called, waiting for it if need be.
+  bool WaitForFirst(std::chrono::milliseconds deadline) const;
+
+ private:
+  mutable std::mutex mutex_;
+  mutable std::condition_variable replaced_;
+  bool is_complete_ = false;
+  Values values_;
+};
+
+}  // namespace tarvex

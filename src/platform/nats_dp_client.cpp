@@ -1,0 +1,171 @@
+#include "platform/nats_dp_client.h"
+
+#include <climits>
+#include <utility>
+
+#include <boost/make_shared.hpp>
+#include <boost/weak_ptr.hpp>
+
+#include "platform/delivery_gate.h"
+#include "platform/log.h"
+#include "platform/nats_names.h"
+
+namespace tarvex {
+namespace {
+
+constexpr int kAnswered = 1;
+constexpr int kNotAnswered = 0;
+constexpr int kListening = 0;
+constexpr int kNotListening = -1;
+
+/// How long to wait for the server to confirm that it has noted a topic.
+constexpr std::int64_t kConfirmation_ms = 500;
+
+/// What the library keeps for a subscription, until it has called back for the last time.
+struct Arrival {
+  std::shared_ptr<BusInbox> inbox;
+  std::shared_ptr<const BusTopic> topic;
+
+  static void OnNatsMessage(natsConnection*, natsSubscription*, natsMsg* received, void* closure) {
+    const NatsMessage message(received);
+    const auto* arrival = static_cast<const Arrival*>(closure);
+    try {
+      arrival->inbox->Accept(arrival->topic, natsMsg_GetData(received),
+                             static_cast<std::size_t>(natsMsg_GetDataLength(received)));
+    } catch (const std::exception& error) {
+      PLATFORM_LOG(kLogError, "message of %s lost: %s", arrival->topic->name.c_str(), error.what());
+    }
+  }
+  static void OnComplete(void* closure) { delete static_cast<Arrival*>(closure); }
+};
+
+NatsSubscription Subscribe(natsConnection* connection, const std::string& subject,
+                           std::unique_ptr<Arrival> arrival) {
+  natsSubscription* created = nullptr;
+  natsStatus status = natsConnection_Subscribe(&created, connection, subject.c_str(),
+                                               Arrival::OnNatsMessage, arrival.get());
+  NatsSubscription subscription(created);
+  if (status == NATS_OK) {
+    status = natsSubscription_SetOnCompleteCB(created, Arrival::OnComplete, arrival.get());
+    (void)arrival.release();  // OnComplete deletes it
+  }
+  if (status != NATS_OK) {
+    PLATFORM_LOG(kLogError, "cannot listen to %s: %s", subject.c_str(), natsStatus_GetText(status));
+    subscription.reset();
+  }
+  return subscription;
+}
+
+}  // namespace
+
+boost::shared_ptr<DpClient> DpClient::CreateDpClient(boost::shared_ptr<EventService> event_service,
+                                                     const SocketAddress& address,
+                                                     const std::string& name) {
+  if (!event_service) {
+    return nullptr;
+  }
+  auto link = NatsLink::Connect(address, name);
+  if (!link) {
+    return nullptr;
+  }
+  return boost::make_shared<NatsDpClient>(event_service, std::move(link));
+}
+
+NatsDpClient::NatsDpClient(boost::shared_ptr<EventService> event_service,
+                           std::shared_ptr<NatsLink> link)
+    : link_(std::move(link)),
+      inbox_(std::make_shared<BusInbox>(std::move(event_service),
+                                        static_cast<MessageHandler*>(this))) {}
+
+NatsDpClient::~NatsDpClient() {
+  for (auto& [name, listening] : listenings_) {
+    EndListening(listening);
+  }
+  inbox_->Close();
+}
+
+int NatsDpClient::SendRequest(const std::string& type, int /*flags*/, const char* data,
+                              size_t length, std::string* reply, int timeout_ms) {
+  const std::string subject = BusSubject(type);
+  if (!IsPlainSubject(subject) || length > INT_MAX || !link_->IsConnected()) {
+    return kNotAnswered;
+  }
+  natsMsg* received = nullptr;
+  const natsStatus status = natsConnection_Request(&received, link_->get(), subject.c_str(), data,
+                                                   static_cast<int>(length), timeout_ms);
+  const NatsMessage answer(received);
+  if (status != NATS_OK) {
+    PLATFORM_LOG(kLogDebug, "%s: %s", subject.c_str(), natsStatus_GetText(status));
+    return kNotAnswered;
+  }
+  if (reply != nullptr) {
+    reply->assign(natsMsg_GetData(received),
+                  static_cast<std::size_t>(natsMsg_GetDataLength(received)));
+  }
+  return kAnswered;
+}
+
+int NatsDpClient::ListenMessage(const std::string& topic, int /*flags*/) {
+  if (listenings_.count(topic) != 0) {
+    return kListening;
+  }
+  const std::string subject = BusSubject(topic);
+  if (!IsPlainSubject(subject)) {
+    PLATFORM_LOG(kLogError, "not a topic: %s", topic.c_str());
+    return kNotListening;
+  }
+  auto bus_topic = std::make_shared<BusTopic>(topic);
+  auto subscription =
+      Subscribe(link_->get(), subject, std::make_unique<Arrival>(Arrival{inbox_, bus_topic}));
+  if (!subscription) {
+    return kNotListening;
+  }
+  listenings_.emplace(topic, Listening{std::move(bus_topic), std::move(subscription)});
+  if (link_->IsConnected()) {
+    // From here on the topic's messages arrive, whoever sends them. Without an answer
+    // the connection is about to be lost; the next one begins with all topics.
+    natsConnection_FlushTimeout(link_->get(), kConfirmation_ms);
+  }
+  return kListening;
+}
+
+int NatsDpClient::RemoveListenMessage(const std::string& topic) {
+  const auto found = listenings_.find(topic);
+  if (found != listenings_.end()) {
+    EndListening(found->second);
+    listenings_.erase(found);
+  }
+  return kListening;
+}
+
+void NatsDpClient::EndListening(Listening& listening) {
+  listening.topic->listened = false;
+  natsSubscription_Unsubscribe(listening.subscription.get());
+}
+
+void NatsDpClient::OnMessage(Message* msg) {
+  // A slot may let go of the client's last owner.
+  const auto self = shared_from_this();
+  const auto arrived = boost::static_pointer_cast<ArrivedMessage>(msg->data);
+  const auto topic = arrived->topic();
+  if (!topic->listened) {
+    return;
+  }
+  const auto message = arrived->message();
+  const boost::weak_ptr<NatsDpClient> weak = self;
+  auto delivered = std::make_shared<bool>(false);
+  PassDeliveryGate(*message, [weak, topic, message, delivered] {
+    const auto client = weak.lock();
+    if (client && !std::exchange(*delivered, true)) {
+      client->Deliver(*topic, message);
+    }
+  });
+}
+
+void NatsDpClient::Deliver(const BusTopic& topic, const boost::shared_ptr<DpMessage>& message) {
+  if (topic.listened) {
+    SignalDpMessage(shared_from_this(), message);
+  }
+}
+
+}  // namespace tarvex

@@ -1,0 +1,151 @@
+#include "platform/nats_link.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <mutex>
+#include <random>
+#include <utility>
+
+#include "platform/log.h"
+#include "platform/nats_handle.h"
+#include "platform/nats_names.h"
+
+namespace tarvex {
+
+/// What the library's callbacks need. The library holds a share of it until it has
+/// called back for the last time, which may be after the link's own end.
+struct NatsLink::Watcher {
+  std::string title;  // for the log
+  std::mutex mutex;   // held during on_state
+  bool wanted = true;
+  std::function<void(bool connected)> on_state;
+
+  void Announce(bool connected) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (!wanted) {
+      return;
+    }
+    PLATFORM_LOG(connected ? kLogInfo : kLogWarning, "%s: %s", title.c_str(),
+                 connected ? "connected" : "connection lost");
+    if (on_state) {
+      on_state(connected);
+    }
+  }
+
+  // The library's side; `closure` is a std::shared_ptr<Watcher>*.
+  static Watcher& Of(void* closure) { return **static_cast<std::shared_ptr<Watcher>*>(closure); }
+  static void OnConnected(natsConnection*, void* closure) { Of(closure).Announce(true); }
+  static void OnDisconnected(natsConnection*, void* closure) { Of(closure).Announce(false); }
+  static void OnClosed(natsConnection*, void* closure) {
+    delete static_cast<std::shared_ptr<Watcher>*>(closure);
+  }
+};
+
+namespace {
+
+constexpr std::int64_t kConnectTimeout_ms = 1000;
+constexpr std::int64_t kWriteDeadline_ms = 1000;
+constexpr std::int64_t kPingInterval_ms = 1000;  // a frozen server is noticed after three
+constexpr int kUnansweredPings = 2;
+constexpr int kForEver = -1;
+constexpr int kNoReconnectBuffer_bytes = 1;  // 0 would mean the library's default, 8 MiB
+
+/// Waits between attempts to reconnect: 20 ms at first, doubling to 1 s, of which half
+/// is chance, so that the clients of a server that comes back do not all come at once.
+std::int64_t ReconnectDelay_ms(natsConnection*, int attempts, void*) {
+  thread_local std::minstd_rand random{std::random_device{}()};
+  const std::int64_t longest_ms = std::min<std::int64_t>(1000, 20LL << std::clamp(attempts, 0, 6));
+  return std::uniform_int_distribution<std::int64_t>(longest_ms / 2, longest_ms)(random);
+}
+
+void OnError(natsConnection*, natsSubscription*, natsStatus status, void*) {
+  PLATFORM_LOG(kLogWarning, "NATS: %s", natsStatus_GetText(status));
+}
+
+/// Remembers the first failure of a row of calls.
+class FirstFailure {
+ public:
+  void operator()(natsStatus status) { status_ = status_ == NATS_OK ? status : status_; }
+  natsStatus status() const { return status_; }
+
+ private:
+  natsStatus status_ = NATS_OK;
+};
+
+natsStatus SetBehaviour(natsOptions* options) {
+  FirstFailure check;
+  check(natsOptions_SetSendAsap(options, true));
+  check(natsOptions_SetMaxReconnect(options, kForEver));
+  check(natsOptions_SetCustomReconnectDelay(options, ReconnectDelay_ms, nullptr));
+  check(natsOptions_SetFailRequestsOnDisconnect(options, true));
+  check(natsOptions_SetReconnectBufSize(options, kNoReconnectBuffer_bytes));
+  check(natsOptions_SetIgnoreDiscoveredServers(options, true));
+  check(natsOptions_SetTimeout(options, kConnectTimeout_ms));
+  check(natsOptions_SetWriteDeadline(options, kWriteDeadline_ms));
+  check(natsOptions_SetPingInterval(options, kPingInterval_ms));
+  check(natsOptions_SetMaxPingsOut(options, kUnansweredPings));
+  check(natsOptions_SetErrorHandler(options, OnError, nullptr));
+  return check.status();
+}
+
+}  // namespace
+
+std::shared_ptr<NatsLink> NatsLink::Connect(const SocketAddress& address,
+                                            const std::string& client_name,
+                                            std::function<void(bool connected)> on_state) {
+  const SocketAddress server = EffectiveAddress(address);
+  if (!IsUsablePrefix()) {
+    return nullptr;
+  }
+  if (!IsUsableAddress(server)) {
+    PLATFORM_LOG(kLogError, "%s: no usable server address", client_name.c_str());
+    return nullptr;
+  }
+  const std::string place = server.host() + ":" + std::to_string(server.port());
+  std::shared_ptr<NatsLink> link(new NatsLink);
+  link->watcher_ = std::make_shared<Watcher>();
+  link->watcher_->title = client_name + " at " + place;
+  link->watcher_->on_state = std::move(on_state);
+  auto closure = std::make_unique<std::shared_ptr<Watcher>>(link->watcher_);
+
+  natsOptions* created = nullptr;
+  FirstFailure check;
+  check(natsOptions_Create(&created));
+  const NatsOptions options(created);
+  check(natsOptions_SetURL(created, ("nats://" + place).c_str()));
+  check(natsOptions_SetName(created, client_name.c_str()));
+  check(SetBehaviour(created));
+  check(natsOptions_SetRetryOnFailedConnect(created, true, Watcher::OnConnected, closure.get()));
+  check(natsOptions_SetReconnectedCB(created, Watcher::OnConnected, closure.get()));
+  check(natsOptions_SetDisconnectedCB(created, Watcher::OnDisconnected, closure.get()));
+  check(natsOptions_SetClosedCB(created, Watcher::OnClosed, closure.get()));
+  if (check.status() == NATS_OK) {
+    check(natsConnection_Connect(&link->connection_, created));
+  }
+  if (link->connection_ == nullptr) {
+    PLATFORM_LOG(kLogError, "%s: %s", link->watcher_->title.c_str(),
+                 natsStatus_GetText(check.status()));
+    return nullptr;
+  }
+  (void)closure.release();  // OnClosed deletes it
+  PLATFORM_LOG(kLogInfo, "%s: %s", link->watcher_->title.c_str(),
+               check.status() == NATS_OK ? "connected" : "not there yet, waiting for it");
+  return link;
+}
+
+NatsLink::~NatsLink() {
+  if (connection_ == nullptr) {
+    return;
+  }
+  {
+    const std::lock_guard<std::mutex> lock(watcher_->mutex);
+    watcher_->wanted = false;
+  }
+  natsConnection_Destroy(connection_);
+}
+
+bool NatsLink::IsConnected() const {
+  return natsConnection_Status(connection_) == NATS_CONN_STATUS_CONNECTED;
+}
+
+}  // namespace tarvex

@@ -1,0 +1,114 @@
+// The names and addresses of nats_link.h, and what the environment makes of them.
+#include "platform/nats_names.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cstdlib>
+#include <string>
+
+#include "platform/log.h"
+#include "platform/nats_link.h"
+
+namespace tarvex {
+namespace {
+
+constexpr const char* kPrefixVariable = "TARVEX_SUBJECT_PREFIX";
+
+std::string FromEnvironment(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+/// "host:port"; an empty host with port 0 when it is not.
+SocketAddress ParseAddress(const std::string& text) {
+  const std::size_t colon = text.rfind(':');
+  if (colon == std::string::npos || colon == 0) {
+    return {"", 0};
+  }
+  int port = 0;
+  const char* end = text.data() + text.size();
+  const auto parsed = std::from_chars(text.data() + colon + 1, end, port);
+  const SocketAddress address(text.substr(0, colon), port);
+  const bool complete = parsed.ec == std::errc() && parsed.ptr == end;
+  return complete && IsUsableAddress(address) ? address : SocketAddress("", 0);
+}
+
+SocketAddress FromVariable(const char* variable, const SocketAddress& otherwise) {
+  const std::string text = FromEnvironment(variable);
+  if (text.empty()) {
+    return otherwise;
+  }
+  SocketAddress address = ParseAddress(text);
+  if (address.port() == 0) {
+    PLATFORM_LOG(kLogError, "%s is not \"host:port\": %s", variable, text.c_str());
+  }
+  return address;
+}
+
+}  // namespace
+
+SocketAddress EffectiveAddress(const SocketAddress& address) {
+  if (address.host() == "127.0.0.1" && address.port() == 6101) {
+    return FromVariable("TARVEX_BUS_ADDRESS", address);
+  }
+  if (address.host() == "127.0.0.1" && address.port() == 6102) {
+    return FromVariable("TARVEX_KV_ADDRESS", address);
+  }
+  return address;
+}
+
+std::string BusSubject(const std::string& name) {
+  const std::string prefix = FromEnvironment(kPrefixVariable);
+  return prefix.empty() ? name : prefix + "." + name;
+}
+
+std::string KvBucket(const std::string& database) {
+  std::string prefix = FromEnvironment(kPrefixVariable);
+  if (prefix.empty()) {
+    return database;
+  }
+  std::replace_if(
+      prefix.begin(), prefix.end(), [](char character) { return !IsBucketCharacter(character); },
+      '_');
+  return prefix + "_" + database;
+}
+
+bool IsUsableAddress(const SocketAddress& address) {
+  const std::string& host = address.host();
+  const bool plain_host = !host.empty() && std::all_of(host.begin(), host.end(), [](char c) {
+    const auto character = static_cast<unsigned char>(c);
+    return std::isalnum(character) != 0 || c == '.' || c == '-' || c == '_' || c == ':' ||
+           c == '[' || c == ']';
+  });
+  return plain_host && address.port() > 0 && address.port() <= 65535;
+}
+
+bool IsUsablePrefix() {
+  const std::string prefix = FromEnvironment(kPrefixVariable);
+  if (prefix.empty() || IsPlainSubject(prefix)) {
+    return true;
+  }
+  PLATFORM_LOG(kLogError, "%s cannot begin a subject: %s", kPrefixVariable, prefix.c_str());
+  return false;
+}
+
+bool IsPlainSubject(const std::string& subject) {
+  char previous = '.';
+  for (const char character : subject) {
+    const auto code = static_cast<unsigned char>(character);
+    const bool misplaced_dot = character == '.' && previous == '.';
+    if (misplaced_dot || code <= ' ' || code == 0x7F || character == '*' || character == '>') {
+      return false;
+    }
+    previous = character;
+  }
+  return previous != '.';
+}
+
+bool IsBucketCharacter(char character) {
+  return std::isalnum(static_cast<unsigned char>(character)) != 0 || character == '_' ||
+         character == '-';
+}
+
+}  // namespace tarvex

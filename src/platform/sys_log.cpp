@@ -1,0 +1,90 @@
+#include "sys_log.h"
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "platform/log_entry.h"
+
+namespace {
+
+/// Read once, so that an entry that is filtered out costs next to nothing.
+struct LogSettings {
+  int level = tarvex::LogLevelFrom(std::getenv("TARVEX_LOG_LEVEL"));
+  bool to_syslog = WantsSyslog(std::getenv("TARVEX_LOG_TARGET"));
+
+  static bool WantsSyslog(const char* target) {
+    return target != nullptr && std::strcmp(target, "syslog") == 0;
+  }
+};
+
+__attribute__((format(printf, 1, 0))) std::string Formatted(const char* format,
+                                                            std::va_list arguments) {
+  std::va_list again;
+  va_copy(again, arguments);
+  std::array<char, 512> brief;
+  const int length = std::vsnprintf(brief.data(), brief.size(), format, arguments);
+  std::string text;
+  if (length < 0) {
+    text = format;  // not to be formatted: better raw than not at all
+  } else if (static_cast<std::size_t>(length) < brief.size()) {
+    text.assign(brief.data(), static_cast<std::size_t>(length));
+  } else {
+    const bool cut = static_cast<std::size_t>(length) > tarvex::kLongestLogText;
+    text.resize(cut ? tarvex::kLongestLogText : static_cast<std::size_t>(length));
+    std::vsnprintf(text.data(), text.size() + 1, format, again);
+    text.append(cut ? " [cut]" : "");
+  }
+  va_end(again);
+  return text;
+}
+
+/// One write per entry, so that the entries of different threads do not mix; more
+/// only where the system takes less at a time.
+void WriteToStandardError(const std::string& entry) {
+  std::size_t written = 0;
+  while (written < entry.size()) {
+    const ssize_t count = write(STDERR_FILENO, entry.data() + written, entry.size() - written);
+    if (count > 0) {
+      written += static_cast<std::size_t>(count);
+    } else if (errno != EINTR) {
+      return;  // nobody reads: the log never stands in the way
+    }
+  }
+}
+
+}  // namespace
+
+void __sys_log(int priority, const char* source, const char* function, int line, const char* format,
+               ...) {
+  static const LogSettings settings;
+  if (priority > settings.level || format == nullptr) {
+    return;
+  }
+  const int caller_errno = errno;
+  std::va_list arguments;
+  va_start(arguments, format);
+  try {
+    const std::string text = Formatted(format, arguments);
+    if (settings.to_syslog) {
+      syslog(LOG_MAKEPRI(LOG_DAEMON, priority & LOG_PRIMASK), "%s %s:%d %s",
+             source == nullptr ? "-" : source, function == nullptr ? "-" : function, line,
+             text.c_str());
+    } else {
+      WriteToStandardError(tarvex::LogEntry(std::chrono::system_clock::now(), priority, source,
+                                            function, line, text));
+    }
+  } catch (...) {
+    // No memory for the entry: a log call never fails.
+  }
+  va_end(arguments);
+  errno = caller_errno;
+}
