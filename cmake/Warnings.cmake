@@ -13,5 +13,4 @@ target_compile_options(
             -Wnon-virtual-dtor
             -Wcast-qual
             -Wformat=2
-            -Wnull-dereference
             -Werror)

@@ -1,0 +1,85 @@
+// What a confirmation of a live result sets off.
+#include "adapter_test.h"
+
+namespace {
+
+class Confirmation : public AdapterTest {
+ protected:
+  void SetUp() override {
+    Start();
+    Arrive(4);
+    Arrive(7);
+    ForgetLogs();
+  }
+  void Arrive(unsigned int plate_id) {
+    Deliver("BUS_SRV_IVS_RESULT", RecordBytes().PlateId(plate_id));
+    RunPosted();
+    PublishedPayload();
+  }
+  static std::string Delivered(unsigned int plate_id) {
+    return "BUS_GET_IVS_INFO {\n\t\"body\" : \n\t{\n\t\t\"plate_id\" : " +
+           std::to_string(plate_id) +
+           ",\n\t\t\"push_status\" : 0\n\t},\n\t\"type\" : \"STP_SET_MQTT_OFFLINE_STATUS\"\n}\n"
+           " timeout=5000";
+  }
+};
+
+TEST_F(Confirmation, ReportsTheNewestAndTakesItOffTheQueue) {
+  adapter_->OnMessagePublished(11);
+  EXPECT_EQ(BusHeard(), Delivered(7));
+  adapter_->OnMessagePublished(11);
+  EXPECT_EQ(BusHeard(), Delivered(4));
+}
+
+TEST_F(Confirmation, IsLoggedWithItsTag) {
+  adapter_->OnMessagePublished(12);
+  EXPECT_EQ(LogLines(), std::vector<std::string>{"6 OnMessagePublished tag :12"});
+  EXPECT_EQ(LoggedBy("OnMessagePublished", 6, "OnMessagePublished tag :12"), 1U);
+}
+
+TEST_F(Confirmation, OfTheSamePlateIdRemovesTheOlderOne) {
+  Arrive(4);  // queue: 4, 7, 4
+  adapter_->OnMessagePublished(11);
+  EXPECT_EQ(BusHeard(), Delivered(4));  // queue: 7, 4
+  adapter_->OnMessagePublished(11);
+  EXPECT_EQ(BusHeard(), Delivered(4));
+  adapter_->OnMessagePublished(11);
+  EXPECT_EQ(BusHeard(), Delivered(7));
+}
+
+TEST_F(Confirmation, IsIndependentOfTheStoresAnswer) {
+  Answers("BUS_GET_IVS_INFO", "", -5);
+  adapter_->OnMessagePublished(11);
+  EXPECT_EQ(BusHeard(), Delivered(7));
+  Answers("BUS_GET_IVS_INFO", "nonsense", 1);
+  adapter_->OnMessagePublished(11);
+  EXPECT_EQ(BusHeard(), Delivered(4));
+}
+
+TEST_F(Confirmation, OfALiveResultWithNoneQueuedDoesNothing) {
+  adapter_->OnMessagePublished(11);
+  adapter_->OnMessagePublished(11);
+  BusHeard();
+  BusHeard();
+  adapter_->OnMessagePublished(11);
+  EXPECT_EQ(BusHeard(), "nothing");
+}
+
+TEST_F(Confirmation, OfAnyOtherTagDoesNothingMore) {
+  for (unsigned long long tag = 0; tag <= 40; ++tag) {
+    if (tag != 11 && tag != 16) {
+      adapter_->OnMessagePublished(tag);
+    }
+  }
+  adapter_->OnMessagePublished(18446744073709551615ULL);
+  EXPECT_EQ(BusHeard(), "nothing");
+  EXPECT_EQ(Waiting(), "nothing");
+}
+
+TEST_F(Confirmation, PostsNothingForALiveResult) {
+  adapter_->OnMessagePublished(11);
+  BusHeard();
+  EXPECT_EQ(Waiting(), "nothing");
+}
+
+}  // namespace

@@ -1,0 +1,219 @@
+#include "adapter_test.h"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+
+#include "json_text.h"
+
+namespace {
+
+std::string Number(const std::string& bytes, size_t offset) {
+  int32_t value = 0;
+  memcpy(&value, bytes.data() + offset, sizeof(value));
+  return std::to_string(value);
+}
+
+std::string Rendered(const fake::BusRequest& request) {
+  std::string line = request.queue + " ";
+  if (request.queue == "EVS_GPIO_CONTROL" && request.data.size() == 12) {
+    line += "io=" + Number(request.data, 0) + " value=" + Number(request.data, 4) +
+            " delay=" + Number(request.data, 8);
+  } else if (request.queue == "EVS_RS485_WRITE" && request.data.size() >= 8) {
+    line += "word=" + Number(request.data, 0) + " channel=" + Number(request.data, 4) +
+            " data=" + request.data.substr(8);
+  } else {
+    line += request.data;
+  }
+  return line + " timeout=" + std::to_string(request.timeout_ms);
+}
+
+}  // namespace
+
+Json::Value Parsed(const std::string& text) {
+  Json::Value value;
+  if (!Json::String2Json(text, value)) {
+    throw std::invalid_argument("the test's own JSON is wrong: " + text);
+  }
+  return value;
+}
+
+std::string Compact(const Json::Value& value) {
+  std::string text;
+  Json::Json2String(value, text);
+  return text;
+}
+
+AdapterTest::AdapterTest() : events_(new fake::EventService) {
+  fake::ResetPlatform();
+  image_func_ = [this](const std::string& source, const std::string& name) {
+    image_calls_.push_back(source + " " + name);
+    return "url:" + name;
+  };
+}
+
+AdapterTest::~AdapterTest() { Destroy(); }
+
+void AdapterTest::TearDown() {
+  EXPECT_EQ(BusHeard(), "nothing") << "a bus request that the test did not expect";
+  EXPECT_TRUE(published_.empty()) << "a publication that the test did not expect: "
+                                  << published_.front().name;
+}
+
+void AdapterTest::Create() {
+  library_ = dlopen(MQTTADAPTER_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+  if (library_ == nullptr) {
+    throw std::runtime_error(dlerror());
+  }
+  const auto create =
+      reinterpret_cast<decltype(&create_adapter)>(dlsym(library_, "create_adapter"));
+  destroy_ = reinterpret_cast<decltype(&destory_adapter)>(dlsym(library_, "destory_adapter"));
+  adapter_ = create(events_, 7);
+  adapter_->SignalPushMessage.connect(this, &AdapterTest::OnPush);
+}
+
+void AdapterTest::Start() {
+  Create();
+  Console([this] { adapter_->Initialize(image_func_); });
+  ForgetLogs();
+}
+
+void AdapterTest::Destroy() {
+  if (adapter_ != nullptr) {
+    destroy_(adapter_);
+    adapter_ = nullptr;
+  }
+  response_ = Json::Value();
+  if (library_ != nullptr) {
+    // Unloading it, so that the picture counters start again with the next test.
+    published_.clear();
+    dlclose(library_);
+    library_ = nullptr;
+  }
+}
+
+bool AdapterTest::CloudSends(const std::string& name, const std::string& payload,
+                             const std::string& version) {
+  return adapter_->RequestMessage(name, Parsed(payload), version, response_);
+}
+
+std::string AdapterTest::BusHeard() {
+  std::deque<fake::BusRequest>& requests = platform().requests;
+  if (requests.empty()) {
+    return "nothing";
+  }
+  const fake::BusRequest request = requests.front();
+  requests.pop_front();
+  EXPECT_EQ(request.flags, 0);
+  return Rendered(request);
+}
+
+std::string AdapterTest::Published() {
+  if (published_.empty()) {
+    return "nothing";
+  }
+  const std::string head = std::string(PublishedHead());
+  return head + " " + Compact(PublishedPayload());
+}
+
+std::string AdapterTest::PublishedHead() {
+  if (published_.empty()) {
+    return "nothing";
+  }
+  const Publication& next = published_.front();
+  EXPECT_EQ(next.version, "1.0");
+  return next.name + " " + std::to_string(next.tag);
+}
+
+Json::Value AdapterTest::PublishedPayload() {
+  if (published_.empty()) {
+    ADD_FAILURE() << "nothing was published";
+    return Json::Value();
+  }
+  const Json::Value payload = published_.front().payload;
+  published_.pop_front();
+  return payload;
+}
+
+void AdapterTest::Answers(const std::string& queue, const std::string& reply, int result) {
+  platform().standing_answers[queue] = {result, reply};
+}
+
+void AdapterTest::AnswersNext(const std::string& queue, const std::string& reply, int result) {
+  platform().scripted_answers[queue].push_back({result, reply});
+}
+
+void AdapterTest::Deliver(const std::string& topic, const std::string& body) {
+  platform().Deliver(topic, body);
+}
+
+std::string AdapterTest::Waiting() {
+  std::string line;
+  for (const auto& pending : events_->pending) {
+    line += (line.empty() ? "" : ", ") + std::to_string(pending.message.message_id) + "@" +
+            std::to_string(pending.due_ms);
+  }
+  return line.empty() ? "nothing" : line;
+}
+
+size_t AdapterTest::Logged(int priority, const std::string& text) {
+  const auto& logs = platform().logs;
+  return static_cast<size_t>(std::count_if(logs.begin(), logs.end(), [&](const auto& entry) {
+    return entry.priority == priority && entry.text == text;
+  }));
+}
+
+size_t AdapterTest::LoggedBy(const std::string& function, int priority, const std::string& text) {
+  const auto& logs = platform().logs;
+  return static_cast<size_t>(std::count_if(logs.begin(), logs.end(), [&](const auto& entry) {
+    return entry.function == function && entry.priority == priority && entry.text == text;
+  }));
+}
+
+std::vector<std::string> AdapterTest::LogLines(int priority) {
+  std::vector<std::string> lines;
+  for (const auto& entry : platform().logs) {
+    if (priority < 0) {
+      lines.push_back(std::to_string(entry.priority) + " " + entry.text);
+    } else if (entry.priority == priority) {
+      lines.push_back(entry.text);
+    }
+  }
+  return lines;
+}
+
+void AdapterTest::ForgetLogs() { platform().logs.clear(); }
+
+std::string AdapterTest::Console(const std::function<void()>& action) {
+  fflush(stdout);
+  const std::unique_ptr<FILE, int (*)(FILE*)> file(tmpfile(), fclose);
+  const int saved = dup(STDOUT_FILENO);
+  dup2(fileno(file.get()), STDOUT_FILENO);
+  action();
+  fflush(stdout);
+  dup2(saved, STDOUT_FILENO);
+  close(saved);
+  rewind(file.get());
+  std::string text;
+  char buffer[4096];
+  for (size_t n = 0; (n = fread(buffer, 1, sizeof(buffer), file.get())) > 0;) {
+    text.append(buffer, n);
+  }
+  return text;
+}
+
+fake::Platform& AdapterTest::platform() { return fake::ThePlatform(); }
+
+void AdapterTest::OnPush(const std::string& name, const Json::Value& payload,
+                         const std::string& version, unsigned long long tag) {
+  // The copy keeps keys that live in the library; Destroy drops it before unloading.
+  published_.push_back({name, payload, version, tag});
+  if (on_publication_) {
+    on_publication_();
+  }
+}
