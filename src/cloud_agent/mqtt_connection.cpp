@@ -1,0 +1,208 @@
+#include "cloud_agent/mqtt_connection.h"
+
+#include <mosquitto.h>
+#include <mqtt_protocol.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "cloud_agent/log.h"
+
+namespace agent {
+namespace {
+
+constexpr int kQos = 1;
+constexpr int kFirstFailureCode = 0x80;
+
+class LibraryUse {
+ public:
+  LibraryUse() { mosquitto_lib_init(); }
+  // Never cleaned up: a connection that hangs in a name look-up may outlive main().
+};
+
+std::string ErrorText(int error) {
+  if (error == MOSQ_ERR_KEEPALIVE) {
+    return "no answer within the keep-alive";
+  }
+  if (error == MOSQ_ERR_ERRNO) {
+    return std::generic_category().message(errno);
+  }
+  return mosquitto_strerror(error);
+}
+
+std::string ReasonText(int reason_code) {
+  char number[16];
+  std::snprintf(number, sizeof(number), " (0x%02x)", static_cast<unsigned>(reason_code));
+  return mosquitto_reason_string(reason_code) + std::string(number);
+}
+
+void Require(int error, const char* what) {
+  if (error != MOSQ_ERR_SUCCESS) {
+    throw std::runtime_error(std::string(what) + ": " + ErrorText(error));
+  }
+}
+
+InboundRequest ToRequest(const mosquitto_message& message, const mosquitto_property* properties,
+                         std::size_t max_bytes) {
+  InboundRequest request;
+  request.topic = message.topic;
+  request.size = message.payloadlen > 0 ? static_cast<std::size_t>(message.payloadlen) : 0;
+  if (request.size > 0 && request.size <= max_bytes) {
+    request.payload.assign(static_cast<const char*>(message.payload), request.size);
+  }
+  request.retained = message.retain;
+  char* topic = nullptr;
+  if (mosquitto_property_read_string(properties, MQTT_PROP_RESPONSE_TOPIC, &topic, false) !=
+      nullptr) {
+    request.response_topic = topic;
+    std::free(topic);
+  }
+  void* data = nullptr;
+  std::uint16_t length = 0;
+  if (mosquitto_property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &data, &length,
+                                     false) != nullptr) {
+    request.has_correlation_data = true;
+    if (length > 0) {
+      request.correlation_data.assign(static_cast<const char*>(data), length);
+    }
+    std::free(data);
+  }
+  return request;
+}
+
+}  // namespace
+
+MqttConnection::MqttConnection(const BrokerOptions& options, MqttConnectionEvents* events)
+    : options_(options), events_(events) {
+  static const LibraryUse library_use;
+  client_ = mosquitto_new(options_.client_id.c_str(), true, this);
+  if (client_ == nullptr) {
+    throw std::runtime_error("no client can be made: " + ErrorText(MOSQ_ERR_ERRNO));
+  }
+  try {
+    Configure();
+  } catch (...) {
+    mosquitto_destroy(client_);
+    throw;
+  }
+}
+
+MqttConnection::~MqttConnection() { mosquitto_destroy(client_); }
+
+void MqttConnection::Configure() {
+  Require(mosquitto_threaded_set(client_, true), "threads");
+  Require(mosquitto_int_option(client_, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5), "MQTT 5");
+  // Without it a QoS 1 round trip costs tens of milliseconds.
+  Require(mosquitto_int_option(client_, MOSQ_OPT_TCP_NODELAY, 1), "TCP_NODELAY");
+  if (!options_.username.empty()) {
+    Require(
+        mosquitto_username_pw_set(client_, options_.username.c_str(), options_.password.c_str()),
+        "user name and password");
+  }
+  if (options_.use_tls) {
+    const auto or_null = [](const std::string& file) {
+      return file.empty() ? nullptr : file.c_str();
+    };
+    if (options_.ca_file.empty()) {
+      Require(mosquitto_int_option(client_, MOSQ_OPT_TLS_USE_OS_CERTS, 1), "TLS");
+    }
+    Require(mosquitto_tls_set(client_, or_null(options_.ca_file), nullptr,
+                              or_null(options_.cert_file), or_null(options_.key_file), nullptr),
+            "TLS");
+  }
+  Require(mosquitto_will_set_v5(client_, options_.will_topic.c_str(),
+                                static_cast<int>(options_.will_payload.size()),
+                                options_.will_payload.data(), kQos, true, nullptr),
+          "will");
+  mosquitto_connect_v5_callback_set(
+      client_, [](mosquitto*, void* self, int reason_code, int, const mosquitto_property*) {
+        static_cast<MqttConnection*>(self)->OnConnack(reason_code);
+      });
+  mosquitto_subscribe_v5_callback_set(client_, [](mosquitto*, void* self, int, int count,
+                                                  const int* granted, const mosquitto_property*) {
+    static_cast<MqttConnection*>(self)->OnSuback(count > 0 ? granted[0] : kFirstFailureCode);
+  });
+  mosquitto_disconnect_v5_callback_set(
+      client_, [](mosquitto*, void* self, int reason_code, const mosquitto_property*) {
+        static_cast<MqttConnection*>(self)->OnDisconnect(reason_code);
+      });
+  mosquitto_publish_v5_callback_set(client_, [](mosquitto*, void* self, int message_id,
+                                                int reason_code, const mosquitto_property*) {
+    static_cast<MqttConnection*>(self)->events_->OnPuback(message_id, reason_code);
+  });
+  mosquitto_message_v5_callback_set(
+      client_, [](mosquitto*, void* self, const mosquitto_message* message,
+                  const mosquitto_property* properties) {
+        const auto* connection = static_cast<MqttConnection*>(self);
+        connection->events_->OnRequestArrived(
+            ToRequest(*message, properties, connection->options_.max_request_bytes));
+      });
+}
+
+std::string MqttConnection::Open() {
+  // Asynchronous, so that a broker that does not answer costs one keep-alive only.
+  const int error =
+      mosquitto_connect_async(client_, options_.host.c_str(), options_.port, options_.keep_alive_s);
+  return error == MOSQ_ERR_SUCCESS ? "" : ErrorText(error);
+}
+
+bool MqttConnection::Loop(int timeout_ms) {
+  const int error = mosquitto_loop(client_, timeout_ms, 1);
+  if (error == MOSQ_ERR_SUCCESS) {
+    return true;
+  }
+  if (error_.empty()) {
+    error_ = ErrorText(error);
+  }
+  return false;
+}
+
+void MqttConnection::OnConnack(int reason_code) {
+  if (reason_code != 0) {
+    error_ = "the broker refuses: " + ReasonText(reason_code);
+    return;
+  }
+  // No retained request is wanted: what it asks for may be long out of date.
+  const int options =
+      MQTT_SUB_OPT_NO_LOCAL | MQTT_SUB_OPT_RETAIN_AS_PUBLISHED | MQTT_SUB_OPT_SEND_RETAIN_NEVER;
+  mosquitto_subscribe_v5(client_, nullptr, options_.request_filter.c_str(), kQos, options, nullptr);
+}
+
+void MqttConnection::OnSuback(int granted) {
+  if (granted >= kFirstFailureCode) {
+    AGENT_LOG(3, "the broker refuses the subscription to %s: %s; no request will arrive",
+              options_.request_filter.c_str(), ReasonText(granted).c_str());
+  }
+  events_->OnReady();
+}
+
+void MqttConnection::OnDisconnect(int reason_code) {
+  if (error_.empty() && reason_code >= kFirstFailureCode) {
+    error_ = "the broker disconnects: " + ReasonText(reason_code);
+  }
+}
+
+int MqttConnection::Publish(const OutboundMessage& message, int* message_id) {
+  mosquitto_property* properties = nullptr;
+  if (message.has_correlation_data) {
+    const int error = mosquitto_property_add_binary(
+        &properties, MQTT_PROP_CORRELATION_DATA, message.correlation_data.data(),
+        static_cast<std::uint16_t>(message.correlation_data.size()));
+    if (error != MOSQ_ERR_SUCCESS) {
+      return error;
+    }
+  }
+  const int error = mosquitto_publish_v5(client_, message_id, message.topic.c_str(),
+                                         static_cast<int>(message.payload.size()),
+                                         message.payload.data(), kQos, message.retain, properties);
+  mosquitto_property_free_all(&properties);
+  return error;
+}
+
+void MqttConnection::Disconnect() { mosquitto_disconnect_v5(client_, 0, nullptr); }
+
+}  // namespace agent

@@ -1,0 +1,284 @@
+#include "cloud_agent/options.h"
+
+#include <CLI/CLI.hpp>
+#include <fstream>
+#include <vector>
+
+#include "cloud_agent/status.h"
+
+namespace agent {
+namespace {
+
+constexpr int kPlainPort = 1883;
+constexpr int kTlsPort = 8883;
+
+constexpr char kDescription[] =
+    "Connects a camera's adapter plug-in to an MQTT broker.\n\n"
+    "Topics, with ROOT from --root and SN the camera's serial number:\n"
+    "  ROOT/SN/request/NAME    the cloud asks: {\"id\", \"version\", \"payload\"}\n"
+    "  ROOT/SN/response/NAME   the answer to it: {\"id\", \"result\", \"response\"}\n"
+    "  ROOT/SN/message/NAME    what the camera tells: {\"version\", \"tag\", \"payload\"}\n"
+    "  ROOT/SN/status          retained: whether it is online, and its counters\n";
+
+constexpr char kExample[] =
+    "\nExample:\n"
+    "  cloud_agent --plugin ./libmqttadapter.so --broker mqtt.example.org --tls \\\n"
+    "      --username cam7 --password-file cam7.password --picture-dir /var/lib/pictures\n\n"
+    "Every long option can stand in the --config file, one a line: broker = \"127.0.0.1:1883\"";
+
+struct RawOptions {
+  std::string broker = "127.0.0.1";
+  std::string password_file;
+  std::vector<std::string> switched_off_duties;
+};
+
+void AddPluginOptions(CLI::App* app, ProgramOptions* options) {
+  const char* group = "Plug-in";
+  app->add_option("--plugin", options->plugin_path, "Path of the adapter plug-in")
+      ->required()
+      ->group(group);
+  app->add_option("--adapter-id", options->adapter_id, "Number handed to the adapter")
+      ->capture_default_str()
+      ->group(group);
+}
+
+void AddBrokerOptions(CLI::App* app, ProgramOptions* options, RawOptions* raw) {
+  const char* group = "Broker";
+  BrokerOptions& broker = options->link.broker;
+  app->add_option("--broker", raw->broker, "HOST or HOST:PORT; the port is 1883, 8883 with TLS")
+      ->capture_default_str()
+      ->group(group);
+  app->add_option("--root", options->root, "What every topic begins with")
+      ->capture_default_str()
+      ->group(group);
+  app->add_option("--client-id", broker.client_id, "MQTT client id (default: the serial number)")
+      ->group(group);
+  app->add_option("--username", broker.username, "User name at the broker")->group(group);
+  app->add_option("--password-file", raw->password_file, "File whose first line is the password")
+      ->check(CLI::ExistingFile)
+      ->group(group);
+  app->add_option("--keep-alive", broker.keep_alive_s,
+                  "Seconds; a silent broker is left after twice as long")
+      ->check(CLI::Range(5, 65535))
+      ->capture_default_str()
+      ->group(group);
+  app->add_option("--backoff-min-ms", options->link.backoff_min_ms,
+                  "First delay before connecting again")
+      ->check(CLI::Range(1, 3600000))
+      ->capture_default_str()
+      ->group(group);
+  app->add_option("--backoff-max-ms", options->link.backoff_max_ms,
+                  "Longest delay before connecting again")
+      ->check(CLI::Range(1, 3600000))
+      ->capture_default_str()
+      ->group(group);
+  app->add_option("--ack-timeout", options->link.ack_timeout_s,
+                  "Seconds after which a broker that owes an acknowledgement is left")
+      ->check(CLI::Range(1, 3600))
+      ->capture_default_str()
+      ->group(group);
+}
+
+void AddTlsOptions(CLI::App* app, ProgramOptions* options) {
+  const char* group = "TLS";
+  BrokerOptions& broker = options->link.broker;
+  app->add_flag("--tls", broker.use_tls, "Use TLS; implied by --ca and --cert")->group(group);
+  app->add_option("--ca", broker.ca_file, "Certificates to trust (default: the system's)")
+      ->check(CLI::ExistingFile)
+      ->group(group);
+  CLI::Option* cert = app->add_option("--cert", broker.cert_file, "The client's certificate")
+                          ->check(CLI::ExistingFile)
+                          ->group(group);
+  CLI::Option* key = app->add_option("--key", broker.key_file, "The key of that certificate")
+                         ->check(CLI::ExistingFile)
+                         ->group(group);
+  cert->needs(key);
+  key->needs(cert);
+}
+
+void AddPictureOptions(CLI::App* app, ProgramOptions* options) {
+  const char* group = "Pictures";
+  options->pictures.directory = "pictures";
+  app->add_option("--picture-dir", options->pictures.directory, "Where published pictures are kept")
+      ->capture_default_str()
+      ->group(group);
+  app->add_option("--picture-url", options->pictures.url,
+                  "URL of that directory, as the cloud sees it (default: its file:// URL)")
+      ->group(group);
+  app->add_option("--id-picture-dir", options->pictures.id_directory,
+                  "Where the camera keeps its pictures by id, as ID.jpg")
+      ->group(group);
+  app->add_option("--keep-pictures", options->pictures.keep, "How many pictures stay")
+      ->check(CLI::Range(1, 10000000))
+      ->capture_default_str()
+      ->group(group);
+}
+
+void AddTrafficOptions(CLI::App* app, ProgramOptions* options) {
+  const char* group = "Traffic";
+  app->add_option("--max-request-bytes", options->agent.max_request_bytes,
+                  "Larger requests are answered with an error")
+      ->check(CLI::Range(64, 64 << 20))
+      ->capture_default_str()
+      ->group(group);
+  app->add_option("--results-in-flight", options->agent.guard.results_in_flight,
+                  "Recognition results under way at a time; above 1 results can be lost")
+      ->check(CLI::Range(1, 1000))
+      ->capture_default_str()
+      ->group(group);
+  app->add_option("--results-waiting", options->agent.guard.results_waiting,
+                  "Recognition results that may wait for their turn; others stay in the store")
+      ->check(CLI::Range(0, 100000))
+      ->capture_default_str()
+      ->group(group);
+  app->add_flag("--auto-push", options->agent.auto_push,
+                "Re-deliver undelivered results after each connection, unasked")
+      ->group(group);
+  app->add_option("--status-interval", options->agent.status_interval_s,
+                  "Seconds between two status messages")
+      ->check(CLI::Range(1, 86400))
+      ->capture_default_str()
+      ->group(group);
+  app->add_flag("--print-messages", options->print_messages,
+                "Print a line for each published message")
+      ->group(group);
+}
+
+std::string ReadPassword(const std::string& file, std::string* password) {
+  std::ifstream stream(file);
+  if (!std::getline(stream, *password)) {
+    return "--password-file: nothing can be read from " + file;
+  }
+  if (!password->empty() && password->back() == '\r') {
+    password->pop_back();
+  }
+  return "";
+}
+
+std::string Finish(const RawOptions& raw, ProgramOptions* options) {
+  BrokerOptions& broker = options->link.broker;
+  broker.use_tls = broker.use_tls || !broker.ca_file.empty() || !broker.cert_file.empty();
+  broker.port = broker.use_tls ? kTlsPort : kPlainPort;
+  std::string error = ParseHostAndPort(raw.broker, &broker.host, &broker.port);
+  if (!error.empty()) {
+    return "--broker: " + error;
+  }
+  error = CheckTopicLevels(options->root);
+  if (!error.empty()) {
+    return "--root: " + error;
+  }
+  if (options->link.backoff_max_ms < options->link.backoff_min_ms) {
+    return "--backoff-max-ms is below --backoff-min-ms";
+  }
+  if (!raw.password_file.empty()) {
+    if (broker.username.empty()) {
+      return "--password-file needs --username";
+    }
+    error = ReadPassword(raw.password_file, &broker.password);
+  }
+  Duties& duties = options->agent.guard.duties;
+  for (const std::string& name : raw.switched_off_duties) {
+    (name == "one-at-a-time" ? duties.one_at_a_time
+     : name == "stale-acks"  ? duties.ignore_stale_acks
+                             : duties.one_offline) = false;
+  }
+  return error;
+}
+
+}  // namespace
+
+std::string ParseHostAndPort(const std::string& text, std::string* host, int* port) {
+  std::string name = text;
+  std::string number;
+  const std::size_t colon = text.rfind(':');
+  const bool is_bracketed = !text.empty() && text.front() == '[';
+  const std::size_t bracket = is_bracketed ? text.find(']') : std::string::npos;
+  if (is_bracketed && bracket == std::string::npos) {
+    return "\"" + text + "\" lacks its \"]\"";
+  }
+  if (is_bracketed) {
+    name = text.substr(1, bracket - 1);
+    number = text.substr(bracket + 1);
+    if (!number.empty() && number.front() != ':') {
+      return "\"" + text + "\" is not [IPV6]:PORT";
+    }
+    number = number.empty() ? "" : number.substr(1);
+  } else if (colon != std::string::npos) {
+    if (text.find(':') != colon) {
+      return "an IPv6 address stands in brackets";
+    }
+    name = text.substr(0, colon);
+    number = text.substr(colon + 1);
+  }
+  const bool has_port = name.size() + (is_bracketed ? 2 : 0) != text.size();
+  if (name.empty()) {
+    return "\"" + text + "\" names no host";
+  }
+  if (has_port) {
+    const bool is_number = !number.empty() && number.size() <= 5 &&
+                           number.find_first_not_of("0123456789") == std::string::npos;
+    const int value = is_number ? std::stoi(number) : 0;
+    if (value < 1 || value > 65535) {
+      return "\"" + number + "\" is no port";
+    }
+    *port = value;
+  }
+  *host = name;
+  return "";
+}
+
+std::string CheckTopicLevels(const std::string& text) {
+  if (text.empty()) {
+    return "it is empty";
+  }
+  if (text.find_first_of("+#") != std::string::npos || text.find('\0') != std::string::npos) {
+    return "\"" + text + "\" has a character that topics cannot have";
+  }
+  if (text.front() == '$' || text.front() == '/' || text.back() == '/') {
+    return "\"" + text + "\" begins or ends with a character that it must not";
+  }
+  return "";
+}
+
+void CompleteOptions(const std::string& serial_number, double clock_scale,
+                     ProgramOptions* options) {
+  BrokerOptions& broker = options->link.broker;
+  const std::string base = options->root + "/" + serial_number;
+  if (broker.client_id.empty()) {
+    broker.client_id = serial_number;
+  }
+  broker.will_topic = base + "/status";
+  broker.will_payload = OfflineStatus();
+  broker.request_filter = base + "/request/#";
+  broker.max_request_bytes = options->agent.max_request_bytes;
+  options->agent.base = base;
+  options->agent.clock_scale = clock_scale;
+}
+
+std::optional<int> ParseOptions(int argc, const char* const* argv, ProgramOptions* options) {
+  CLI::App app(kDescription, "cloud_agent");
+  app.footer(kExample);
+  app.set_config("--config", "", "File with more options", false);
+  RawOptions raw;
+  AddPluginOptions(&app, options);
+  AddBrokerOptions(&app, options, &raw);
+  AddTlsOptions(&app, options);
+  AddPictureOptions(&app, options);
+  AddTrafficOptions(&app, options);
+  // Shows what a duty is for; in no help text, for it loses results.
+  app.add_option("--no-duty", raw.switched_off_duties, "")
+      ->check(CLI::IsMember({"one-at-a-time", "stale-acks", "one-offline"}))
+      ->group("");
+  try {
+    app.parse(argc, argv);
+    const std::string error = Finish(raw, options);
+    if (!error.empty()) {
+      throw CLI::ValidationError(error);
+    }
+  } catch (const CLI::ParseError& failure) {
+    return app.exit(failure);
+  }
+  return std::nullopt;
+}
+
+}  // namespace agent

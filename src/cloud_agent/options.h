@@ -1,0 +1,40 @@
+// What a person can set: command line and configuration file.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "cloud_agent/agent.h"
+#include "cloud_agent/mqtt_link.h"
+#include "cloud_agent/picture_store.h"
+
+namespace agent {
+
+struct ProgramOptions {
+  std::string plugin_path;
+  int adapter_id = 0;
+  std::string root = "cameras";
+  bool print_messages = false;
+  MqttLink::Options link;  ///< without topics
+  PictureStore::Options pictures;
+  Agent::Options agent;  ///< without base and clock scale
+};
+
+/// Reads the command line, and the file that it names. What is wrong with either, and
+/// the help, goes to the terminal.
+/// @return the exit status when the program is to end at once.
+std::optional<int> ParseOptions(int argc, const char* const* argv, ProgramOptions* options);
+
+/// Reads "HOST", "HOST:PORT" or "[IPV6]:PORT".
+/// @param port is left alone without a port.
+/// @return empty, or what is wrong.
+std::string ParseHostAndPort(const std::string& text, std::string* host, int* port);
+
+/// What keeps a text from being levels of a topic, such as "cameras" or "eu/cameras".
+/// @return empty when nothing does.
+std::string CheckTopicLevels(const std::string& text);
+
+/// Fills in what depends on the device's serial number and the clock.
+void CompleteOptions(const std::string& serial_number, double clock_scale, ProgramOptions* options);
+
+}  // namespace agent

@@ -1,0 +1,40 @@
+// The retained status message: that the camera is there, and how it fares.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "cloud_agent/undelivered.h"
+
+namespace agent {
+
+/// Since the agent was started.
+struct StatusCounters {
+  std::uint64_t connections = 0;
+  std::uint64_t published = 0;     ///< messages of the plug-in that were sent
+  std::uint64_t acknowledged = 0;  ///< of those, taken by the broker
+  std::uint64_t refused_by_broker = 0;
+  std::uint64_t dropped_link_down = 0;
+  std::uint64_t dropped_backlog_full = 0;
+  std::uint64_t dropped_not_publishable = 0;
+  std::uint64_t dropped_offline_busy = 0;
+  std::uint64_t results_waiting = 0;  ///< now
+  std::uint64_t results_overflowed = 0;
+  std::uint64_t results_without_publication = 0;
+  std::uint64_t ignored_acks = 0;
+  std::uint64_t withheld_acks = 0;
+  std::uint64_t requests = 0;
+  std::uint64_t request_errors = 0;
+};
+
+/// @return the status text, one line of JSON.
+std::string OnlineStatus(const std::set<std::string>& requests,
+                         const std::set<std::string>& publishes, const StatusCounters& counters,
+                         const std::optional<Undelivered>& undelivered);
+
+/// The same of a camera that is not there, which is also the will.
+std::string OfflineStatus();
+
+}  // namespace agent
