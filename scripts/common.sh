@@ -1,0 +1,88 @@
+# What the commands of ./dev share: packages, building, checking. Sourced.
+# shellcheck shell=bash
+
+fail() {
+  printf './dev: %s\n' "$*" >&2
+  exit 1
+}
+
+say() { printf './dev: %s\n' "$*"; }
+
+# Installs the Debian packages that are missing; says nothing when none is.
+# usage: need_packages [lint]
+need_packages() {
+  local list=scripts/packages.txt wanted missing=() name as_root=()
+  wanted=$(sed -e 's/#.*//' "$list")
+  [ "${1:-}" != lint ] || wanted+=$'\n'$(sed -e 's/#.*//' scripts/packages-lint.txt)
+  for name in $wanted; do
+    [ "$(dpkg-query -W -f='${db:Status-Status}' "$name" 2>/dev/null)" = installed ] ||
+      missing+=("$name")
+  done
+  [ ${#missing[@]} -gt 0 ] || return 0
+  command -v apt-get >/dev/null || fail "needs apt-get to install: ${missing[*]}"
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || fail "needs root or sudo to install: ${missing[*]}"
+    as_root=(sudo)
+  fi
+  say "installing ${missing[*]}"
+  mkdir -p build
+  {
+    "${as_root[@]}" apt-get update &&
+      "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y --no-install-recommends "${missing[@]}"
+  } >build/apt.log 2>&1 || fail "apt-get failed, see build/apt.log: $(tail -n 1 build/apt.log)"
+}
+
+# usage: configure DIRECTORY [CMAKE OPTIONS]
+configure() {
+  local directory=build/$1
+  shift
+  mkdir -p "$directory"
+  [ -f "$directory/build.ninja" ] ||
+    cmake -S . -B "$directory" -G Ninja "$@" >"$directory/configure.log" 2>&1 || {
+    cat "$directory/configure.log" >&2
+    fail "configuring $directory failed"
+  }
+}
+
+# usage: build DIRECTORY [CMAKE OPTIONS]
+build() {
+  configure "$@"
+  cmake --build "build/$1" >"build/$1/build.log" 2>&1 || {
+    grep -A 12 -E 'error|FAILED|warning' "build/$1/build.log" | head -n 60 >&2 ||
+      tail -n 30 "build/$1/build.log" >&2
+    fail "the build failed, see build/$1/build.log"
+  }
+}
+
+# usage: run_tests DIRECTORY [NAME | CTEST OPTIONS]
+run_tests() {
+  local directory=build/$1 options=()
+  shift
+  while [ $# -gt 0 ]; do
+    case "$1" in
+      --label-exclude) options+=(--label-exclude "$2"); shift ;;
+      -*) options+=("$1") ;;
+      *) options+=(--tests-regex "$1") ;;
+    esac
+    shift
+  done
+  ctest --test-dir "$directory" --output-on-failure --no-tests=error "${options[@]}"
+}
+
+# The project's own C++ files.
+sources() { git ls-files --cached --others --exclude-standard -- '*.h' '*.cpp'; }
+
+scripts() { printf '%s\n' dev .ci/run scripts/*.sh; }
+
+lint() {
+  sources | xargs clang-format --dry-run --Werror || fail "layout: run ./dev format"
+  scripts | xargs shellcheck -x || fail "shellcheck found something"
+  # clang-tidy reads what the build of build/dev was told.
+  git ls-files -- '*.cpp' | xargs -P "$(nproc)" -n 4 clang-tidy -p build/dev --quiet \
+    >build/tidy.log 2>/dev/null || {
+    grep -E 'error|warning' build/tidy.log | sort -u | head -n 40 >&2
+    fail "clang-tidy found something, see build/tidy.log"
+  }
+  say "layout, shell scripts and clang-tidy are clean"
+}
