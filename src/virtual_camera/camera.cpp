@@ -1,0 +1,183 @@
+#include "virtual_camera/camera.h"
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "virtual_camera/log.h"
+#include "virtual_camera/services/services.h"
+
+namespace virtual_camera {
+
+namespace {
+
+// Cars are sent in turns no longer than this, so that services answer in between.
+constexpr int64_t kTurn_ms = 50;
+constexpr int64_t kWaitForBus_ms = 3000;
+constexpr int kMaxSlowAnswers = 1000;
+// Neither text nor a whole number of records.
+constexpr char kGarbage[] = "\xff\x00{]garbage";
+
+std::vector<std::string> Queues() {
+  std::vector<std::string> queues;
+  for (const ServiceRow& row : ServiceTable()) {
+    queues.emplace_back(row.queue);
+  }
+  return queues;
+}
+
+template <class Clock>
+auto SinceEpoch() {
+  return Clock::now().time_since_epoch();
+}
+
+}  // namespace
+
+int64_t AsioTimeline::SteadyMs() const {
+  using std::chrono::milliseconds;
+  return std::chrono::duration_cast<milliseconds>(SinceEpoch<std::chrono::steady_clock>()).count();
+}
+
+int64_t AsioTimeline::SystemUs() const {
+  using std::chrono::microseconds;
+  return std::chrono::duration_cast<microseconds>(SinceEpoch<std::chrono::system_clock>()).count();
+}
+
+void AsioTimeline::After(int64_t delay_ms, std::function<void()> task) {
+  event_service_.PostTaskAfter(std::chrono::milliseconds(std::max<int64_t>(delay_ms, 0)),
+                               std::move(task));
+}
+
+Camera::Camera(const CameraOptions& options, std::function<void()> on_ready)
+    : timeline_(event_service_),
+      on_ready_(std::move(on_ready)),
+      replay_(options.replay_file.empty() ? nullptr
+                                          : std::make_unique<ReplayFile>(options.replay_file)),
+      modes_(Queues()),
+      key_values_(event_service_),
+      bus_(event_service_, [this](bool connected) { OnBusState(connected); }),
+      device_(options.device, timeline_, bus_, key_values_),
+      control_(device_, modes_, [this] { return ConnectionState(); }),
+      cars_per_second_(options.cars_per_minute / 60),
+      replays_per_second_(replay_ ? options.replay_per_second : 0) {
+  for (const ServiceRow& row : ServiceTable()) {
+    services_[row.queue] = row.create(device_);
+  }
+  bus_.Serve(kControlQueue, [this](const std::string& command, const BusServer::Reply& reply) {
+    control_.Handle(command, reply);
+  });
+  modes_.OnChange([this] { ApplyModes(); });
+  ApplyModes();
+  // Cars come also to a camera whose bus is not there.
+  timeline_.After(kWaitForBus_ms, [this] { BeginTraffic(); });
+}
+
+void Camera::OnBusState(bool connected) {
+  CAMERA_LOG(connected ? kLogInfo : kLogWarning,
+             connected ? "the bus is there" : "the bus is away");
+  if (!connected || !on_ready_) {
+    return;
+  }
+  if (!bus_.Flush()) {
+    return;  // lost again at once; the next connection makes it ready
+  }
+  std::exchange(on_ready_, nullptr)();
+  BeginTraffic();
+}
+
+void Camera::BeginTraffic() {
+  if (!std::exchange(is_in_traffic_, true)) {
+    cars_ = Pace(cars_per_second_, timeline_.SteadyMs());
+    replays_ = Pace(replays_per_second_, timeline_.SteadyMs());
+    SendCars();
+    SendReplays();
+  }
+}
+
+void Camera::ApplyModes() {
+  for (const auto& entry : services_) {
+    const std::string& queue = entry.first;
+    if (!modes_.IsServed(queue)) {
+      bus_.StopServing(queue);
+    } else if (!bus_.IsServing(queue)) {
+      bus_.Serve(queue, [this, queue](const std::string& request, const BusServer::Reply& reply) {
+        HandleRequest(queue, request, reply);
+      });
+    }
+  }
+  if (bus_.IsConnected()) {
+    bus_.Flush();
+  }
+}
+
+void Camera::HandleRequest(const std::string& queue, const std::string& request,
+                           const BusServer::Reply& reply) {
+  const ServiceMode mode = modes_.Of(queue);
+  if (mode.kind == ServiceMode::Kind::kGarbage) {
+    reply(std::string(kGarbage, sizeof(kGarbage) - 1));
+  } else if (mode.kind == ServiceMode::Kind::kSlow) {
+    if (slow_answers_ < kMaxSlowAnswers) {
+      ++slow_answers_;
+      timeline_.After(mode.delay_ms, [this, queue, request, reply] {
+        --slow_answers_;
+        AnswerBy(queue, request, reply);
+      });
+    }
+  } else {
+    AnswerBy(queue, request, reply);
+  }
+}
+
+void Camera::AnswerBy(const std::string& queue, const std::string& request,
+                      const BusServer::Reply& reply) {
+  reply(services_.at(queue)->Answer(request));
+}
+
+void Camera::SendCars() {
+  const int64_t begin_ms = timeline_.SteadyMs();
+  for (int64_t due = cars_.Due(begin_ms); due > 0; --due) {
+    cars_.Take();
+    try {
+      device_.recognition.CarPasses(Trigger::kVideo, std::nullopt);
+    } catch (const std::exception& error) {
+      CAMERA_LOG(kLogError, "a car is lost: %s", error.what());
+    }
+    if (timeline_.SteadyMs() - begin_ms > kTurn_ms) {
+      break;
+    }
+  }
+  timeline_.After(cars_.NextInMs(), [this] { SendCars(); });
+}
+
+void Camera::SendReplays() {
+  if (!replay_) {
+    return;
+  }
+  for (int64_t due = replays_.Due(timeline_.SteadyMs()); due > 0; --due) {
+    const std::optional<std::string> record = replay_->Next();
+    if (!record) {
+      CAMERA_LOG(kLogInfo, "all records are replayed");
+      return;
+    }
+    replays_.Take();
+    try {
+      device_.recognition.Replay(*record);
+    } catch (const std::exception& error) {
+      CAMERA_LOG(kLogError, "a replayed record is lost: %s", error.what());
+    }
+  }
+  timeline_.After(replays_.NextInMs(), [this] { SendReplays(); });
+}
+
+Json::Value Camera::ConnectionState() const {
+  Json::Value state;
+  state["bus"] = bus_.IsConnected();
+  state["requests_dropped"] = static_cast<Json::Int64>(bus_.dropped());
+  state["cars_given_up"] = static_cast<Json::Int64>(cars_.given_up());
+  return state;
+}
+
+}  // namespace virtual_camera

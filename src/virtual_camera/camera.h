@@ -1,0 +1,91 @@
+// The camera as a process: the device, its connections, and the traffic that passes.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include <json/value.h>
+
+#include "platform/asio_event_service.h"
+#include "virtual_camera/bus_server.h"
+#include "virtual_camera/control.h"
+#include "virtual_camera/device.h"
+#include "virtual_camera/nats_key_values.h"
+#include "virtual_camera/pace.h"
+#include "virtual_camera/replay.h"
+#include "virtual_camera/service.h"
+#include "virtual_camera/service_modes.h"
+#include "virtual_camera/timeline.h"
+
+namespace virtual_camera {
+
+struct CameraOptions {
+  DeviceOptions device;
+  double cars_per_minute = 0;
+  std::string replay_file;  ///< empty: nothing is replayed
+  double replay_per_second = 1;
+};
+
+/// Real time, on the event service's thread.
+class AsioTimeline : public Timeline {
+ public:
+  explicit AsioTimeline(tarvex::AsioEventService& event_service) : event_service_(event_service) {}
+
+  int64_t SteadyMs() const override;
+  int64_t SystemUs() const override;
+  void After(int64_t delay_ms, std::function<void()> task) override;
+
+ private:
+  tarvex::AsioEventService& event_service_;
+};
+
+/// Everything happens on the thread that is in Run().
+class Camera {
+ public:
+  /// Throws std::runtime_error, with one line for people, when it cannot begin.
+  /// @param on_ready called once, on the camera's thread, when the bus knows every
+  ///                 service.
+  Camera(const CameraOptions& options, std::function<void()> on_ready);
+
+  /// Returns after Stop().
+  void Run() { event_service_.Run(); }
+
+  /// Any thread.
+  void Stop() { event_service_.Stop(); }
+
+  /// For signals.
+  boost::asio::io_context& context() { return event_service_.context(); }
+
+ private:
+  void OnBusState(bool connected);
+  void ApplyModes();
+  void HandleRequest(const std::string& queue, const std::string& request,
+                     const BusServer::Reply& reply);
+  void AnswerBy(const std::string& queue, const std::string& request,
+                const BusServer::Reply& reply);
+  void BeginTraffic();
+  void SendCars();
+  void SendReplays();
+  Json::Value ConnectionState() const;
+
+  tarvex::AsioEventService event_service_;
+  AsioTimeline timeline_;
+  std::function<void()> on_ready_;
+  std::unique_ptr<ReplayFile> replay_;
+  ServiceModes modes_;
+  NatsKeyValues key_values_;
+  BusServer bus_;
+  Device device_;
+  Control control_;
+  std::map<std::string, std::unique_ptr<Service>> services_;  // by queue
+  int slow_answers_ = 0;                                      // waiting
+  const double cars_per_second_;
+  const double replays_per_second_;
+  bool is_in_traffic_ = false;
+  Pace cars_{0, 0};
+  Pace replays_{0, 0};
+};
+
+}  // namespace virtual_camera

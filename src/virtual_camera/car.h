@@ -1,0 +1,68 @@
+// The cars that pass in front of the camera.
+#pragma once
+
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace virtual_camera {
+
+struct Colour {
+  uint8_t red;
+  uint8_t green;
+  uint8_t blue;
+};
+
+/// A kind of number plate: the codes that a result carries for it, and its looks.
+struct PlateKind {
+  int32_t colour_type;
+  int32_t type;
+  const char* name;  ///< of the colour
+  const char* kind;
+  Colour ground;
+  Colour text;
+};
+
+/// A vehicle colour by its code, which is its place in the table.
+struct CarPaint {
+  const char* name;
+  Colour colour;
+};
+
+/// One car as the world has it, before anything is recognised.
+struct Car {
+  std::string plate;  ///< at most kMaxPlateLength bytes
+  const PlateKind* plate_kind = nullptr;
+  uint8_t paint_code = 0;
+  CarPaint paint{};
+  double lane_offset = 0;  ///< across the lane, -1 (left) to 1 (right)
+  double nearness = 0;     ///< 0 (far) to 1 (near)
+  bool is_leaving = false;
+  uint8_t brand = 0;
+  uint8_t brand_type = 0;
+  uint16_t brand_year = 0;
+};
+
+/// Sends cars past: strangers, and some that come again and again, always the same car.
+class Traffic {
+ public:
+  /// @param seed the same seed sends the same cars.
+  explicit Traffic(uint32_t seed);
+
+  Car Next();
+
+  /// A car of the given plate, which looks the same each time it comes.
+  Car WithPlate(const std::string& plate);
+
+  /// A number within bounds, both inclusive, for what else is left to chance.
+  int Chance(int low, int high);
+
+ private:
+  std::string NewPlate();
+
+  std::mt19937 random_;
+  std::vector<std::string> regulars_;
+};
+
+}  // namespace virtual_camera

@@ -1,0 +1,126 @@
+#include "virtual_camera/control.h"
+
+#include <exception>
+#include <optional>
+#include <utility>
+
+#include "json_text.h"
+#include "virtual_camera/log.h"
+#include "virtual_camera/request_error.h"
+#include "virtual_camera/service.h"
+
+namespace virtual_camera {
+
+namespace {
+
+std::string Ok(Json::Value answer = Json::Value(Json::objectValue)) {
+  answer["ok"] = true;
+  std::string text;
+  Json::Json2String(answer, text);
+  return text;
+}
+
+std::string NotOk(const std::string& reason) {
+  Json::Value answer;
+  answer["ok"] = false;
+  answer["error"] = reason;
+  std::string text;
+  Json::Json2String(answer, text);
+  return text;
+}
+
+std::optional<std::string> OptionalText(const Json::Value& command, const char* key) {
+  if (!command.isMember(key)) {
+    return std::nullopt;
+  }
+  return RequiredText(command, key);
+}
+
+// Says whether a change of the identity has reached the key-value database.
+std::function<void(bool)> AnswerTo(const Control::Reply& reply) {
+  return [reply](bool in_database) {
+    Json::Value answer(Json::objectValue);
+    if (!in_database) {
+      answer["warning"] = "the key-value database is away; it will be filled in later";
+    }
+    reply(Ok(answer));
+  };
+}
+
+}  // namespace
+
+struct Control::Row {
+  const char* name;
+  void (Control::*carry_out)(const Json::Value& command, const Reply& reply);
+};
+
+const Control::Row* Control::Find(const std::string& name) {
+  static const Row rows[] = {
+      {"car", &Control::Car},
+      {"rename", &Control::Rename},
+      {"readdress", &Control::Readdress},
+      {"service", &Control::SetService},
+      {"state", &Control::State},
+  };
+  for (const Row& row : rows) {
+    if (name == row.name) {
+      return &row;
+    }
+  }
+  return nullptr;
+}
+
+Control::Control(Device& device, ServiceModes& modes, std::function<Json::Value()> connection_state)
+    : device_(device), modes_(modes), connection_state_(std::move(connection_state)) {}
+
+void Control::Handle(const std::string& text, const Reply& reply) {
+  try {
+    Json::Value command;
+    if (!Json::String2Json(text, command)) {
+      throw RequestError("the command is not JSON");
+    }
+    const std::string name = RequiredText(command, "command");
+    const Row* row = Find(name);
+    if (row == nullptr) {
+      throw RequestError("there is no command \"" + name + "\"");
+    }
+    (this->*row->carry_out)(command, reply);
+  } catch (const std::exception& error) {
+    CAMERA_LOG(kLogWarning, "command refused: %s", error.what());
+    reply(NotOk(error.what()));
+  }
+}
+
+void Control::Car(const Json::Value& command, const Reply& reply) {
+  const IvsRecord record =
+      device_.recognition.CarPasses(Trigger::kVideo, OptionalText(command, "plate"));
+  Json::Value answer;
+  answer["plate"] = GetText(record.license);
+  answer["plate_id"] = record.plate_id;
+  answer["picture"] = GetText(record.full_path);
+  reply(Ok(answer));
+}
+
+void Control::Rename(const Json::Value& command, const Reply& reply) {
+  device_.identity.Rename(RequiredText(command, "name"), AnswerTo(reply));
+}
+
+void Control::Readdress(const Json::Value& command, const Reply& reply) {
+  device_.identity.Readdress(RequiredText(command, "ip"), AnswerTo(reply));
+}
+
+void Control::SetService(const Json::Value& command, const Reply& reply) {
+  const int delay_ms = command.isMember("delay_ms") ? RequiredInt(command, "delay_ms") : 0;
+  modes_.Set(RequiredText(command, "queue"), RequiredText(command, "mode"), delay_ms);
+  reply(Ok());
+}
+
+void Control::State(const Json::Value&, const Reply& reply) {
+  Json::Value answer;
+  answer["state"] = device_.State();
+  answer["state"]["services"] = modes_.State();
+  answer["state"]["connections"] = connection_state_();
+  reply(Ok(answer));
+}
+
+}  // namespace virtual_camera

@@ -1,0 +1,45 @@
+// The commands of the person at the desk, as camera_ctl sends them.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include <json/value.h>
+
+#include "virtual_camera/device.h"
+#include "virtual_camera/service_modes.h"
+
+namespace virtual_camera {
+
+/// The queue on which commands arrive. Unlike the services it is never silent.
+constexpr char kControlQueue[] = "CAMERA_CTL";
+
+/// Carries out {"command": name, ...}; the answer is {"ok": true, ...} or {"ok": false,
+/// "error": reason}. Used on the camera's thread.
+class Control {
+ public:
+  using Reply = std::function<void(const std::string& answer)>;
+
+  /// All must outlive this.
+  /// @param connection_state what the state says of the connections.
+  Control(Device& device, ServiceModes& modes, std::function<Json::Value()> connection_state);
+
+  /// @param reply called exactly once, perhaps later; lets no exception out.
+  void Handle(const std::string& command, const Reply& reply);
+
+ private:
+  struct Row;
+  static const Row* Find(const std::string& name);
+
+  void Car(const Json::Value& command, const Reply& reply);
+  void Rename(const Json::Value& command, const Reply& reply);
+  void Readdress(const Json::Value& command, const Reply& reply);
+  void SetService(const Json::Value& command, const Reply& reply);
+  void State(const Json::Value& command, const Reply& reply);
+
+  Device& device_;
+  ServiceModes& modes_;
+  std::function<Json::Value()> connection_state_;
+};
+
+}  // namespace virtual_camera

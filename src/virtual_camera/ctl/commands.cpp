@@ -1,0 +1,91 @@
+#include "virtual_camera/ctl/commands.h"
+
+#include <utility>
+
+namespace virtual_camera {
+
+namespace {
+
+constexpr char kAbout[] =
+    "Moves the world of a running virtual camera, and shows its state.\n"
+    "The bus is at 127.0.0.1:6101 unless TARVEX_BUS_ADDRESS says otherwise; "
+    "TARVEX_SUBJECT_PREFIX chooses among cameras that share it.";
+
+// One subcommand that sends one command of the same name.
+class Command {
+ public:
+  Command(CLI::App& app, CtlRequest& request, const std::string& name, const std::string& about)
+      : sub_(app.add_subcommand(name, about)), request_(request) {
+    sub_->parse_complete_callback([&request, name] { request.command["command"] = name; });
+  }
+
+  /// A text that becomes a member of the command; left out when it is not given.
+  Command& Text(const std::string& argument, const std::string& key, const std::string& about,
+                const CLI::Validator& check = {}) {
+    return Add(argument, about, check, [&request = request_, key](const std::string& value) {
+      request.command[key] = value;
+    });
+  }
+
+  /// The same for a whole number.
+  Command& Number(const std::string& argument, const std::string& key, const std::string& about,
+                  int low, int high) {
+    return Add(argument, about, CLI::Range(low, high),
+               [&request = request_, key](const std::string& value) {
+                 request.command[key] = std::stoi(value);
+               });
+  }
+
+  Command& Required() {
+    last_->required();
+    return *this;
+  }
+
+ private:
+  template <class Store>
+  Command& Add(const std::string& argument, const std::string& about, const CLI::Validator& check,
+               Store store) {
+    last_ = sub_->add_option_function<std::string>(argument, std::move(store), about);
+    last_->check(check);
+    return *this;
+  }
+
+  CLI::App* sub_;
+  CtlRequest& request_;
+  CLI::Option* last_ = nullptr;
+};
+
+}  // namespace
+
+void AddCommands(CLI::App& app, CtlRequest& request) {
+  app.description(kAbout);
+  app.require_subcommand(1);
+  Command(app, request, "car", "Has a car pass now")
+      .Text("PLATE", "plate", "Its plate, 1 to 15 bytes; one of chance without");
+  Command(app, request, "rename", "Gives the camera another name")
+      .Text("NAME", "name", "1 to 64 bytes")
+      .Required();
+  Command(app, request, "readdress", "Gives the camera another address")
+      .Text("IP", "ip", "An IP address")
+      .Required();
+  Command(app, request, "service", "Has a service answer well or badly")
+      .Text("QUEUE", "queue", "Its queue, such as BUS_GET_IVS_INFO; \"state\" lists them all")
+      .Required()
+      .Text("MODE", "mode",
+            "up: as it should; down: nobody serves the queue; slow: answers after MS; garbage: "
+            "answers nonsense and does nothing",
+            CLI::IsMember({"up", "down", "slow", "garbage"}))
+      .Required()
+      .Number("MS", "delay_ms", "Delay of \"slow\" in milliseconds", 0, 600000);
+  Command(app, request, "state", "Prints everything one can see of the camera, as JSON");
+
+  CLI::App* const record =
+      app.add_subcommand("record", "Captures the recognition records that pass on the bus");
+  record
+      ->add_option("FILE", request.record_file, "Is overwritten; virtual_camera --replay takes it")
+      ->required();
+  record->add_option("--count", request.record_count, "Ends after so many; otherwise with Ctrl-C")
+      ->check(CLI::Range(int64_t{1}, int64_t{1} << 40));
+}
+
+}  // namespace virtual_camera

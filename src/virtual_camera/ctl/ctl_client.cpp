@@ -1,0 +1,121 @@
+#include "virtual_camera/ctl/ctl_client.h"
+
+#include <cerrno>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+#include <stdexcept>
+
+#include "json_text.h"
+#include "platform/nats_handle.h"
+#include "virtual_camera/control.h"
+#include "virtual_camera/ivs_record.h"
+
+namespace virtual_camera {
+
+namespace {
+
+constexpr char kHost[] = "127.0.0.1";
+constexpr int kPort = 6101;
+constexpr std::chrono::seconds kConnect{3};
+constexpr int64_t kAnswer_ms = 10000;
+constexpr int64_t kLook_ms = 200;
+
+std::string BusName() {
+  const tarvex::SocketAddress address =
+      tarvex::EffectiveAddress(tarvex::SocketAddress(kHost, kPort));
+  return "the bus at " + address.host() + ":" + std::to_string(address.port());
+}
+
+}  // namespace
+
+CtlClient::CtlClient() {
+  // Shared with the callback, which the library may call late.
+  struct Waiter {
+    std::mutex mutex;
+    std::condition_variable changed;
+  };
+  const auto waiter = std::make_shared<Waiter>();
+  link_ =
+      tarvex::NatsLink::Connect(tarvex::SocketAddress(kHost, kPort), "camera_ctl", [waiter](bool) {
+        const std::lock_guard<std::mutex> lock(waiter->mutex);
+        waiter->changed.notify_all();
+      });
+  if (!link_) {
+    throw std::runtime_error("the address of the bus cannot be used");
+  }
+  std::unique_lock<std::mutex> lock(waiter->mutex);
+  if (!waiter->changed.wait_for(lock, kConnect, [this] { return link_->IsConnected(); })) {
+    throw std::runtime_error(BusName() + " is not reachable; is the camera running?");
+  }
+}
+
+Json::Value CtlClient::Send(const Json::Value& command) {
+  std::string text;
+  Json::Json2String(command, text);
+  natsMsg* raw_answer = nullptr;
+  const natsStatus status =
+      natsConnection_Request(&raw_answer, link_->get(), tarvex::BusSubject(kControlQueue).c_str(),
+                             text.data(), static_cast<int>(text.size()), kAnswer_ms);
+  const tarvex::NatsMessage message(raw_answer);
+  if (status == NATS_NO_RESPONDERS) {
+    throw std::runtime_error("no camera listens on " + BusName());
+  }
+  if (status != NATS_OK) {
+    throw std::runtime_error(std::string("the camera does not answer: ") +
+                             natsStatus_GetText(status));
+  }
+  Json::Value answer;
+  const std::string bytes(natsMsg_GetData(message.get()),
+                          static_cast<size_t>(natsMsg_GetDataLength(message.get())));
+  if (!Json::String2Json(bytes, answer) || !answer.isObject() || !answer["ok"].isBool()) {
+    throw std::runtime_error("the camera's answer makes no sense");
+  }
+  if (!answer["ok"].asBool()) {
+    throw std::runtime_error(answer["error"].isString() ? answer["error"].asString()
+                                                        : "the camera refused");
+  }
+  return answer;
+}
+
+int64_t CtlClient::Record(const std::string& path, int64_t count,
+                          const std::function<bool()>& is_to_stop) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  natsSubscription* raw_subscription = nullptr;
+  natsConnection_SubscribeSync(&raw_subscription, link_->get(),
+                               tarvex::BusSubject("BUS_SRV_IVS_RESULT").c_str());
+  const tarvex::NatsSubscription subscription(raw_subscription);
+  if (!subscription) {
+    throw std::runtime_error("the bus does not let camera_ctl listen");
+  }
+  natsConnection_FlushTimeout(link_->get(), kLook_ms);
+  std::fprintf(stderr, "recording to %s\n", path.c_str());
+  int64_t written = 0;
+  while ((count == 0 || written < count) && !is_to_stop()) {
+    if (!file) {
+      throw std::runtime_error(path + ": " + std::strerror(errno));
+    }
+    natsMsg* raw_message = nullptr;
+    const natsStatus status = natsSubscription_NextMsg(&raw_message, subscription.get(), kLook_ms);
+    const tarvex::NatsMessage message(raw_message);
+    if (status == NATS_TIMEOUT || status == NATS_SLOW_CONSUMER) {
+      continue;
+    }
+    if (status != NATS_OK) {
+      throw std::runtime_error(std::string("listening failed: ") + natsStatus_GetText(status));
+    }
+    if (natsMsg_GetDataLength(message.get()) == static_cast<int>(kIvsRecordSize)) {
+      // Whole records at a time: Ctrl-C leaves none cut in two.
+      file.write(natsMsg_GetData(message.get()), static_cast<std::streamsize>(kIvsRecordSize));
+      file.flush();
+      ++written;
+    } else {
+      std::fprintf(stderr, "left out a body of %d bytes\n", natsMsg_GetDataLength(message.get()));
+    }
+  }
+  return written;
+}
+
+}  // namespace virtual_camera

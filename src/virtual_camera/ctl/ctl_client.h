@@ -1,0 +1,36 @@
+// The way from camera_ctl to the camera.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <json/value.h>
+
+#include "platform/nats_link.h"
+
+namespace virtual_camera {
+
+/// Sends commands to the camera over the bus. Failures throw std::runtime_error with one
+/// line for people.
+class CtlClient {
+ public:
+  /// Connects, or gives up after a moment.
+  CtlClient();
+
+  /// Sends {"command": ..., ...} and waits for the answer.
+  /// @return the answer, whose "ok" is true.
+  Json::Value Send(const Json::Value& command);
+
+  /// Appends the recognition records that pass on the bus to a file, which is emptied
+  /// first; bodies of another length are left out and counted.
+  /// @param count how many records to wait for; 0: until told to stop.
+  /// @param is_to_stop asked several times a second.
+  /// @return how many were written.
+  int64_t Record(const std::string& path, int64_t count, const std::function<bool()>& is_to_stop);
+
+ private:
+  std::shared_ptr<tarvex::NatsLink> link_;
+};
+
+}  // namespace virtual_camera

@@ -1,0 +1,68 @@
+// The camera without its connections: everything it is, knows and does.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include <json/value.h>
+
+#include "virtual_camera/announcer.h"
+#include "virtual_camera/camera_clock.h"
+#include "virtual_camera/counting_announcer.h"
+#include "virtual_camera/data_directory.h"
+#include "virtual_camera/database.h"
+#include "virtual_camera/gpio.h"
+#include "virtual_camera/identity.h"
+#include "virtual_camera/key_values.h"
+#include "virtual_camera/pan_tilt.h"
+#include "virtual_camera/picture_files.h"
+#include "virtual_camera/recognition.h"
+#include "virtual_camera/result_store.h"
+#include "virtual_camera/scene.h"
+#include "virtual_camera/settings.h"
+#include "virtual_camera/timeline.h"
+#include "virtual_camera/white_list.h"
+
+namespace virtual_camera {
+
+struct DeviceOptions {
+  std::string data = "virtual-camera-data";
+  Retention retention;
+  PictureOptions pictures;
+  uint32_t seed = 1;
+  IdentityDefaults identity;
+};
+
+/// The parts in the order in which they need each other; services and commands reach for
+/// those that they are about. Used on the camera's thread.
+struct Device {
+  /// The references must outlive the device. Throws std::runtime_error, with one line
+  /// for people, when the data directory or the font cannot be used.
+  Device(const DeviceOptions& options, Timeline& clockwork, Announcer& bus, KeyValueStore& store);
+
+  Device(const Device&) = delete;
+  Device& operator=(const Device&) = delete;
+
+  /// Seconds; 0 when nothing is undelivered.
+  int64_t OldestUndeliveredAge();
+
+  /// Everything that one can see of the device.
+  Json::Value State();
+
+  Timeline& timeline;
+  CountingAnnouncer announcer;
+  DataDirectory directory;
+  Database database;
+  Settings settings;
+  CameraClock clock;
+  ResultStore results;
+  PictureFiles pictures;
+  Scene scene;
+  PanTilt pan_tilt;
+  Gpio gpio;
+  WhiteList white_list;
+  Recognition recognition;
+  Identity identity;
+};
+
+}  // namespace virtual_camera

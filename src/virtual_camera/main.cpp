@@ -1,0 +1,39 @@
+// virtual_camera: runs one camera until SIGINT or SIGTERM.
+#include <csignal>
+#include <cstdio>
+#include <exception>
+
+#include <boost/asio/signal_set.hpp>
+
+#include "virtual_camera/camera.h"
+#include "virtual_camera/options.h"
+
+namespace {
+
+void SayReady() {
+  std::puts("virtual_camera ready");
+  std::fflush(stdout);
+}
+
+int RunCamera(const virtual_camera::CameraOptions& options) {
+  virtual_camera::Camera camera(options, SayReady);
+  boost::asio::signal_set signals(camera.context(), SIGINT, SIGTERM);
+  signals.async_wait([&camera](const boost::system::error_code&, int) { camera.Stop(); });
+  camera.Run();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app;
+  virtual_camera::CameraOptions options;
+  virtual_camera::AddOptions(app, options);
+  CLI11_PARSE(app, argc, argv);
+  try {
+    return RunCamera(options);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "virtual_camera: %s\n", error.what());
+    return 1;
+  }
+}

@@ -1,0 +1,86 @@
+#include "virtual_camera/options.h"
+
+namespace virtual_camera {
+
+namespace {
+
+constexpr char kAbout[] =
+    "A licence-plate camera for the desk: cars pass, plates are recognised, stored and announced "
+    "on the device bus, and the device's services answer. Move it with camera_ctl.\n"
+    "The bus is at 127.0.0.1:6101 and the key-value databases at 127.0.0.1:6102, unless "
+    "TARVEX_BUS_ADDRESS and TARVEX_KV_ADDRESS say otherwise; TARVEX_SUBJECT_PREFIX lets several "
+    "cameras share a server.";
+
+void AddTraffic(CLI::App& app, CameraOptions& options) {
+  app.add_option("--cars-per-minute", options.cars_per_minute,
+                 "How many cars pass by themselves; fractions are fine")
+      ->capture_default_str()
+      ->check(CLI::Range(0.0, 600000.0))
+      ->group("Traffic");
+  app.add_option("--seed", options.device.seed, "The same seed sends the same cars")
+      ->capture_default_str()
+      ->group("Traffic");
+  app.add_option("--replay", options.replay_file,
+                 "Publishes the 552-byte records of this file, besides the cars. A record keeps "
+                 "its plate id if that is higher than all in the store, and gets the next one "
+                 "otherwise")
+      ->group("Traffic");
+  app.add_option("--replay-rate", options.replay_per_second, "Replayed records per second")
+      ->capture_default_str()
+      ->check(CLI::Range(0.001, 10000.0))
+      ->group("Traffic");
+}
+
+void AddPictures(CLI::App& app, PictureOptions& pictures) {
+  app.add_option("--picture-width", pictures.width,
+                 "Width of the scene in pixels; small pictures are drawn fast")
+      ->capture_default_str()
+      ->check(CLI::Range(64, 3840))
+      ->group("Pictures");
+  app.add_option("--picture-quality", pictures.quality, "Quality of the JPEGs")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 95))
+      ->group("Pictures");
+}
+
+void AddStore(CLI::App& app, DeviceOptions& device) {
+  app.add_option("--data", device.data, "Directory of everything that the camera keeps")
+      ->capture_default_str()
+      ->group("Store");
+  app.add_option("--keep-results", device.retention.results,
+                 "Results kept; beyond it the oldest delivered go first, undelivered ones last")
+      ->capture_default_str()
+      ->check(CLI::Range(int64_t{1}, int64_t{100000000}))
+      ->group("Store");
+  app.add_option("--keep-picture-bytes", device.retention.picture_bytes,
+                 "Bytes of pictures kept, likewise")
+      ->capture_default_str()
+      ->check(CLI::Range(int64_t{1}, int64_t{1} << 50))
+      ->group("Store");
+}
+
+void AddIdentity(CLI::App& app, IdentityDefaults& identity) {
+  app.add_option("--name", identity.name, "Name of a camera that has not been given one yet")
+      ->capture_default_str()
+      ->group("Identity");
+  app.add_option("--ip", identity.ip, "Address of a camera that has not been given one yet")
+      ->capture_default_str()
+      ->check(CLI::ValidIPV4)
+      ->group("Identity");
+  app.add_option("--user-data", identity.user_data,
+                 "The opaque user data of a camera that has none yet")
+      ->capture_default_str()
+      ->group("Identity");
+}
+
+}  // namespace
+
+void AddOptions(CLI::App& app, CameraOptions& options) {
+  app.description(kAbout);
+  AddTraffic(app, options);
+  AddPictures(app, options.device.pictures);
+  AddStore(app, options.device);
+  AddIdentity(app, options.device.identity);
+}
+
+}  // namespace virtual_camera
