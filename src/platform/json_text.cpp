@@ -10,11 +10,11 @@
 namespace Json {
 namespace {
 
-StreamWriterBuilder CompactWriter(bool utf8_as_is) {
+StreamWriterBuilder CompactWriter() {
   StreamWriterBuilder builder;
   builder["indentation"] = "";
   builder["commentStyle"] = "None";
-  builder["emitUTF8"] = utf8_as_is;
+  builder["emitUTF8"] = true;
   return builder;
 }
 
@@ -55,29 +55,33 @@ std::size_t SequenceLength(const char* text, std::size_t available) {
   return refused ? 0 : length;
 }
 
-bool IsUtf8(const std::string& text) {
-  for (std::size_t position = 0; position < text.size();) {
+/// Replaces every byte that is not part of UTF-8 by U+FFFD: left alone, one bad string
+/// would make a whole document unreadable for its receiver.
+void MakeUtf8(std::string& text) {
+  std::size_t position = 0;
+  std::string mended;
+  std::size_t mended_up_to = 0;
+  while (position < text.size()) {
     const std::size_t length = SequenceLength(&text[position], text.size() - position);
     if (length == 0) {
-      return false;
+      mended.append(text, mended_up_to, position - mended_up_to).append("\xEF\xBF\xBD");
+      mended_up_to = position + 1;
     }
-    position += length;
+    position += length == 0 ? 1 : length;
   }
-  return true;
+  if (mended_up_to > 0) {
+    mended.append(text, mended_up_to, std::string::npos);
+    text.swap(mended);
+  }
 }
 
 }  // namespace
 
 bool Json2String(const Json::Value& value, std::string& text) {
   try {
-    static const StreamWriterBuilder as_is = CompactWriter(true);
-    static const StreamWriterBuilder escaping = CompactWriter(false);
-    text = writeString(as_is, value);
-    if (!IsUtf8(text)) {
-      // Escaped, the bytes that are not UTF-8 become U+FFFD: else one bad string would
-      // make the whole document unreadable for its receiver.
-      text = writeString(escaping, value);
-    }
+    static const StreamWriterBuilder writer = CompactWriter();
+    text = writeString(writer, value);
+    MakeUtf8(text);
     return true;
   } catch (const std::exception&) {
     return false;

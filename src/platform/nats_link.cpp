@@ -48,7 +48,7 @@ constexpr std::int64_t kWriteDeadline_ms = 1000;
 constexpr std::int64_t kPingInterval_ms = 1000;  // a frozen server is noticed after three
 constexpr int kUnansweredPings = 2;
 constexpr int kForEver = -1;
-constexpr int kNoReconnectBuffer_bytes = 1;  // 0 would mean the library's default, 8 MiB
+constexpr int kReconnectBuffer_bytes = 1;  // the least; full with one message of any size
 
 /// Waits between attempts to reconnect: 20 ms at first, doubling to 1 s, of which half
 /// is chance, so that the clients of a server that comes back do not all come at once.
@@ -78,7 +78,7 @@ natsStatus SetBehaviour(natsOptions* options) {
   check(natsOptions_SetMaxReconnect(options, kForEver));
   check(natsOptions_SetCustomReconnectDelay(options, ReconnectDelay_ms, nullptr));
   check(natsOptions_SetFailRequestsOnDisconnect(options, true));
-  check(natsOptions_SetReconnectBufSize(options, kNoReconnectBuffer_bytes));
+  check(natsOptions_SetReconnectBufSize(options, kReconnectBuffer_bytes));
   check(natsOptions_SetIgnoreDiscoveredServers(options, true));
   check(natsOptions_SetTimeout(options, kConnectTimeout_ms));
   check(natsOptions_SetWriteDeadline(options, kWriteDeadline_ms));
@@ -97,9 +97,12 @@ std::shared_ptr<NatsLink> NatsLink::Connect(const SocketAddress& address,
   if (!IsUsablePrefix()) {
     return nullptr;
   }
-  if (!IsUsableAddress(server)) {
+  if (!IsUsableAddress(address)) {
     PLATFORM_LOG(kLogError, "%s: no usable server address", client_name.c_str());
     return nullptr;
+  }
+  if (!IsUsableAddress(server)) {
+    return nullptr;  // EffectiveAddress has said why
   }
   const std::string place = server.host() + ":" + std::to_string(server.port());
   std::shared_ptr<NatsLink> link(new NatsLink);

@@ -12,9 +12,10 @@
 
 namespace tarvex {
 
-/// Sends every message as soon as possible, and reconnects for ever. Nothing is
-/// buffered while there is no connection: publishing fails then, and requests that
-/// wait for an answer fail when the connection is lost. Usable from any thread.
+/// Sends every message as soon as possible, and reconnects for ever. While there is no
+/// connection one published message is kept for the next (the library has no way to keep
+/// none), and publishing more fails. Requests that wait for an answer fail when the
+/// connection is lost. Usable from any thread.
 class NatsLink {
  public:
   /// Connects to the server at EffectiveAddress(address), or begins to: a server that

@@ -1,0 +1,103 @@
+#include "platform/delivery_gate.h"
+
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "bus_fixture.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// A gate that keeps what it is given until the test delivers it.
+class DeliveryGateTest : public BusTest {
+ protected:
+  DeliveryGateTest() {
+    client_->ListenMessage("topic", 0);
+    tarvex::SetDeliveryGate(
+        [this](const tarvex::DpMessage& message, std::function<void()> deliver) {
+          at_gate_.push_back(message.method + " " + message.body);
+          deliveries_.push_back(std::move(deliver));
+        });
+  }
+  ~DeliveryGateTest() override { tarvex::SetDeliveryGate({}); }
+
+  /// Publishes messages "1", "2", ... and takes them to the gate.
+  void Arrive(std::size_t count) {
+    for (std::size_t number = 1; number <= count; ++number) {
+      device_.Publish("topic", std::to_string(number));
+    }
+    EXPECT_TRUE(HaveArrived(count));
+    events_->Deliver();
+  }
+
+  std::vector<std::string> at_gate_;
+  std::vector<std::function<void()>> deliveries_;
+};
+
+TEST_F(DeliveryGateTest, HoldsMessagesBackUntilTheyAreDelivered) {
+  Arrive(2);
+  EXPECT_THAT(at_gate_, ElementsAre("topic 1", "topic 2"));
+  EXPECT_THAT(listener_.heard, IsEmpty());
+  deliveries_[0]();
+  EXPECT_THAT(listener_.heard, ElementsAre("topic 1"));
+  deliveries_[1]();
+  EXPECT_THAT(listener_.heard, ElementsAre("topic 1", "topic 2"));
+}
+
+TEST_F(DeliveryGateTest, DropsWhatIsNeverDelivered) {
+  Arrive(2);
+  deliveries_[1]();
+  deliveries_.clear();
+  EXPECT_THAT(listener_.heard, ElementsAre("topic 2"));
+}
+
+TEST_F(DeliveryGateTest, DeliversNothingTwice) {
+  Arrive(1);
+  deliveries_[0]();
+  deliveries_[0]();
+  EXPECT_THAT(listener_.heard, ElementsAre("topic 1"));
+}
+
+TEST_F(DeliveryGateTest, DeliversNothingAfterTheClientsEnd) {
+  Arrive(1);
+  client_.reset();
+  deliveries_[0]();
+  EXPECT_THAT(listener_.heard, IsEmpty());
+}
+
+TEST_F(DeliveryGateTest, DoesNotKeepTheClientAlive) {
+  const boost::weak_ptr<tarvex::DpClient> client = client_;
+  Arrive(1);
+  client_.reset();
+  EXPECT_TRUE(client.expired());
+}
+
+TEST_F(DeliveryGateTest, DeliversNothingOfATopicThatIsNotListenedToAnyMore) {
+  Arrive(1);
+  client_->RemoveListenMessage("topic");
+  deliveries_[0]();
+  EXPECT_THAT(listener_.heard, IsEmpty());
+}
+
+TEST_F(DeliveryGateTest, MayDeliverAtOnce) {
+  tarvex::SetDeliveryGate(
+      [](const tarvex::DpMessage&, std::function<void()> deliver) { deliver(); });
+  Arrive(1);
+  EXPECT_THAT(listener_.heard, ElementsAre("topic 1"));
+}
+
+TEST_F(DeliveryGateTest, MayOpenForGoodWhileItIsAsked) {
+  tarvex::SetDeliveryGate([](const tarvex::DpMessage&, std::function<void()> deliver) {
+    tarvex::SetDeliveryGate({});
+    deliver();
+  });
+  Arrive(2);
+  EXPECT_THAT(listener_.heard, ElementsAre("topic 1", "topic 2"));
+}
+
+}  // namespace

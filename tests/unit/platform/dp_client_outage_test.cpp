@@ -1,0 +1,134 @@
+// What a bus client does while its server is away, and when it comes back.
+#include <atomic>
+#include <future>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "bus_fixture.h"
+
+namespace {
+
+using testing::Contains;
+using testing::Not;
+
+class BusOutage : public BusTest {
+ protected:
+  /// Publishes until the message is heard: after an outage the device, too, has to find
+  /// its way back.
+  bool HearsEventually(const std::string& topic) {
+    return WaitUntil([&] {
+      device_.Publish(topic, "again");
+      events_->Deliver();
+      return !listener_.heard.empty();
+    });
+  }
+
+  /// Asks until the service answers.
+  bool IsAnsweredEventually(const std::string& queue) {
+    return WaitUntil([&] { return Request(queue, "text", 1000) == 1; });
+  }
+
+  void Restart() {
+    server_.Kill();
+    server_.Start();
+  }
+};
+
+TEST_F(BusOutage, EndsARequestThatWaitsForItsAnswer) {
+  std::atomic<bool> is_waiting{false};
+  device_.Serve("queue", [&](const std::string&) {
+    is_waiting = true;
+    return Device::kSilence;
+  });
+  auto result = std::async(std::launch::async, [this] { return Request("queue", "text"); });
+  EXPECT_TRUE(WaitUntil([&] { return is_waiting.load(); }));
+  server_.Kill();
+  EXPECT_EQ(result.get(), 0);  // would take ten minutes otherwise
+  EXPECT_EQ(reply_, "untouched");
+}
+
+TEST_F(BusOutage, FailsNewRequestsAtOnce) {
+  device_.Serve("queue", [](const std::string&) { return "answer"; });
+  server_.Kill();
+  for (int request = 0; request < 20; ++request) {
+    EXPECT_EQ(Request("queue", "text"), 0);
+  }
+}
+
+TEST_F(BusOutage, EndsByItself) {
+  device_.Serve("queue", [](const std::string&) { return "answer"; });
+  client_->ListenMessage("topic", 0);
+  Restart();
+  EXPECT_TRUE(HearsEventually("topic"));
+  EXPECT_TRUE(IsAnsweredEventually("queue"));
+}
+
+TEST_F(BusOutage, EndsByItselfTimeAndAgain) {
+  client_->ListenMessage("topic", 0);
+  for (int outage = 0; outage < 3; ++outage) {
+    Restart();
+    listener_.heard.clear();
+    EXPECT_TRUE(HearsEventually("topic"));
+  }
+}
+
+TEST_F(BusOutage, LetsTopicsBeAddedAndRemoved) {
+  client_->ListenMessage("removed", 0);
+  server_.Kill();
+  EXPECT_TRUE(WaitUntil([this] { return !device_.IsConnected(); }));
+  EXPECT_EQ(client_->ListenMessage("added", 0), 0);
+  EXPECT_EQ(client_->RemoveListenMessage("removed"), 0);
+  server_.Start();
+  EXPECT_TRUE(WaitUntil([&] {
+    device_.Publish("removed", "again");
+    device_.Publish("added", "again");
+    events_->Deliver();
+    return !listener_.heard.empty();
+  }));
+  EXPECT_THAT(listener_.heard, Not(Contains("removed again")));
+}
+
+TEST_F(BusOutage, SendsNoRequestOnceItIsOverThatWasMadeBefore) {
+  std::atomic<int> served{0};
+  device_.Serve("queue", [&](const std::string& request) {
+    served += request == "during" ? 1 : 0;
+    return "answer";
+  });
+  server_.Kill();
+  for (int request = 0; request < 20; ++request) {
+    EXPECT_EQ(Request("queue", "during"), 0);
+  }
+  server_.Start();
+  EXPECT_TRUE(IsAnsweredEventually("queue"));
+  EXPECT_EQ(served, 0);
+}
+
+TEST_F(BusOutage, MayLastFromTheBeginning) {
+  server_.Kill();
+  const auto early = NewClient();
+  ASSERT_NE(early, nullptr);
+  EXPECT_EQ(early->ListenMessage("topic", 0), 0);
+  EXPECT_EQ(early->SendRequest("queue", 0, "x", 1, &reply_, kLong_ms), 0);
+  server_.Start();
+  EXPECT_TRUE(HearsEventually("topic"));
+  EXPECT_EQ(listener_.last_client, early.get());
+}
+
+TEST_F(BusOutage, EndsNoClientLate) {
+  server_.Kill();
+  const auto early = NewClient();
+  early->ListenMessage("topic", 0);
+  // Both clients end here without a server; the test ends when they have.
+}
+
+TEST_F(BusOutage, OfAFrozenServerEndsRequestsAfterTheirTimeout) {
+  device_.Serve("queue", [](const std::string&) { return "answer"; });
+  server_.Freeze();
+  EXPECT_EQ(Request("queue", "text", 50), 0);
+  server_.Thaw();
+  EXPECT_TRUE(IsAnsweredEventually("queue"));
+}
+
+}  // namespace

@@ -1,0 +1,116 @@
+#include "platform/nats_link.h"
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "scoped_environment.h"
+#include "support/nats_server.h"
+#include "support/wait_until.h"
+
+namespace {
+
+using tarvex::NatsLink;
+using tarvex::SocketAddress;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class NatsLinkTest : public testing::Test {
+ protected:
+  std::shared_ptr<NatsLink> Connected() {
+    return NatsLink::Connect(SocketAddress("127.0.0.1", server_.port()), "client",
+                             [this](bool connected) {
+                               const std::lock_guard<std::mutex> lock(mutex_);
+                               states_.push_back(connected);
+                             });
+  }
+
+  std::vector<bool> States() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return states_;
+  }
+
+  bool Comes(const std::vector<bool>& states) {
+    return WaitUntil([&] { return States() == states; });
+  }
+
+  NatsServer server_;
+  std::mutex mutex_;
+  std::vector<bool> states_;
+};
+
+TEST_F(NatsLinkTest, StandsOnReturnWhereTheServerIsThere) {
+  const auto link = Connected();
+  EXPECT_TRUE(link->IsConnected());
+  EXPECT_THAT(States(), IsEmpty());
+}
+
+TEST_F(NatsLinkTest, AnnouncesItsLossAndItsReturn) {
+  const auto link = Connected();
+  server_.Kill();
+  EXPECT_TRUE(Comes({false}));
+  EXPECT_FALSE(link->IsConnected());
+  server_.Start();
+  EXPECT_TRUE(Comes({false, true}));
+  EXPECT_TRUE(link->IsConnected());
+}
+
+TEST_F(NatsLinkTest, WaitsForAServerThatComesLater) {
+  server_.Kill();
+  const auto link = Connected();
+  ASSERT_NE(link, nullptr);
+  EXPECT_FALSE(link->IsConnected());
+  server_.Start();
+  EXPECT_TRUE(Comes({true}));
+}
+
+TEST_F(NatsLinkTest, NoticesAServerThatIsFrozen) {
+  const auto link = Connected();
+  server_.Freeze();
+  EXPECT_TRUE(WaitUntil([&] { return !link->IsConnected(); }));
+  server_.Thaw();
+  EXPECT_TRUE(WaitUntil([&] { return link->IsConnected(); }));
+}
+
+TEST_F(NatsLinkTest, KeepsOneMessageForLaterAtTheMostWhileThereIsNoConnection) {
+  const auto link = Connected();
+  server_.Kill();
+  EXPECT_TRUE(Comes({false}));
+  natsConnection_Publish(link->get(), "topic", "x", 1);
+  EXPECT_NE(natsConnection_Publish(link->get(), "topic", "x", 1), NATS_OK);
+}
+
+TEST_F(NatsLinkTest, AnnouncesNothingAfterItsEnd) {
+  Connected().reset();
+  server_.Kill();
+  EXPECT_THAT(States(), IsEmpty());
+}
+
+TEST_F(NatsLinkTest, GoesWhereTheEnvironmentSends) {
+  const ScopedEnvironment bus("TARVEX_BUS_ADDRESS", server_.address());
+  const auto link = NatsLink::Connect(SocketAddress("127.0.0.1", 6101), "client");
+  EXPECT_TRUE(link->IsConnected());
+}
+
+TEST(NatsLinkRefusal, IsOneClearLineForAMalformedAddress) {
+  const ScopedEnvironment kv("TARVEX_KV_ADDRESS", "nonsense");
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(NatsLink::Connect(SocketAddress("127.0.0.1", 6102), "client"), nullptr);
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_THAT(log, HasSubstr("TARVEX_KV_ADDRESS is not \"host:port\": nonsense\n"));
+  EXPECT_EQ(log.find('\n'), log.size() - 1);
+}
+
+TEST(NatsLinkRefusal, IsOneClearLineForAMalformedPrefix) {
+  const ScopedEnvironment prefix("TARVEX_SUBJECT_PREFIX", "a b");
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(NatsLink::Connect(SocketAddress("127.0.0.1", 6102), "client"), nullptr);
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(log.find('\n'), log.size() - 1);
+}
+
+}  // namespace
