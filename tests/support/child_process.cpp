@@ -37,7 +37,7 @@ std::vector<std::string> EnvironmentWith(const std::map<std::string, std::string
     }
   }
   for (const auto& [name, value] : added) {
-    result.push_back(name + "=" + value);
+    result.emplace_back(name).append("=").append(value);
   }
   return result;
 }
@@ -71,7 +71,8 @@ std::string FindProgram(const std::string& name) {
                                  ":/usr/local/sbin:/usr/sbin:/sbin");
   std::string directory;
   while (std::getline(directories, directory, ':')) {
-    const std::string candidate = directory + "/" + name;
+    std::string candidate = directory;
+    candidate.append("/").append(name);
     if (!directory.empty() && access(candidate.c_str(), X_OK) == 0) {
       return candidate;
     }

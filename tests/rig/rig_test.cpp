@@ -1,0 +1,54 @@
+#include "rig_test.h"
+
+#include <iostream>
+
+#include "tarvex/base64.h"
+
+std::string FromBase64(const std::string& text) {
+  std::string bytes;
+  using tarvex::Base64;
+  EXPECT_TRUE(Base64::DecodeFromArray(
+      text.data(), text.size(),
+      Base64::kParseStrict | Base64::kPaddingRequired | Base64::kEndAtBuffer, &bytes, nullptr))
+      << text;
+  return bytes;
+}
+
+RigTest::RigTest() : rig_({RIG_CAMERA, RIG_CAMERA_CTL, RIG_AGENT, RIG_PLUGIN}) {}
+
+void RigTest::TearDown() {
+  if (!HasFailure()) {
+    return;
+  }
+  if (rig_.camera) {
+    std::cerr << "--- camera ---\n" << rig_.camera->Output();
+  }
+  if (rig_.agent) {
+    std::cerr << "--- agent ---\n" << rig_.agent->Output();
+  }
+}
+
+const Json::Value& RigTest::PlateResult(const Json::Value& message) {
+  return message["payload"]["AlarmInfoPlate"]["result"]["PlateResult"];
+}
+
+std::string RigTest::Plate(const Json::Value& message) {
+  return FromBase64(PlateResult(message)["license"].asString());
+}
+
+Json::Value RigTest::AwaitPlate(const std::string& plate) {
+  Json::Value found;
+  EXPECT_TRUE(rig_.cloud->Await([&](const MqttClient::Message& message) {
+    if (message.topic != rig_.Topic("message/ivs_result")) {
+      return false;
+    }
+    found = ParseJson(message.payload);
+    return Plate(found) == plate;
+  })) << "no result of "
+      << plate;
+  return found;
+}
+
+bool RigTest::AgentPrints(const std::string& text) {
+  return WaitUntil([&] { return rig_.agent->Output().find(text) != std::string::npos; });
+}
