@@ -59,7 +59,8 @@ Camera::Camera(const CameraOptions& options, std::function<void()> on_ready)
       modes_(Queues()),
       key_values_(event_service_),
       bus_(event_service_, [this](bool connected) { OnBusState(connected); }),
-      device_(options.device, timeline_, bus_, key_values_),
+      serial_lines_(event_service_.context()),
+      device_(options.device, {timeline_, bus_, key_values_, serial_lines_}),
       control_(device_, modes_, [this] { return ConnectionState(); }),
       cars_per_second_(options.cars_per_minute / 60),
       replays_per_second_(replay_ ? options.replay_per_second : 0) {
@@ -70,6 +71,10 @@ Camera::Camera(const CameraOptions& options, std::function<void()> on_ready)
     control_.Handle(command, reply);
   });
   modes_.OnChange([this] { ApplyModes(); });
+  device_.power.OnChange([this](bool is_up) {
+    CAMERA_LOG(kLogInfo, is_up ? "the camera is back" : "the camera reboots");
+    modes_.SetSilent(!is_up);
+  });
   ApplyModes();
   // Cars come also to a camera whose bus is not there.
   timeline_.After(kWaitForBus_ms, [this] { BeginTraffic(); });
@@ -140,6 +145,9 @@ void Camera::SendCars() {
   const int64_t begin_ms = timeline_.SteadyMs();
   for (int64_t due = cars_.Due(begin_ms); due > 0; --due) {
     cars_.Take();
+    if (!device_.power.IsUp()) {
+      continue;  // it passes unseen
+    }
     try {
       device_.recognition.CarPasses(Trigger::kVideo, std::nullopt);
     } catch (const std::exception& error) {
@@ -154,6 +162,11 @@ void Camera::SendCars() {
 
 void Camera::SendReplays() {
   if (!replay_) {
+    return;
+  }
+  if (!device_.power.IsUp()) {
+    replays_.Due(timeline_.SteadyMs());
+    timeline_.After(kTurn_ms, [this] { SendReplays(); });
     return;
   }
   for (int64_t due = replays_.Due(timeline_.SteadyMs()); due > 0; --due) {

@@ -14,6 +14,7 @@
 #include "virtual_camera/device.h"
 #include "virtual_camera/nats_key_values.h"
 #include "virtual_camera/pace.h"
+#include "virtual_camera/pty_lines.h"
 #include "virtual_camera/replay.h"
 #include "virtual_camera/service.h"
 #include "virtual_camera/service_modes.h"
@@ -77,6 +78,7 @@ class Camera {
   ServiceModes modes_;
   NatsKeyValues key_values_;
   BusServer bus_;
+  PtyLines serial_lines_;
   Device device_;
   Control control_;
   std::map<std::string, std::unique_ptr<Service>> services_;  // by queue

@@ -57,6 +57,9 @@ struct Control::Row {
 const Control::Row* Control::Find(const std::string& name) {
   static const Row rows[] = {
       {"car", &Control::Car},
+      {"lane", &Control::Lane},
+      {"gpio-in", &Control::GpioIn},
+      {"serial", &Control::Serial},
       {"rename", &Control::Rename},
       {"readdress", &Control::Readdress},
       {"service", &Control::SetService},
@@ -91,7 +94,14 @@ void Control::Handle(const std::string& text, const Reply& reply) {
   }
 }
 
+void Control::RequireUp() const {
+  if (!device_.power.IsUp()) {
+    throw RequestError("the camera is rebooting");
+  }
+}
+
 void Control::Car(const Json::Value& command, const Reply& reply) {
+  RequireUp();
   const IvsRecord record =
       device_.recognition.CarPasses(Trigger::kVideo, OptionalText(command, "plate"));
   Json::Value answer;
@@ -99,6 +109,31 @@ void Control::Car(const Json::Value& command, const Reply& reply) {
   answer["plate_id"] = record.plate_id;
   answer["picture"] = GetText(record.full_path);
   reply(Ok(answer));
+}
+
+void Control::Lane(const Json::Value& command, const Reply& reply) {
+  RequireUp();
+  const std::string who = RequiredText(command, "who");
+  if (who != "person" && who != "vehicle") {
+    throw RequestError("a person or a vehicle stays, not \"" + who + "\"");
+  }
+  Json::Value answer;
+  answer["message"] = device_.lane_control.Stay(
+      who == "person" ? LaneControl::Kind::kPerson : LaneControl::Kind::kVehicle,
+      OptionalText(command, "plate"));
+  reply(Ok(answer));
+}
+
+void Control::GpioIn(const Json::Value& command, const Reply& reply) {
+  RequireUp();
+  device_.gpio.SetInput(RequiredInt(command, "input"), RequiredInt(command, "level"));
+  reply(Ok());
+}
+
+void Control::Serial(const Json::Value& command, const Reply& reply) {
+  RequireUp();
+  device_.rs485.Input(RequiredInt(command, "channel"), RequiredText(command, "text"));
+  reply(Ok());
 }
 
 void Control::Rename(const Json::Value& command, const Reply& reply) {

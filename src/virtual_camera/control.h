@@ -32,10 +32,15 @@ class Control {
   static const Row* Find(const std::string& name);
 
   void Car(const Json::Value& command, const Reply& reply);
+  void Lane(const Json::Value& command, const Reply& reply);
+  void GpioIn(const Json::Value& command, const Reply& reply);
+  void Serial(const Json::Value& command, const Reply& reply);
   void Rename(const Json::Value& command, const Reply& reply);
   void Readdress(const Json::Value& command, const Reply& reply);
   void SetService(const Json::Value& command, const Reply& reply);
   void State(const Json::Value& command, const Reply& reply);
+
+  void RequireUp() const;
 
   Device& device_;
   ServiceModes& modes_;

@@ -21,13 +21,13 @@ Json::Value ResultState(Device& device) {
 
 }  // namespace
 
-Device::Device(const DeviceOptions& options, Timeline& clockwork, Announcer& bus,
-               KeyValueStore& store)
-    : timeline(clockwork),
-      announcer(bus),
+Device::Device(const DeviceOptions& options, const Surroundings& around)
+    : timeline(around.timeline),
+      announcer(around.bus),
       directory(options.data),
       database(directory.Under("camera.db")),
       settings(database),
+      power(timeline, static_cast<int64_t>(options.reboot_seconds * 1000)),
       clock(timeline, settings),
       results(database, options.retention),
       pictures(directory.Under("pictures")),
@@ -38,7 +38,22 @@ Device::Device(const DeviceOptions& options, Timeline& clockwork, Announcer& bus
       recognition(
           {timeline, announcer, clock, results, pictures, scene, pan_tilt, white_list, gpio},
           options.seed, directory.Under("snapshots")),
-      identity(settings, store, announcer, options.identity) {
+      identity(settings, around.key_values, announcer, options.identity),
+      lane_control({announcer, settings, clock, identity, scene, pan_tilt}, options.seed,
+                   directory.Under("lane")),
+      rs485(around.serial_lines,
+            options.serial_directory.empty() ? directory.path() : options.serial_directory,
+            announcer, [this] { return power.IsUp(); }),
+      voice_display(settings),
+      companions(settings, options.serial_number) {
+  // What a reboot loses.
+  power.OnChange([this](bool is_up) {
+    if (!is_up) {
+      gpio.ResetOutputs();
+      pan_tilt.StopAll();
+      companions.EndTalkbacks();
+    }
+  });
   const int orphans =
       pictures.RemoveOrphans([this](uint32_t id) { return results.Find(id).has_value(); });
   if (orphans > 0) {
@@ -62,6 +77,13 @@ Json::Value Device::State() {
   state["head"] = pan_tilt.State();
   state["white_list"]["plates"] = static_cast<Json::Int64>(white_list.Count());
   state["white_list"]["filter_enable"] = static_cast<int>(white_list.check());
+  state["lane_control"] = lane_control.State();
+  state["rs485"] = rs485.State();
+  state["voice_display"] = voice_display.record();
+  state["bound_devices"] = companions.Bound();
+  state["talkback"] = companions.TalkbackState();
+  state["power"]["is_up"] = power.IsUp();
+  state["power"]["reboots"] = static_cast<Json::Int64>(power.reboots());
   state["announced"] = announcer.State();
   return state;
 }

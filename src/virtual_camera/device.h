@@ -8,19 +8,24 @@
 
 #include "virtual_camera/announcer.h"
 #include "virtual_camera/camera_clock.h"
+#include "virtual_camera/companions.h"
 #include "virtual_camera/counting_announcer.h"
 #include "virtual_camera/data_directory.h"
 #include "virtual_camera/database.h"
 #include "virtual_camera/gpio.h"
 #include "virtual_camera/identity.h"
 #include "virtual_camera/key_values.h"
+#include "virtual_camera/lane_control.h"
 #include "virtual_camera/pan_tilt.h"
 #include "virtual_camera/picture_files.h"
+#include "virtual_camera/power.h"
 #include "virtual_camera/recognition.h"
 #include "virtual_camera/result_store.h"
+#include "virtual_camera/rs485.h"
 #include "virtual_camera/scene.h"
 #include "virtual_camera/settings.h"
 #include "virtual_camera/timeline.h"
+#include "virtual_camera/voice_display.h"
 #include "virtual_camera/white_list.h"
 
 namespace virtual_camera {
@@ -31,14 +36,25 @@ struct DeviceOptions {
   PictureOptions pictures;
   uint32_t seed = 1;
   IdentityDefaults identity;
+  std::string serial_number;     ///< by which others ask for this camera
+  std::string serial_directory;  ///< of the links to the serial lines; empty: the data's
+  double reboot_seconds = 3;
+};
+
+/// What the device is surrounded by. All must outlive it.
+struct Surroundings {
+  Timeline& timeline;
+  Announcer& bus;
+  KeyValueStore& key_values;
+  SerialLines& serial_lines;
 };
 
 /// The parts in the order in which they need each other; services and commands reach for
 /// those that they are about. Used on the camera's thread.
 struct Device {
-  /// The references must outlive the device. Throws std::runtime_error, with one line
-  /// for people, when the data directory or the font cannot be used.
-  Device(const DeviceOptions& options, Timeline& clockwork, Announcer& bus, KeyValueStore& store);
+  /// Throws std::runtime_error, with one line for people, when the data directory, the
+  /// font or the serial lines cannot be used.
+  Device(const DeviceOptions& options, const Surroundings& around);
 
   Device(const Device&) = delete;
   Device& operator=(const Device&) = delete;
@@ -54,6 +70,7 @@ struct Device {
   DataDirectory directory;
   Database database;
   Settings settings;
+  Power power;
   CameraClock clock;
   ResultStore results;
   PictureFiles pictures;
@@ -63,6 +80,10 @@ struct Device {
   WhiteList white_list;
   Recognition recognition;
   Identity identity;
+  LaneControl lane_control;
+  Rs485 rs485;
+  VoiceDisplay voice_display;
+  Companions companions;
 };
 
 }  // namespace virtual_camera

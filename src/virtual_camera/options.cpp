@@ -1,5 +1,7 @@
 #include "virtual_camera/options.h"
 
+#include "chw_info.h"
+
 namespace virtual_camera {
 
 namespace {
@@ -59,7 +61,9 @@ void AddStore(CLI::App& app, DeviceOptions& device) {
       ->group("Store");
 }
 
-void AddIdentity(CLI::App& app, IdentityDefaults& identity) {
+void AddIdentity(CLI::App& app, DeviceOptions& device) {
+  IdentityDefaults& identity = device.identity;
+  device.serial_number = hw_sn();
   app.add_option("--name", identity.name, "Name of a camera that has not been given one yet")
       ->capture_default_str()
       ->group("Identity");
@@ -71,6 +75,22 @@ void AddIdentity(CLI::App& app, IdentityDefaults& identity) {
                  "The opaque user data of a camera that has none yet")
       ->capture_default_str()
       ->group("Identity");
+  app.add_option("--serial-number", device.serial_number,
+                 "Serial number by which others ask for this camera's stream")
+      ->capture_default_str()
+      ->group("Identity");
+}
+
+void AddBehaviour(CLI::App& app, DeviceOptions& device) {
+  app.add_option("--serial-dir", device.serial_directory,
+                 "Where the links rs485-0 and rs485-1 to the serial lines are made; the data "
+                 "directory without it")
+      ->check(CLI::ExistingDirectory)
+      ->group("Behaviour");
+  app.add_option("--reboot-seconds", device.reboot_seconds, "How long a reboot takes")
+      ->capture_default_str()
+      ->check(CLI::Range(0.0, 3600.0))
+      ->group("Behaviour");
 }
 
 }  // namespace
@@ -80,7 +100,8 @@ void AddOptions(CLI::App& app, CameraOptions& options) {
   AddTraffic(app, options);
   AddPictures(app, options.device.pictures);
   AddStore(app, options.device);
-  AddIdentity(app, options.device.identity);
+  AddIdentity(app, options.device);
+  AddBehaviour(app, options.device);
 }
 
 }  // namespace virtual_camera

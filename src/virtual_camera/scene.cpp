@@ -17,6 +17,8 @@ constexpr Colour kGlass{58, 74, 92};
 constexpr Colour kTyre{24, 24, 26};
 constexpr Colour kLamp{255, 240, 190};
 constexpr Colour kTailLamp{200, 30, 30};
+constexpr Colour kSkin{226, 184, 150};
+constexpr Colour kJacket{214, 120, 30};
 constexpr Colour kWhite{255, 255, 255};
 constexpr Colour kShadow{48, 50, 54};
 
@@ -51,6 +53,13 @@ PixelRect Body(const Car& car, int width, int height, double pan, double tilt) {
   const double bottom = height * (0.52 + 0.42 * car.nearness) + ShiftY(height, tilt);
   return {Rounded(middle - wide / 2), Rounded(bottom - high), Rounded(middle + wide / 2),
           Rounded(bottom)};
+}
+
+PixelRect Figure(int width, int height, double pan, double tilt) {
+  const int high = height * 34 / 100;
+  const int middle = width * 40 / 100 + ShiftX(width, pan);
+  const int bottom = height * 86 / 100 + ShiftY(height, tilt);
+  return {middle - high / 6, bottom - high, middle + high / 6, bottom};
 }
 
 PixelRect PlateOn(const PixelRect& body) {
@@ -105,6 +114,17 @@ void DrawCar(Canvas& canvas, const Car& car, const PixelRect& body) {
   canvas.TextInto(plate, car.plate, car.plate_kind->text);
 }
 
+void DrawPerson(Canvas& canvas, const PixelRect& figure) {
+  const int wide = figure.right - figure.left;
+  const int high = figure.bottom - figure.top;
+  const int middle = (figure.left + figure.right) / 2;
+  canvas.FillCircle(middle, figure.top + high / 8, std::max(2, high / 5), kSkin);
+  canvas.Fill({figure.left, figure.top + high / 4, figure.right, figure.top + high * 6 / 10},
+              kJacket);
+  canvas.Fill({figure.left, figure.top + high * 6 / 10, middle - wide / 10, figure.bottom}, kTyre);
+  canvas.Fill({middle + wide / 10, figure.top + high * 6 / 10, figure.right, figure.bottom}, kTyre);
+}
+
 }  // namespace
 
 Scene::Scene(PictureOptions options) : options_(options) { Canvas::CheckFont(); }
@@ -114,13 +134,28 @@ CarPlace Scene::PlaceOf(const Car& car, double pan_degrees, double tilt_degrees)
   return {Within(body, options_.width, Height()), Within(PlateOn(body), options_.width, Height())};
 }
 
+PixelRect Scene::PlaceOfPerson(double pan_degrees, double tilt_degrees) const {
+  return Within(Figure(options_.width, Height(), pan_degrees, tilt_degrees), options_.width,
+                Height());
+}
+
 int64_t Scene::DrawFull(const View& view, const std::string& path) const {
-  const int width = options_.width;
-  Canvas canvas(width, Height());
-  DrawRoad(canvas, width, Height(), view);
+  return Draw(view, options_.width, path);
+}
+
+int64_t Scene::DrawSmall(const View& view, const std::string& path) const {
+  return Draw(view, std::max(48, options_.width / 4), path);
+}
+
+int64_t Scene::Draw(const View& view, int width, const std::string& path) const {
+  const int height = width * 9 / 16;
+  Canvas canvas(width, height);
+  DrawRoad(canvas, width, height, view);
   if (view.car) {
-    DrawCar(canvas, *view.car,
-            Body(*view.car, width, Height(), view.pan_degrees, view.tilt_degrees));
+    DrawCar(canvas, *view.car, Body(*view.car, width, height, view.pan_degrees, view.tilt_degrees));
+  }
+  if (view.has_person) {
+    DrawPerson(canvas, Figure(width, height, view.pan_degrees, view.tilt_degrees));
   }
   const double line = std::max(8.0, width / 45.0);
   canvas.Fill({0, 0, width - 1, Rounded(line * 1.5)}, kShadow);

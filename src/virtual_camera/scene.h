@@ -22,6 +22,7 @@ struct View {
   double tilt_degrees = 0;  ///< upwards
   std::string caption;      ///< the line of text at the top
   std::optional<Car> car;
+  bool has_person = false;  ///< on the road, beside the car if there is one
 };
 
 /// Where a car and its plate are in the full picture; both lie within it.
@@ -38,12 +39,17 @@ class Scene {
 
   CarPlace PlaceOf(const Car& car, double pan_degrees, double tilt_degrees) const;
 
-  /// Write a JPEG file. Throw std::runtime_error when it cannot be written.
+  PixelRect PlaceOfPerson(double pan_degrees, double tilt_degrees) const;
+
+  /// Write a JPEG file: the view, the same at a quarter of the size, a plate's close-up. Throw
+  /// std::runtime_error when it cannot be written.
   /// @return its size in bytes.
   int64_t DrawFull(const View& view, const std::string& path) const;
+  int64_t DrawSmall(const View& view, const std::string& path) const;
   int64_t DrawClip(const Car& car, const std::string& path) const;
 
  private:
+  int64_t Draw(const View& view, int width, const std::string& path) const;
   int Height() const { return options_.width * 9 / 16; }
 
   const PictureOptions options_;

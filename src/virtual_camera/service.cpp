@@ -1,5 +1,6 @@
 #include "virtual_camera/service.h"
 
+#include <cstring>
 #include <exception>
 
 #include "json_text.h"
@@ -23,16 +24,10 @@ const Json::Value& Member(const Json::Value& object, const char* key) {
   return object[key];
 }
 
-}  // namespace
-
-std::string JsonService::Answer(const std::string& request) {
+template <class Work>
+std::string Guarded(Work work) {
   try {
-    Json::Value parsed;
-    if (!Json::String2Json(request, parsed)) {
-      throw RequestError("the request is not JSON");
-    }
-    const std::string type = RequiredText(parsed, "type");
-    return Handle(type, parsed);
+    return work();
   } catch (const RequestError& error) {
     CAMERA_LOG(kLogWarning, "request refused: %s", error.what());
     return Refused(error.what());
@@ -40,6 +35,30 @@ std::string JsonService::Answer(const std::string& request) {
     CAMERA_LOG(kLogError, "request failed: %s", error.what());
     return Refused(error.what());
   }
+}
+
+}  // namespace
+
+std::string JsonService::Answer(const std::string& request) {
+  return Guarded([this, &request] {
+    Json::Value parsed;
+    if (!Json::String2Json(request, parsed)) {
+      throw RequestError("the request is not JSON");
+    }
+    const std::string type = RequiredText(parsed, "type");
+    return Handle(type, parsed);
+  });
+}
+
+std::string RecordService::Answer(const std::string& request) {
+  return Guarded([this, &request] { return Handle(request); });
+}
+
+int32_t RecordService::Int32At(const std::string& request, size_t offset) {
+  static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "numbers are read as they lie");
+  int32_t value = 0;
+  std::memcpy(&value, request.data() + offset, sizeof(value));
+  return value;
 }
 
 std::string Accepted(const Json::Value& body) {

@@ -34,6 +34,19 @@ class JsonService : public Service {
   virtual std::string Handle(const std::string& type, const Json::Value& request) = 0;
 };
 
+/// A service whose requests are bytes of a layout of their own; its answers are JSON.
+class RecordService : public Service {
+ public:
+  std::string Answer(const std::string& request) final;
+
+ protected:
+  /// As JsonService::Handle.
+  virtual std::string Handle(const std::string& request) = 0;
+
+  /// The little-endian number at an offset; the request must be long enough.
+  static int32_t Int32At(const std::string& request, size_t offset);
+};
+
 /// {"body": body, "state_code": 200} as compact text.
 std::string Accepted(const Json::Value& body);
 

@@ -62,6 +62,20 @@ void AddCommands(CLI::App& app, CtlRequest& request) {
   app.require_subcommand(1);
   Command(app, request, "car", "Has a car pass now")
       .Text("PLATE", "plate", "Its plate, 1 to 15 bytes; one of chance without");
+  Command(app, request, "lane", "Has somebody stay in the lane; stay events must be on")
+      .Text("WHO", "who", "person or vehicle", CLI::IsMember({"person", "vehicle"}))
+      .Required()
+      .Text("PLATE", "plate", "Plate of the vehicle, 1 to 15 bytes");
+  Command(app, request, "gpio-in", "Sets a switching input")
+      .Number("INPUT", "input", "Its number", 0, 3)
+      .Required()
+      .Number("LEVEL", "level", "0 or 1", 0, 1)
+      .Required();
+  Command(app, request, "serial", "Has a text come in on an RS-485 channel")
+      .Number("CHANNEL", "channel", "0 or 1", 0, 1)
+      .Required()
+      .Text("TEXT", "text", "As it is, without an end of line")
+      .Required();
   Command(app, request, "rename", "Gives the camera another name")
       .Text("NAME", "name", "1 to 64 bytes")
       .Required();
