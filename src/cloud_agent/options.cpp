@@ -259,6 +259,7 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, ProgramOption
   CLI::App app(kDescription, "cloud_agent");
   app.footer(kExample);
   app.set_config("--config", "", "File with more options", false);
+  app.allow_config_extras(CLI::config_extras_mode::error);
   RawOptions raw;
   AddPluginOptions(&app, options);
   AddBrokerOptions(&app, options, &raw);

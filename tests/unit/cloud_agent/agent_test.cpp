@@ -1,0 +1,397 @@
+#include "cloud_agent/agent.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <sstream>
+#include <vector>
+
+#include "fake_bus.h"
+#include "fake_loop.h"
+#include "json_text.h"
+
+namespace agent {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+using Calls = std::vector<std::string>;
+
+/// Notes what it is told, and carries out what it is asked.
+class FakeAdapter : public BaseAdapter {
+ public:
+  explicit FakeAdapter(Calls* calls) : BaseAdapter(nullptr, 0), calls_(calls) {}
+
+  int Initialize(std::function<std::string(const std::string&, const std::string&)> func) override {
+    image_function = func;
+    calls_->push_back("Initialize");
+    return initialize_result;
+  }
+  void GetMessageNames(std::set<std::string>& requests, std::set<std::string>& publishes) override {
+    calls_->push_back("GetMessageNames");
+    requests = {"check_offline_record", "get_sn"};
+    publishes = {"get_sn", "ivs_result"};
+  }
+  bool SubscribeMessage(const std::string& name) override {
+    calls_->push_back("Subscribe " + name);
+    return name != "get_sn";
+  }
+  void UnsubscribeMessage(const std::string&) override {}
+  bool RequestMessage(const std::string& name, const Json::Value& payload, const std::string&,
+                      Json::Value&) override {
+    std::string text;
+    Json::Json2String(payload, text);
+    calls_->push_back("Request " + name + " " + text);
+    return true;
+  }
+  void OnMQTTDisconnected() override { calls_->push_back("Disconnected"); }
+  void OnMQTTConnected() override { calls_->push_back("Connected"); }
+  void OnMessagePublished(unsigned long long tag) override {
+    calls_->push_back("Published " + std::to_string(tag));
+  }
+
+  int initialize_result = 0;
+  std::function<std::string(const std::string&, const std::string&)> image_function;
+
+ private:
+  Calls* calls_;
+};
+
+class FakeLink : public Link {
+ public:
+  explicit FakeLink(Calls* calls) : calls_(calls) {}
+
+  void Start(LinkListener* new_listener) override {
+    calls_->push_back("Start link");
+    listener = new_listener;
+  }
+  Publication Publish(const OutboundMessage& message) override {
+    if (result == PublishResult::kAccepted) {
+      sent.push_back(message.topic + " " + message.payload);
+      return {result, ++last_id};
+    }
+    return {result, 0};
+  }
+  PublishResult Send(const OutboundMessage& message) override {
+    sent.push_back(message.topic + (message.retain ? " retained " : " ") + message.payload);
+    return PublishResult::kAccepted;
+  }
+  std::uint64_t TurnedAwayRequests() const override { return 2; }
+  void Stop(const OutboundMessage& last) override {
+    calls_->push_back("Stop link, " + last.topic + (last.retain ? " retained " : " ") +
+                      last.payload);
+  }
+
+  LinkListener* listener = nullptr;
+  PublishResult result = PublishResult::kAccepted;
+  std::uint64_t last_id = 0;
+  std::vector<std::string> sent;
+
+ private:
+  Calls* calls_;
+};
+
+class AgentTest : public ::testing::Test {
+ protected:
+  AgentTest() { options_.base = "cameras/CAM1"; }
+
+  /// Starts the agent; calls_ holds what happened by then.
+  void Start() {
+    Agent::Parts parts;
+    parts.post = loop_.Post();
+    parts.post_after = loop_.PostAfter();
+    parts.create_adapter = [this] {
+      calls_.push_back("create");
+      return AdapterPtr(adapter_, [this](BaseAdapter* adapter) {
+        calls_.push_back("destroy");
+        delete adapter;
+      });
+    };
+    parts.link = &link_;
+    parts.pictures = &pictures_;
+    parts.printer = &printer_;
+    parts.bus = bus_;
+    agent_ = std::make_unique<Agent>(options_, std::move(parts));
+    ASSERT_TRUE(agent_->Start());
+  }
+
+  void StartAndConnect() {
+    Start();
+    link_.listener->OnLinkUp();
+    calls_.clear();
+    link_.sent.clear();
+    out_.str("");
+  }
+
+  void AdapterPublishes(const std::string& name, unsigned long long tag,
+                        const Json::Value& payload = Json::Value("p")) {
+    adapter_->SignalPushMessage(name, payload, "1.0", tag);
+  }
+
+  void CloudSends(const std::string& name, const std::string& payload) {
+    InboundRequest request;
+    request.topic = "cameras/CAM1/request/" + name;
+    request.payload = payload;
+    request.size = payload.size();
+    link_.listener->OnRequest(request);
+  }
+
+  void BusDelivers(const std::string& topic) {
+    agent_->OnBusMessage(tarvex::DpMessage{topic, ""},
+                         [this, topic] { calls_.push_back("Deliver " + topic); });
+  }
+
+  /// The lines printed, without their times.
+  std::string Printed() {
+    std::istringstream lines(out_.str());
+    std::string line;
+    std::string all;
+    while (std::getline(lines, line)) {
+      all += line.substr(20) + "\n";
+    }
+    return all;
+  }
+
+  Calls calls_;
+  FakeLoop loop_;
+  FakeLink link_{&calls_};
+  FakeAdapter* adapter_ = new FakeAdapter(&calls_);
+  PictureStore pictures_{PictureStore::Options{}};
+  std::ostringstream out_;
+  LinePrinter printer_{out_};
+  boost::shared_ptr<FakeBus> bus_{new FakeBus};
+  Agent::Options options_;
+  std::unique_ptr<Agent> agent_;
+};
+
+TEST_F(AgentTest, TakesTheAdapterThroughItsLifeInOrder) {
+  Start();
+  EXPECT_THAT(calls_, ElementsAre("create", "Initialize", "GetMessageNames", "Subscribe get_sn",
+                                  "Subscribe ivs_result", "Start link"));
+  calls_.clear();
+  agent_->Shutdown();
+  EXPECT_THAT(calls_, ElementsAre(R"(Stop link, cameras/CAM1/status retained {"online":false})",
+                                  "destroy"));
+}
+
+TEST_F(AgentTest, GoesOnWithAnAdapterThatIsNotCompletelyInitialised) {
+  adapter_->initialize_result = 1;
+  Start();
+  EXPECT_THAT(calls_, Contains("Start link"));
+}
+
+TEST_F(AgentTest, DoesNotStartWithoutAnAdapter) {
+  delete adapter_;
+  Agent::Parts parts;
+  parts.post = loop_.Post();
+  parts.post_after = loop_.PostAfter();
+  parts.create_adapter = [] { return AdapterPtr(); };
+  parts.link = &link_;
+  EXPECT_FALSE(Agent(options_, std::move(parts)).Start());
+  EXPECT_THAT(calls_, ElementsAre());
+}
+
+TEST_F(AgentTest, TellsTheAdapterAndTheCloudThatTheLinkStands) {
+  Start();
+  calls_.clear();
+  link_.listener->OnLinkUp();
+  EXPECT_THAT(calls_, ElementsAre("Connected"));
+  ASSERT_EQ(link_.sent.size(), 1U);
+  EXPECT_THAT(link_.sent[0], HasSubstr("cameras/CAM1/status retained {"));
+  EXPECT_THAT(link_.sent[0], HasSubstr(R"("online":true)"));
+  EXPECT_EQ(Printed(), "broker connected\n");
+}
+
+TEST_F(AgentTest, AssertsThatItIsOnlineAfterEveryConnection) {
+  StartAndConnect();
+  link_.listener->OnLinkDown("why");
+  link_.listener->OnLinkUp();
+  EXPECT_THAT(link_.sent, Contains(HasSubstr(R"("connections":2)")));
+  EXPECT_THAT(calls_, ElementsAre("Disconnected", "Connected"));
+}
+
+TEST_F(AgentTest, PublishesWhatTheAdapterPushes) {
+  StartAndConnect();
+  AdapterPublishes("get_sn", 25);
+  EXPECT_THAT(link_.sent, ElementsAre(R"(cameras/CAM1/message/get_sn )"
+                                      R"({"payload":"p","tag":25,"version":"1.0"})"));
+}
+
+TEST_F(AgentTest, TellsTheAdapterOfAnAcknowledgementOnlyWhenItArrives) {
+  StartAndConnect();
+  AdapterPublishes("get_sn", 25);
+  EXPECT_THAT(calls_, ElementsAre());
+  EXPECT_EQ(Printed(), "");
+  link_.listener->OnAcknowledged(1, 0);
+  EXPECT_THAT(calls_, ElementsAre("Published 25"));
+  EXPECT_EQ(Printed(), "get_sn tag 25 \"p\": acknowledged\n");
+}
+
+TEST_F(AgentTest, TakesNoMatchingSubscribersForAnAcknowledgement) {
+  StartAndConnect();
+  AdapterPublishes("get_sn", 25);
+  link_.listener->OnAcknowledged(1, 0x10);
+  EXPECT_THAT(calls_, ElementsAre("Published 25"));
+}
+
+TEST_F(AgentTest, DoesNotConfirmWhatTheBrokerRefuses) {
+  StartAndConnect();
+  AdapterPublishes("get_sn", 25);
+  link_.listener->OnAcknowledged(1, 0x87);
+  EXPECT_THAT(calls_, ElementsAre());
+  EXPECT_EQ(Printed(), "get_sn tag 25 \"p\": refused by the broker\n");
+  EXPECT_EQ(agent_->Counters().refused_by_broker, 1U);
+}
+
+TEST_F(AgentTest, CountsWhatIsPublishedWithoutALinkAndKeepsNothing) {
+  Start();
+  out_.str("");
+  AdapterPublishes("get_sn", 25);
+  EXPECT_EQ(Printed(), "get_sn tag 25 \"p\": not sent: link down\n");
+  EXPECT_EQ(agent_->Counters().dropped_link_down, 1U);
+  link_.listener->OnLinkUp();
+  EXPECT_THAT(link_.sent, Not(Contains(HasSubstr("message/get_sn"))));
+}
+
+TEST_F(AgentTest, NeverConfirmsWhatWasUnderWayWhenTheLinkBroke) {
+  StartAndConnect();
+  AdapterPublishes("get_sn", 25);
+  link_.listener->OnLinkDown("why");
+  link_.listener->OnLinkUp();
+  link_.listener->OnAcknowledged(1, 0);
+  EXPECT_THAT(calls_, ElementsAre("Disconnected", "Connected"));
+  EXPECT_EQ(Printed(),
+            "get_sn tag 25 \"p\": not acknowledged: link lost\n"
+            "broker lost: why\n"
+            "broker connected\n");
+  EXPECT_EQ(agent_->Counters().ignored_acks, 1U);
+}
+
+TEST_F(AgentTest, CountsWhatTheLinkHasNoRoomForOrCannotPublish) {
+  StartAndConnect();
+  link_.result = PublishResult::kBacklogFull;
+  AdapterPublishes("get_sn", 25);
+  link_.result = PublishResult::kRefused;
+  AdapterPublishes("get_sn", 25);
+  EXPECT_EQ(agent_->Counters().dropped_backlog_full, 1U);
+  EXPECT_EQ(agent_->Counters().dropped_not_publishable, 1U);
+  EXPECT_EQ(agent_->Counters().published, 0U);
+}
+
+TEST_F(AgentTest, HandsOverOneResultAtATime) {
+  StartAndConnect();
+  BusDelivers("BUS_SRV_IVS_RESULT");
+  AdapterPublishes("ivs_result", 11);
+  BusDelivers("BUS_SRV_IVS_RESULT");
+  BusDelivers("EVS_RS485_READ");
+  loop_.Run();
+  EXPECT_THAT(calls_, ElementsAre("Deliver BUS_SRV_IVS_RESULT", "Deliver EVS_RS485_READ"));
+  EXPECT_EQ(agent_->Counters().results_waiting, 1U);
+  calls_.clear();
+  link_.listener->OnAcknowledged(1, 0);
+  loop_.Run();
+  EXPECT_THAT(calls_, ElementsAre("Published 11", "Deliver BUS_SRV_IVS_RESULT"));
+}
+
+TEST_F(AgentTest, GoesOnWithTheNextResultWhenOneCouldNotBeSent) {
+  StartAndConnect();
+  link_.result = PublishResult::kBacklogFull;
+  BusDelivers("BUS_SRV_IVS_RESULT");
+  BusDelivers("BUS_SRV_IVS_RESULT");
+  AdapterPublishes("ivs_result", 11);
+  loop_.Run();
+  EXPECT_THAT(calls_, ElementsAre("Deliver BUS_SRV_IVS_RESULT", "Deliver BUS_SRV_IVS_RESULT"));
+}
+
+TEST_F(AgentTest, DropsASecondRedeliveredRecordUnderWay) {
+  StartAndConnect();
+  AdapterPublishes("ivs_result", 16);
+  AdapterPublishes("ivs_result", 16);
+  EXPECT_EQ(link_.sent.size(), 1U);
+  EXPECT_EQ(agent_->Counters().dropped_offline_busy, 1U);
+}
+
+TEST_F(AgentTest, WithholdsAConfirmationAfterTheCloudStoppedTheRedelivery) {
+  StartAndConnect();
+  AdapterPublishes("ivs_result", 16);
+  CloudSends("check_offline_record", R"({"version":"1.0","payload":{"body":{"enable":"stop"}}})");
+  link_.listener->OnAcknowledged(1, 0);
+  EXPECT_THAT(calls_, Not(Contains("Published 16")));
+  EXPECT_EQ(agent_->Counters().withheld_acks, 1U);
+}
+
+TEST_F(AgentTest, AnswersARequest) {
+  StartAndConnect();
+  CloudSends("get_sn", R"({"id":"r1","version":"1.0","payload":{"type":"get_sn"}})");
+  EXPECT_THAT(calls_, ElementsAre(R"(Request get_sn {"type":"get_sn"})"));
+  EXPECT_THAT(link_.sent, ElementsAre(R"(cameras/CAM1/response/get_sn )"
+                                      R"({"id":"r1","response":null,"result":true})"));
+}
+
+TEST_F(AgentTest, KnowsTheRequestsOfItsAdapterOnly) {
+  StartAndConnect();
+  CloudSends("gpio_out", R"({"version":"1.0","payload":{}})");
+  EXPECT_THAT(calls_, ElementsAre());
+  EXPECT_THAT(link_.sent, ElementsAre(HasSubstr("unknown request")));
+  EXPECT_EQ(agent_->Counters().requests, 3U);  // two were turned away by the link
+  EXPECT_EQ(agent_->Counters().request_errors, 3U);
+}
+
+TEST_F(AgentTest, RefreshesItsStatusWhileTheLinkStands) {
+  StartAndConnect();
+  bus_->reply = R"({"body":{"offline_count":4,"oldest_age_s":9}})";
+  loop_.Advance(std::chrono::seconds(10));
+  EXPECT_THAT(link_.sent, ElementsAre(HasSubstr(R"("undelivered":{"count":4,"oldest_age_s":9})")));
+  link_.sent.clear();
+  link_.listener->OnLinkDown("why");
+  loop_.Advance(std::chrono::seconds(30));
+  EXPECT_THAT(link_.sent, ElementsAre());
+}
+
+TEST_F(AgentTest, LendsTheAdapterAnImageFunctionThatSurvivesNonsense) {
+  Start();
+  EXPECT_EQ(adapter_->image_function("/no/such/picture", "../x"), "");
+}
+
+TEST_F(AgentTest, AsksForRedeliveryByItselfOnlyWhenToldTo) {
+  bus_->reply = R"({"body":{"offline_count":4,"oldest_age_s":90}})";
+  StartAndConnect();
+  loop_.Advance(std::chrono::seconds(60));
+  EXPECT_THAT(calls_, ElementsAre());
+}
+
+class AutoPushingAgent : public AgentTest {
+ protected:
+  AutoPushingAgent() {
+    options_.auto_push = true;
+    options_.clock_scale = 6.0;  // the pause of six seconds is one second
+    bus_->reply = R"({"body":{"offline_count":4,"oldest_age_s":0}})";
+  }
+};
+
+TEST_F(AutoPushingAgent, AsksForRedeliveryAfterAReconnection) {
+  StartAndConnect();
+  loop_.Advance(std::chrono::milliseconds(1000));
+  EXPECT_THAT(calls_, ElementsAre(R"(Request check_offline_record {"body":{"enable":"push",)"
+                                  R"("max_count":1000000,"min_id":0},)"
+                                  R"("type":"check_offline_record"})"));
+}
+
+TEST_F(AutoPushingAgent, LeavesARedeliveryAloneThatGoesOnByItself) {
+  StartAndConnect();
+  for (std::uint64_t record = 1; record <= 5; ++record) {
+    AdapterPublishes("ivs_result", 16);
+    loop_.Advance(std::chrono::milliseconds(900));
+    link_.listener->OnAcknowledged(record, 0);
+    loop_.Advance(std::chrono::milliseconds(900));
+  }
+  EXPECT_THAT(calls_, Not(Contains(HasSubstr("Request"))));
+}
+
+}  // namespace
+}  // namespace agent

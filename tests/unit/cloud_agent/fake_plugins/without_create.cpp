@@ -1,0 +1,3 @@
+#include "base_adapter.h"
+
+void destory_adapter(BaseAdapter* adapter) { delete adapter; }

@@ -1,0 +1,190 @@
+#include "cloud_agent/options.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <vector>
+
+namespace agent {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::internal::CaptureStderr;
+using ::testing::internal::CaptureStdout;
+using ::testing::internal::GetCapturedStderr;
+using ::testing::internal::GetCapturedStdout;
+
+class Options : public ::testing::Test {
+ protected:
+  std::optional<int> Parse(std::vector<const char*> arguments) {
+    options_ = ProgramOptions();
+    arguments.insert(arguments.begin(), {"cloud_agent", "--plugin", "p.so"});
+    CaptureStderr();
+    CaptureStdout();
+    const auto status =
+        ParseOptions(static_cast<int>(arguments.size()), arguments.data(), &options_);
+    printed_ = GetCapturedStdout() + GetCapturedStderr();
+    return status;
+  }
+
+  /// What is said of a refused command line.
+  std::string RefusalOf(const std::vector<const char*>& arguments) {
+    const auto status = Parse(arguments);
+    EXPECT_TRUE(status.has_value());
+    EXPECT_NE(status.value_or(0), 0);
+    return printed_;
+  }
+
+  std::string File(const std::string& name, const std::string& content) {
+    const std::string path = ::testing::TempDir() + name;
+    std::ofstream(path) << content;
+    return path;
+  }
+
+  ProgramOptions options_;
+  std::string printed_;
+};
+
+TEST_F(Options, HaveDefaults) {
+  EXPECT_EQ(Parse({}), std::nullopt);
+  EXPECT_EQ(options_.plugin_path, "p.so");
+  EXPECT_EQ(options_.root, "cameras");
+  EXPECT_EQ(options_.link.broker.host, "127.0.0.1");
+  EXPECT_EQ(options_.link.broker.port, 1883);
+  EXPECT_EQ(options_.link.broker.keep_alive_s, 10);
+  EXPECT_FALSE(options_.link.broker.use_tls);
+  EXPECT_EQ(options_.agent.max_request_bytes, 262144U);
+  EXPECT_EQ(options_.agent.guard.results_in_flight, 1U);
+  EXPECT_EQ(options_.agent.guard.results_waiting, 64U);
+  EXPECT_TRUE(options_.agent.guard.duties.one_at_a_time);
+  EXPECT_TRUE(options_.agent.guard.duties.ignore_stale_acks);
+  EXPECT_TRUE(options_.agent.guard.duties.one_offline);
+  EXPECT_EQ(options_.agent.status_interval_s, 10);
+  EXPECT_FALSE(options_.agent.auto_push);
+  EXPECT_EQ(options_.pictures.keep, 5000U);
+}
+
+TEST_F(Options, NeedAPlugin) {
+  const char* arguments[] = {"cloud_agent"};
+  CaptureStderr();
+  EXPECT_NE(ParseOptions(1, arguments, &options_).value_or(0), 0);
+  EXPECT_THAT(GetCapturedStderr(), HasSubstr("--plugin is required"));
+}
+
+TEST_F(Options, OfABrokerWithTlsHaveItsPort) {
+  EXPECT_EQ(Parse({"--broker", "example.org", "--tls"}), std::nullopt);
+  EXPECT_EQ(options_.link.broker.host, "example.org");
+  EXPECT_EQ(options_.link.broker.port, 8883);
+}
+
+TEST_F(Options, ImplyTlsByACertificateToTrust) {
+  const std::string ca = File("ca.pem", "x");
+  EXPECT_EQ(Parse({"--broker", "example.org:1234", "--ca", ca.c_str()}), std::nullopt);
+  EXPECT_TRUE(options_.link.broker.use_tls);
+  EXPECT_EQ(options_.link.broker.port, 1234);
+}
+
+TEST_F(Options, OfACertificateNeedItsKey) {
+  const std::string file = File("cert.pem", "x");
+  EXPECT_THAT(RefusalOf({"--cert", file.c_str()}), HasSubstr("--key"));
+}
+
+TEST_F(Options, CanStandInAFileAndTheCommandLineWins) {
+  const std::string file = File("agent.conf",
+                                "root = \"eu/cameras\"\nkeep-alive = 20\n"
+                                "print-messages = true\n");
+  EXPECT_EQ(Parse({"--config", file.c_str(), "--keep-alive", "30"}), std::nullopt);
+  EXPECT_EQ(options_.root, "eu/cameras");
+  EXPECT_EQ(options_.link.broker.keep_alive_s, 30);
+  EXPECT_TRUE(options_.print_messages);
+}
+
+TEST_F(Options, ThatAFileMisspellsAreRefused) {
+  const std::string file = File("wrong.conf", "rot = \"cameras\"\n");
+  EXPECT_THAT(RefusalOf({"--config", file.c_str()}), HasSubstr("rot"));
+}
+
+TEST_F(Options, ReadThePasswordFromTheFirstLine) {
+  const std::string file = File("password", "secret\r\nmore\n");
+  EXPECT_EQ(Parse({"--username", "cam", "--password-file", file.c_str()}), std::nullopt);
+  EXPECT_EQ(options_.link.broker.password, "secret");
+}
+
+TEST_F(Options, RefuseAPasswordWithoutAUser) {
+  const std::string file = File("password", "secret\n");
+  EXPECT_THAT(RefusalOf({"--password-file", file.c_str()}), HasSubstr("--username"));
+}
+
+TEST_F(Options, RefuseWhatCannotBe) {
+  EXPECT_THAT(RefusalOf({"--broker", "host:0"}), HasSubstr("--broker: \"0\" is no port"));
+  EXPECT_THAT(RefusalOf({"--root", "a/#"}), HasSubstr("--root: "));
+  EXPECT_THAT(RefusalOf({"--keep-alive", "4"}), HasSubstr("--keep-alive"));
+  EXPECT_THAT(RefusalOf({"--results-in-flight", "0"}), HasSubstr("--results-in-flight"));
+  EXPECT_THAT(RefusalOf({"--backoff-min-ms", "500", "--backoff-max-ms", "100"}),
+              HasSubstr("--backoff-max-ms"));
+  EXPECT_THAT(RefusalOf({"--nonsense"}), HasSubstr("--nonsense"));
+}
+
+TEST_F(Options, SwitchDutiesOffOneByOne) {
+  EXPECT_EQ(Parse({"--no-duty", "one-at-a-time", "--no-duty", "one-offline"}), std::nullopt);
+  EXPECT_FALSE(options_.agent.guard.duties.one_at_a_time);
+  EXPECT_TRUE(options_.agent.guard.duties.ignore_stale_acks);
+  EXPECT_FALSE(options_.agent.guard.duties.one_offline);
+}
+
+TEST_F(Options, AreExplainedOnRequest) {
+  EXPECT_EQ(Parse({"--help"}), 0);
+  for (const char* text : {"ROOT/SN/request/NAME", "--broker", "--auto-push", "Example:"}) {
+    EXPECT_THAT(printed_, HasSubstr(text));
+  }
+  EXPECT_EQ(printed_.find("--no-duty"), std::string::npos);
+}
+
+TEST_F(Options, AreCompletedByTheSerialNumber) {
+  Parse({"--root", "eu"});
+  CompleteOptions("CAM1", 10.0, &options_);
+  EXPECT_EQ(options_.agent.base, "eu/CAM1");
+  EXPECT_EQ(options_.link.broker.client_id, "CAM1");
+  EXPECT_EQ(options_.link.broker.will_topic, "eu/CAM1/status");
+  EXPECT_EQ(options_.link.broker.will_payload, R"({"online":false})");
+  EXPECT_EQ(options_.link.broker.request_filter, "eu/CAM1/request/#");
+}
+
+TEST_F(Options, KeepAClientIdThatIsGiven) {
+  Parse({"--client-id", "seven"});
+  CompleteOptions("CAM1", 1.0, &options_);
+  EXPECT_EQ(options_.link.broker.client_id, "seven");
+}
+
+std::string Read(const std::string& text) {
+  std::string host;
+  int port = 1883;
+  const std::string error = ParseHostAndPort(text, &host, &port);
+  return error.empty() ? host + " " + std::to_string(port) : "error";
+}
+
+TEST(HostAndPort, AreRead) {
+  EXPECT_EQ(Read("example.org"), "example.org 1883");
+  EXPECT_EQ(Read("example.org:8883"), "example.org 8883");
+  EXPECT_EQ(Read("[::1]"), "::1 1883");
+  EXPECT_EQ(Read("[::1]:99"), "::1 99");
+}
+
+TEST(HostAndPort, AreRefusedWhenMalformed) {
+  for (const char* text : {"", ":1883", "host:", "host:x", "host:65536", "::1", "[::1", "[::1]x",
+                           "[]:5", "host:1:2"}) {
+    EXPECT_EQ(Read(text), "error") << text;
+  }
+}
+
+TEST(TopicLevels, HoldNoWildcards) {
+  EXPECT_EQ(CheckTopicLevels("cameras"), "");
+  EXPECT_EQ(CheckTopicLevels("eu/cameras"), "");
+  for (const char* text : {"", "a+", "#", "$SYS", "/a", "a/"}) {
+    EXPECT_NE(CheckTopicLevels(text), "") << text;
+  }
+}
+
+}  // namespace
+}  // namespace agent

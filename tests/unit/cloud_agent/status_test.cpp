@@ -1,0 +1,91 @@
+#include "cloud_agent/status.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "fake_bus.h"
+#include "json_text.h"
+
+namespace agent {
+namespace {
+
+using ::testing::ElementsAre;
+
+Json::Value Parsed(const std::string& text) {
+  Json::Value value;
+  EXPECT_TRUE(Json::String2Json(text, value)) << text;
+  return value;
+}
+
+TEST(Status, OfACameraThatIsNotThereIsTheWill) {
+  EXPECT_EQ(OfflineStatus(), R"({"online":false})");
+}
+
+TEST(Status, NamesRequestsAndMessages) {
+  const Json::Value status = Parsed(OnlineStatus({"b", "a"}, {"c"}, {}, std::nullopt));
+  EXPECT_EQ(status["online"], Json::Value(true));
+  EXPECT_EQ(status["requests"], Parsed(R"(["a","b"])"));
+  EXPECT_EQ(status["publishes"], Parsed(R"(["c"])"));
+  EXPECT_TRUE(status.isMember("undelivered"));
+  EXPECT_TRUE(status["undelivered"].isNull());
+}
+
+TEST(Status, HasEveryCounter) {
+  StatusCounters counters;
+  std::uint64_t number = 0;
+  for (std::uint64_t* counter :
+       {&counters.connections, &counters.published, &counters.acknowledged,
+        &counters.refused_by_broker, &counters.dropped_link_down, &counters.dropped_backlog_full,
+        &counters.dropped_not_publishable, &counters.dropped_offline_busy,
+        &counters.results_waiting, &counters.results_overflowed,
+        &counters.results_without_publication, &counters.ignored_acks, &counters.withheld_acks,
+        &counters.requests, &counters.request_errors}) {
+    *counter = ++number;
+  }
+  EXPECT_EQ(Parsed(OnlineStatus({}, {}, counters, std::nullopt))["counters"],
+            Parsed(R"({"connections":1,"published":2,"acknowledged":3,"refused_by_broker":4,
+                       "dropped_link_down":5,"dropped_backlog_full":6,
+                       "dropped_not_publishable":7,"dropped_offline_busy":8,
+                       "results_waiting":9,"results_overflowed":10,
+                       "results_without_publication":11,"ignored_acks":12,"withheld_acks":13,
+                       "requests":14,"request_errors":15})"));
+}
+
+TEST(Status, TellsWhatIsUndelivered) {
+  EXPECT_EQ(Parsed(OnlineStatus({}, {}, {}, Undelivered{4, 90}))["undelivered"],
+            Parsed(R"({"count":4,"oldest_age_s":90})"));
+  EXPECT_EQ(Parsed(OnlineStatus({}, {}, {}, Undelivered{0, std::nullopt}))["undelivered"],
+            Parsed(R"({"count":0,"oldest_age_s":null})"));
+}
+
+TEST(UndeliveredQuery, AsksTheStore) {
+  FakeBus bus;
+  bus.reply = R"({"body":{"offline_count":5,"oldest_age_s":61}})";
+  const auto undelivered = QueryUndelivered(&bus, 300);
+  EXPECT_THAT(bus.requests,
+              ElementsAre(R"(BUS_GET_IVS_INFO {"type":"STP_GET_MQTT_OFFLINE_COUNT"})"));
+  ASSERT_TRUE(undelivered);
+  EXPECT_EQ(undelivered->count, 5);
+  EXPECT_EQ(undelivered->oldest_age_s, 61);
+}
+
+TEST(UndeliveredQuery, DoesWithoutAnAge) {
+  FakeBus bus;
+  bus.reply = R"({"body":{"offline_count":0}})";
+  const auto undelivered = QueryUndelivered(&bus, 300);
+  ASSERT_TRUE(undelivered);
+  EXPECT_EQ(undelivered->oldest_age_s, std::nullopt);
+}
+
+TEST(UndeliveredQuery, FailsOnAnythingElse) {
+  EXPECT_FALSE(QueryUndelivered(nullptr, 300));
+  FakeBus bus;
+  for (const char* reply : {"", "{", "[]", "5", R"({"body":5})", R"({"body":{}})",
+                            R"({"body":{"offline_count":"7"}})"}) {
+    bus.reply = reply;
+    EXPECT_FALSE(QueryUndelivered(&bus, 300)) << reply;
+  }
+}
+
+}  // namespace
+}  // namespace agent
