@@ -55,7 +55,9 @@ start_child agent "$bin/cloud_agent" --plugin build/dev/lib/libmqttadapter.so \
   --id-picture-dir "$run_dir/camera/lane" --print-messages "${agent_options[@]}"
 
 scripts/try_next.sh "$bin" "$sn" "$mqtt_port"
-setsid setpriv --pdeathsig TERM tail -n +1 -f "$log_dir/agent.out" &
+# What the plug-in prints for its own console stays in the log.
+setsid setpriv --pdeathsig TERM tail -n +1 -f "$log_dir/agent.out" |
+  grep --line-buffered -E '^[0-9]{4}-' &
 adopt_child lines $!
 if [ "$seconds" -gt 0 ]; then
   start_child timer sleep "$seconds"

@@ -112,7 +112,7 @@ Json::Value Rig::AgentStatus() {
   return ParseJson(message->payload);
 }
 
-Json::Value Rig::Request(const std::string& name, const Json::Value& payload) {
+Json::Value Rig::RequestWith(const std::string& name, const Json::Value& payload) {
   Json::Value request;
   request["id"] = std::to_string(++last_request_);
   request["version"] = "1.0";
@@ -137,7 +137,7 @@ Json::Value Rig::Request(const std::string& name, const std::string& body_text) 
   if (!body_text.empty()) {
     payload["body"] = ParseJson(body_text);
   }
-  return Request(name, payload);
+  return RequestWith(name, payload);
 }
 
 Json::Value Rig::AwaitMessage(const std::string& name) {
