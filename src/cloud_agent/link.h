@@ -75,7 +75,8 @@ class Link {
   /// How many requests were turned away because too many waited.
   virtual std::uint64_t TurnedAwayRequests() const = 0;
 
-  /// Publishes a last message if the link stands, and disconnects. Takes a few seconds
+  /// Publishes a last message (none when it has no topic) if the link stands, and
+  /// disconnects. Takes a few seconds
   /// at the most; the listener is not called any more.
   virtual void Stop(const OutboundMessage& last) = 0;
 };

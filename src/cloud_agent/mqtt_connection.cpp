@@ -31,7 +31,11 @@ std::string ErrorText(int error) {
   if (error == MOSQ_ERR_ERRNO) {
     return std::generic_category().message(errno);
   }
-  return mosquitto_strerror(error);
+  std::string text = mosquitto_strerror(error);
+  if (!text.empty() && text.back() == '.') {
+    text.pop_back();
+  }
+  return text;
 }
 
 std::string ReasonText(int reason_code) {

@@ -319,7 +319,9 @@ void MqttLink::Core::PostToListener(std::function<void(LinkListener*)> call) {
 void MqttLink::Core::RequestStop(const OutboundMessage& last) {
   const std::lock_guard<std::mutex> lock(mutex_);
   is_stopping_ = true;
-  SendLocked(last, 0);  // wakes the network thread as well
+  if (!last.topic.empty()) {
+    SendLocked(last, 0);  // wakes the network thread as well
+  }
   changed_.notify_all();
 }
 
@@ -334,7 +336,7 @@ MqttLink::MqttLink(Options options, std::function<void(std::function<void()>)> p
 
 MqttLink::~MqttLink() {
   if (thread_.joinable()) {
-    Stop({});
+    MqttLink::Stop({});
   }
 }
 

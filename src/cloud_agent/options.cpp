@@ -26,6 +26,10 @@ constexpr char kExample[] =
     "      --username cam7 --password-file cam7.password --picture-dir /var/lib/pictures\n\n"
     "Every long option can stand in the --config file, one a line: broker = \"127.0.0.1:1883\"";
 
+// Checks that keep quiet in the help text.
+CLI::Validator Between(int least, int most) { return CLI::Range(least, most).description(""); }
+CLI::Validator Readable() { return CLI::Validator(CLI::ExistingFile).description(""); }
+
 struct RawOptions {
   std::string broker = "127.0.0.1";
   std::string password_file;
@@ -36,9 +40,11 @@ void AddPluginOptions(CLI::App* app, ProgramOptions* options) {
   const char* group = "Plug-in";
   app->add_option("--plugin", options->plugin_path, "Path of the adapter plug-in")
       ->required()
+      ->type_name("FILE")
       ->group(group);
   app->add_option("--adapter-id", options->adapter_id, "Number handed to the adapter")
       ->capture_default_str()
+      ->type_name("N")
       ->group(group);
 }
 
@@ -47,35 +53,45 @@ void AddBrokerOptions(CLI::App* app, ProgramOptions* options, RawOptions* raw) {
   BrokerOptions& broker = options->link.broker;
   app->add_option("--broker", raw->broker, "HOST or HOST:PORT; the port is 1883, 8883 with TLS")
       ->capture_default_str()
+      ->type_name("HOST[:PORT]")
       ->group(group);
   app->add_option("--root", options->root, "What every topic begins with")
       ->capture_default_str()
+      ->type_name("TOPIC")
       ->group(group);
   app->add_option("--client-id", broker.client_id, "MQTT client id (default: the serial number)")
+      ->type_name("ID")
       ->group(group);
-  app->add_option("--username", broker.username, "User name at the broker")->group(group);
+  app->add_option("--username", broker.username, "User name at the broker")
+      ->type_name("NAME")
+      ->group(group);
   app->add_option("--password-file", raw->password_file, "File whose first line is the password")
-      ->check(CLI::ExistingFile)
+      ->check(Readable())
+      ->type_name("FILE")
       ->group(group);
   app->add_option("--keep-alive", broker.keep_alive_s,
                   "Seconds; a silent broker is left after twice as long")
-      ->check(CLI::Range(5, 65535))
+      ->check(Between(5, 65535))
       ->capture_default_str()
+      ->type_name("S")
       ->group(group);
   app->add_option("--backoff-min-ms", options->link.backoff_min_ms,
                   "First delay before connecting again")
-      ->check(CLI::Range(1, 3600000))
+      ->check(Between(1, 3600000))
       ->capture_default_str()
+      ->type_name("MS")
       ->group(group);
   app->add_option("--backoff-max-ms", options->link.backoff_max_ms,
                   "Longest delay before connecting again")
-      ->check(CLI::Range(1, 3600000))
+      ->check(Between(1, 3600000))
       ->capture_default_str()
+      ->type_name("MS")
       ->group(group);
   app->add_option("--ack-timeout", options->link.ack_timeout_s,
                   "Seconds after which a broker that owes an acknowledgement is left")
-      ->check(CLI::Range(1, 3600))
+      ->check(Between(1, 3600))
       ->capture_default_str()
+      ->type_name("S")
       ->group(group);
 }
 
@@ -84,13 +100,16 @@ void AddTlsOptions(CLI::App* app, ProgramOptions* options) {
   BrokerOptions& broker = options->link.broker;
   app->add_flag("--tls", broker.use_tls, "Use TLS; implied by --ca and --cert")->group(group);
   app->add_option("--ca", broker.ca_file, "Certificates to trust (default: the system's)")
-      ->check(CLI::ExistingFile)
+      ->check(Readable())
+      ->type_name("FILE")
       ->group(group);
   CLI::Option* cert = app->add_option("--cert", broker.cert_file, "The client's certificate")
-                          ->check(CLI::ExistingFile)
+                          ->check(Readable())
+                          ->type_name("FILE")
                           ->group(group);
   CLI::Option* key = app->add_option("--key", broker.key_file, "The key of that certificate")
-                         ->check(CLI::ExistingFile)
+                         ->check(Readable())
+                         ->type_name("FILE")
                          ->group(group);
   cert->needs(key);
   key->needs(cert);
@@ -101,16 +120,20 @@ void AddPictureOptions(CLI::App* app, ProgramOptions* options) {
   options->pictures.directory = "pictures";
   app->add_option("--picture-dir", options->pictures.directory, "Where published pictures are kept")
       ->capture_default_str()
+      ->type_name("DIR")
       ->group(group);
   app->add_option("--picture-url", options->pictures.url,
                   "URL of that directory, as the cloud sees it (default: its file:// URL)")
+      ->type_name("URL")
       ->group(group);
   app->add_option("--id-picture-dir", options->pictures.id_directory,
                   "Where the camera keeps its pictures by id, as ID.jpg")
+      ->type_name("DIR")
       ->group(group);
   app->add_option("--keep-pictures", options->pictures.keep, "How many pictures stay")
-      ->check(CLI::Range(1, 10000000))
+      ->check(Between(1, 10000000))
       ->capture_default_str()
+      ->type_name("N")
       ->group(group);
 }
 
@@ -118,26 +141,30 @@ void AddTrafficOptions(CLI::App* app, ProgramOptions* options) {
   const char* group = "Traffic";
   app->add_option("--max-request-bytes", options->agent.max_request_bytes,
                   "Larger requests are answered with an error")
-      ->check(CLI::Range(64, 64 << 20))
+      ->check(Between(64, 64 << 20))
       ->capture_default_str()
+      ->type_name("N")
       ->group(group);
   app->add_option("--results-in-flight", options->agent.guard.results_in_flight,
-                  "Recognition results under way at a time; above 1 results can be lost")
-      ->check(CLI::Range(1, 1000))
+                  "Recognition results under way at a time; more than 1 is not safe")
+      ->check(Between(1, 1000))
       ->capture_default_str()
+      ->type_name("N")
       ->group(group);
   app->add_option("--results-waiting", options->agent.guard.results_waiting,
                   "Recognition results that may wait for their turn; others stay in the store")
-      ->check(CLI::Range(0, 100000))
+      ->check(Between(0, 100000))
       ->capture_default_str()
+      ->type_name("N")
       ->group(group);
   app->add_flag("--auto-push", options->agent.auto_push,
                 "Re-deliver undelivered results after each connection, unasked")
       ->group(group);
   app->add_option("--status-interval", options->agent.status_interval_s,
                   "Seconds between two status messages")
-      ->check(CLI::Range(1, 86400))
+      ->check(Between(1, 86400))
       ->capture_default_str()
+      ->type_name("S")
       ->group(group);
   app->add_flag("--print-messages", options->print_messages,
                 "Print a line for each published message")
@@ -258,7 +285,8 @@ void CompleteOptions(const std::string& serial_number, double clock_scale,
 std::optional<int> ParseOptions(int argc, const char* const* argv, ProgramOptions* options) {
   CLI::App app(kDescription, "cloud_agent");
   app.footer(kExample);
-  app.set_config("--config", "", "File with more options", false);
+  app.get_formatter()->column_width(34);
+  app.set_config("--config", "", "File with more options", false)->type_name("FILE");
   app.allow_config_extras(CLI::config_extras_mode::error);
   RawOptions raw;
   AddPluginOptions(&app, options);
