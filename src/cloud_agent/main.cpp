@@ -9,6 +9,7 @@
 #include <boost/make_shared.hpp>
 
 #include "chw_info.h"
+#include "cloud_agent/address_text.h"
 #include "cloud_agent/agent.h"
 #include "cloud_agent/log.h"
 #include "cloud_agent/mqtt_link.h"

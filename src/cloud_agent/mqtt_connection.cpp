@@ -17,6 +17,7 @@ namespace {
 
 constexpr int kQos = 1;
 constexpr int kFirstFailureCode = 0x80;
+constexpr char kSystemCertificates[] = "/etc/ssl/certs";
 
 class LibraryUse {
  public:
@@ -111,10 +112,8 @@ void MqttConnection::Configure() {
     const auto or_null = [](const std::string& file) {
       return file.empty() ? nullptr : file.c_str();
     };
-    if (options_.ca_file.empty()) {
-      Require(mosquitto_int_option(client_, MOSQ_OPT_TLS_USE_OS_CERTS, 1), "TLS");
-    }
-    Require(mosquitto_tls_set(client_, or_null(options_.ca_file), nullptr,
+    Require(mosquitto_tls_set(client_, or_null(options_.ca_file),
+                              options_.ca_file.empty() ? kSystemCertificates : nullptr,
                               or_null(options_.cert_file), or_null(options_.key_file), nullptr),
             "TLS");
   }

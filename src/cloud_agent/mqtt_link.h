@@ -11,6 +11,8 @@
 
 namespace agent {
 
+class MqttLinkCore;
+
 class MqttLink : public Link {
  public:
   struct Options {
@@ -36,10 +38,8 @@ class MqttLink : public Link {
   void Stop(const OutboundMessage& last) override;
 
  private:
-  class Core;
-
   // Shared with the network thread, which may be left behind in a name look-up.
-  std::shared_ptr<Core> core_;
+  std::shared_ptr<MqttLinkCore> core_;
   std::thread thread_;
 };
 

@@ -25,15 +25,6 @@ struct ProgramOptions {
 /// @return the exit status when the program is to end at once.
 std::optional<int> ParseOptions(int argc, const char* const* argv, ProgramOptions* options);
 
-/// Reads "HOST", "HOST:PORT" or "[IPV6]:PORT".
-/// @param port is left alone without a port.
-/// @return empty, or what is wrong.
-std::string ParseHostAndPort(const std::string& text, std::string* host, int* port);
-
-/// What keeps a text from being levels of a topic, such as "cameras" or "eu/cameras".
-/// @return empty when nothing does.
-std::string CheckTopicLevels(const std::string& text);
-
 /// Fills in what depends on the device's serial number and the clock.
 void CompleteOptions(const std::string& serial_number, double clock_scale, ProgramOptions* options);
 

@@ -207,6 +207,26 @@ TEST_F(LinkTest, TurnsPublicationsAwayWhileTheBrokerOwesTooManyAcknowledgements)
   EXPECT_EQ(link_->Publish(Message("t", "3")).result, PublishResult::kAccepted);
 }
 
+TEST_F(LinkTest, KeepsABoundedHeapOfResponsesForABrokerThatTakesNone) {
+  BrokerSession session = Connected();
+  const OutboundMessage response = Message("t", std::string(std::size_t{1} << 20, 'x'));
+  int accepted = 0;
+  while (accepted < 100 && link_->Send(response) == PublishResult::kAccepted) {
+    ++accepted;
+  }
+  EXPECT_EQ(accepted, 15);
+  EXPECT_EQ(link_->Publish(response).result, PublishResult::kBacklogFull);
+}
+
+TEST_F(LinkTest, HasRoomForPublicationsWhateverTheResponses) {
+  options_.max_unacknowledged = 1;
+  BrokerSession session = Connected();
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_EQ(link_->Send(Message("t", "response")), PublishResult::kAccepted);
+  }
+  EXPECT_EQ(link_->Publish(Message("t", "result")).result, PublishResult::kAccepted);
+}
+
 TEST_F(LinkTest, RefusesWhatCannotBePublished) {
   BrokerSession session = Connected();
   EXPECT_EQ(link_->Publish(Message("t/#", "1")).result, PublishResult::kRefused);
