@@ -44,7 +44,7 @@ class BusInbox : public std::enable_shared_from_this<BusInbox> {
  public:
   static constexpr unsigned int kArrivedMessageId = 1;  // of the posted messages
   static constexpr std::size_t kMostMessages = 4096;
-  static constexpr std::size_t kMostBytes = 64 * 1024 * 1024;
+  static constexpr std::size_t kMostBytes = std::size_t{64} << 20U;
 
   BusInbox(boost::shared_ptr<EventService> event_service, MessageHandler* handler)
       : event_service_(event_service), handler_(handler) {}

@@ -40,7 +40,8 @@ std::string tarvex::SerialFromMachineId(const std::string& machine_id) {
     hash = (hash ^ static_cast<unsigned char>(character)) * 0x100000001B3U;
   }
   std::array<char, 17> digits{};
-  std::snprintf(digits.data(), digits.size(), "%016llX", static_cast<unsigned long long>(hash));
+  (void)std::snprintf(digits.data(), digits.size(), "%016llX",
+                      static_cast<unsigned long long>(hash));
   return digits.data();
 }
 

@@ -23,14 +23,17 @@ void KvCopy::Replace(Values values) {
   replaced_.notify_all();
 }
 
-void KvCopy::Put(const std::string& key, const std::string& value) {
+void KvCopy::Apply(const KvChange& change) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  values_[key] = value;
+  Apply(change, &values_);
 }
 
-void KvCopy::Remove(const std::string& key) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  values_.erase(key);
+void KvCopy::Apply(const KvChange& change, Values* values) {
+  if (change.is_removal) {
+    values->erase(change.key);
+  } else {
+    (*values)[change.key] = change.value;
+  }
 }
 
 bool KvCopy::WaitForFirst(std::chrono::milliseconds deadline) const {

@@ -3,12 +3,18 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
 
 namespace tarvex {
+
+/// What has become of one key.
+struct KvChange {
+  std::string key;
+  std::string value;
+  bool is_removal = false;
+};
 
 /// Key to value. Callable from any thread.
 class KvCopy {
@@ -21,8 +27,8 @@ class KvCopy {
   /// Takes over a whole database as it is now.
   void Replace(Values values);
 
-  void Put(const std::string& key, const std::string& value);
-  void Remove(const std::string& key);
+  void Apply(const KvChange& change);
+  static void Apply(const KvChange& change, Values* values);
 
   /// @return whether Replace was called, waiting for it if need be.
   bool WaitForFirst(std::chrono::milliseconds deadline) const;

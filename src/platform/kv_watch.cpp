@@ -13,12 +13,37 @@ constexpr std::int64_t kRequestTimeout_ms = 1000;
 constexpr std::chrono::milliseconds kShortestPause(20);
 constexpr std::chrono::milliseconds kLongestPause(1000);
 
-/// After so long without a change, the bucket is looked at whether it is still the same.
-constexpr std::int64_t kQuiet_ms = 3000;
+/// How long the thread sleeps at a time: it notices a new connection after that.
+constexpr std::int64_t kNap_ms = 200;
 
-std::string ValueOf(kvEntry* entry) {
-  return {static_cast<const char*>(kvEntry_Value(entry)),
-          static_cast<std::size_t>(kvEntry_ValueLen(entry))};
+/// After so many naps without a change the server is asked whether it still watches.
+constexpr int kQuietNaps = 15;
+
+/// @param is_last whether nothing more is under way.
+natsStatus ReadChange(natsMsg* message, std::size_t subject_prefix_length, KvChange* change,
+                      bool* is_last) {
+  jsMsgMetaData* read = nullptr;
+  const natsStatus status = natsMsg_GetMetaData(&read, message);
+  const NatsMetaData meta_data(read);
+  if (status != NATS_OK) {
+    return status;
+  }
+  const char* operation = nullptr;  // of a removal only: "DEL" or "PURGE"
+  change->is_removal = natsMsgHeader_Get(message, "KV-Operation", &operation) == NATS_OK;
+  *is_last = read->NumPending == 0;
+  change->key = std::string(natsMsg_GetSubject(message)).substr(subject_prefix_length);
+  change->value.assign(natsMsg_GetData(message),
+                       static_cast<std::size_t>(natsMsg_GetDataLength(message)));
+  return NATS_OK;
+}
+
+/// How many messages a new subscription is going to begin with.
+natsStatus CountFirstValues(natsSubscription* subscription, std::uint64_t* count) {
+  jsConsumerInfo* read = nullptr;
+  const natsStatus status = natsSubscription_GetConsumerInfo(&read, subscription, nullptr, nullptr);
+  const NatsConsumerInfo info(read);
+  *count = status == NATS_OK ? info->NumPending + info->Delivered.Consumer : 0;
+  return status;
 }
 
 }  // namespace
@@ -42,12 +67,9 @@ KvWatch::~KvWatch() {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     stopping_ = true;
-    if (watcher_) {
-      kvWatcher_Stop(watcher_.get());
-    }
   }
   changed_.notify_all();
-  natsConnection_Close(link_->get());  // ends a request that is under way
+  natsConnection_Close(link_->get());  // wakes the thread
   thread_.join();
 }
 
@@ -58,9 +80,6 @@ void KvWatch::OnConnectionState(bool connected) {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     begin_anew_ = true;
-    if (watcher_) {
-      kvWatcher_Stop(watcher_.get());
-    }
   }
   changed_.notify_all();
 }
@@ -86,6 +105,11 @@ void KvWatch::Run() {
   }
 }
 
+bool KvWatch::IsToEnd() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return stopping_ || begin_anew_;
+}
+
 /// Watches for as long as the connection and the bucket last.
 natsStatus KvWatch::Watch() {
   natsStatus status = NATS_OK;
@@ -93,27 +117,16 @@ natsStatus KvWatch::Watch() {
   if (status != NATS_OK) {
     return status;
   }
-  const NatsStore store = OpenBucket(jet_stream.get(), &status);
-  const std::int64_t created_ns = status == NATS_OK ? CreationTime(jet_stream.get(), &status) : 0;
+  status = EnsureBucket(jet_stream.get());
   if (status != NATS_OK) {
     return status;
   }
-  kvWatcher* created = nullptr;
-  status = kvStore_WatchAll(&created, store.get(), nullptr);
-  NatsWatcher watcher(created);
+  const NatsSubscription subscription = Subscribe(jet_stream.get(), &status);
   if (status != NATS_OK) {
     return status;
   }
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (stopping_ || begin_anew_) {
-      return NATS_OK;
-    }
-    watcher_ = std::move(watcher);
-  }
-  status = FollowChanges(created, jet_stream.get(), created_ns);
-  const std::lock_guard<std::mutex> lock(mutex_);
-  watcher_.reset();
+  status = FollowChanges(subscription.get());
+  natsSubscription_Unsubscribe(subscription.get());
   return status;
 }
 
@@ -126,63 +139,74 @@ NatsJetStream KvWatch::OpenJetStream(natsStatus* status) const {
   return NatsJetStream(created);
 }
 
-NatsStore KvWatch::OpenBucket(jsCtx* jet_stream, natsStatus* status) const {
+natsStatus KvWatch::EnsureBucket(jsCtx* jet_stream) const {
   kvStore* opened = nullptr;
-  *status = js_KeyValue(&opened, jet_stream, bucket_.c_str());
-  if (*status == NATS_NOT_FOUND) {
+  natsStatus status = js_KeyValue(&opened, jet_stream, bucket_.c_str());
+  if (status == NATS_NOT_FOUND) {
     kvConfig config;
     kvConfig_Init(&config);
     config.Bucket = bucket_.c_str();
     config.History = 1;
     config.StorageType = js_FileStorage;
-    *status = js_CreateKeyValue(&opened, jet_stream, &config);
+    status = js_CreateKeyValue(&opened, jet_stream, &config);
   }
-  return NatsStore(opened);
+  const NatsStore store(opened);
+  return status;
 }
 
-/// When the bucket was created: tells it from a later one of the same name.
-std::int64_t KvWatch::CreationTime(jsCtx* jet_stream, natsStatus* status) const {
-  jsStreamInfo* read = nullptr;
-  *status = js_GetStreamInfo(&read, jet_stream, ("KV_" + bucket_).c_str(), nullptr, nullptr);
-  const NatsStreamInfo info(read);
-  return *status == NATS_OK ? info->Created : 0;
+/// Subscribes to the last value of every key and to every change that follows.
+NatsSubscription KvWatch::Subscribe(jsCtx* jet_stream, natsStatus* status) const {
+  const std::string stream = "KV_" + bucket_;
+  jsSubOptions options;
+  jsSubOptions_Init(&options);
+  options.Stream = stream.c_str();
+  options.Config.DeliverPolicy = js_DeliverLastPerSubject;
+  options.Config.AckPolicy = js_AckNone;
+  options.Config.MemoryStorage = true;
+  jsErrCode error = static_cast<jsErrCode>(0);
+  natsSubscription* created = nullptr;
+  *status = js_SubscribeSync(&created, jet_stream, (SubjectPrefix() + ">").c_str(), nullptr,
+                             &options, &error);
+  return NatsSubscription(created);
 }
 
-natsStatus KvWatch::FollowChanges(kvWatcher* watcher, jsCtx* jet_stream, std::int64_t created_ns) {
-  bool is_complete = false;
+natsStatus KvWatch::FollowChanges(natsSubscription* subscription) {
+  std::uint64_t first_count = 0;
+  natsStatus status = CountFirstValues(subscription, &first_count);
+  bool is_complete = first_count == 0;
+  if (status == NATS_OK && is_complete) {
+    copy_.Replace({});
+  }
   KvCopy::Values first_values;
-  for (;;) {
-    kvEntry* received = nullptr;
-    natsStatus status = kvWatcher_Next(&received, watcher, kQuiet_ms);
-    const NatsEntry entry(received);
+  for (int quiet_naps = 0; status == NATS_OK && !IsToEnd();) {
+    natsMsg* received = nullptr;
+    status = natsSubscription_NextMsg(&received, subscription, kNap_ms);
+    const NatsMessage message(received);
     if (status == NATS_TIMEOUT) {
-      if (CreationTime(jet_stream, &status) == created_ns) {
-        continue;
-      }
-      return status;
+      status =
+          ++quiet_naps % kQuietNaps == 0 ? CountFirstValues(subscription, &first_count) : NATS_OK;
+      continue;
+    }
+    KvChange change;
+    bool is_last = false;
+    if (status == NATS_OK) {
+      status = ReadChange(received, SubjectPrefix().size(), &change, &is_last);
     }
     if (status != NATS_OK) {
-      return status;
+      break;
     }
-    if (entry == nullptr) {  // the end of what the bucket held at first
+    quiet_naps = 0;
+    if (is_complete) {
+      copy_.Apply(change);
+      continue;
+    }
+    KvCopy::Apply(change, &first_values);
+    if (is_last) {
       is_complete = true;
-      copy_.Replace(std::move(first_values));
-    } else if (is_complete) {
-      Apply(received);
-    } else if (kvEntry_Operation(received) == kvOp_Put) {
-      first_values[kvEntry_Key(received)] = ValueOf(received);
-    } else {
-      first_values.erase(kvEntry_Key(received));
+      copy_.Replace(std::exchange(first_values, {}));
     }
   }
-}
-
-void KvWatch::Apply(kvEntry* entry) {
-  if (kvEntry_Operation(entry) == kvOp_Put) {
-    copy_.Put(kvEntry_Key(entry), ValueOf(entry));
-  } else {
-    copy_.Remove(kvEntry_Key(entry));
-  }
+  return status;
 }
 
 }  // namespace tarvex

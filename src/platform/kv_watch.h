@@ -2,7 +2,6 @@
 #pragma once
 
 #include <condition_variable>
-#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -16,7 +15,10 @@ namespace tarvex {
 
 /// Watches a bucket on a thread of its own, and creates it where it is missing. The
 /// watch is begun anew, with the bucket's whole content, after every new connection and
-/// when the bucket turns out to be another one; until then the copy stays as it was.
+/// when the server turns out to have dropped it; until then the copy stays as it was.
+///
+/// The NATS library's own watcher is not used: after a reconnection it renews itself on
+/// another thread, without regard to one that is just ending it.
 class KvWatch {
  public:
   /// @param bucket made of letters, digits, '_' and '-'.
@@ -41,18 +43,19 @@ class KvWatch {
   void Run();
   natsStatus Watch();
   NatsJetStream OpenJetStream(natsStatus* status) const;
-  NatsStore OpenBucket(jsCtx* jet_stream, natsStatus* status) const;
-  std::int64_t CreationTime(jsCtx* jet_stream, natsStatus* status) const;
-  natsStatus FollowChanges(kvWatcher* watcher, jsCtx* jet_stream, std::int64_t created_ns);
-  void Apply(kvEntry* entry);
+  natsStatus EnsureBucket(jsCtx* jet_stream) const;
+  NatsSubscription Subscribe(jsCtx* jet_stream, natsStatus* status) const;
+  natsStatus FollowChanges(natsSubscription* subscription);
+  bool IsToEnd();
+
+  std::string SubjectPrefix() const { return "$KV." + bucket_ + "."; }  // of every key
 
   const std::string bucket_;
   KvCopy copy_;
-  std::mutex mutex_;  // guards the next four
+  std::mutex mutex_;  // guards the two flags
   std::condition_variable changed_;
   bool stopping_ = false;
   bool begin_anew_ = false;  // there is a new connection
-  NatsWatcher watcher_;      // made and destroyed by the watching thread only
   std::shared_ptr<NatsLink> link_;
   std::thread thread_;
 };

@@ -22,9 +22,10 @@ std::string LocalTime(std::chrono::system_clock::time_point time) {
   std::tm fields{};
   localtime_r(&seconds, &fields);
   std::array<char, 32> day{};
-  std::strftime(day.data(), day.size(), "%Y-%m-%d %H:%M:%S", &fields);
+  (void)std::strftime(day.data(), day.size(), "%Y-%m-%d %H:%M:%S", &fields);
   std::array<char, 40> text{};
-  std::snprintf(text.data(), text.size(), "%s.%03d", day.data(), static_cast<int>(milliseconds));
+  (void)std::snprintf(text.data(), text.size(), "%s.%03d", day.data(),
+                      static_cast<int>(milliseconds));
   return text.data();
 }
 

@@ -2,12 +2,13 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <string>
 
 namespace tarvex {
 
 /// Longest text of an entry, in bytes; what is longer is cut and marked.
-constexpr std::size_t kLongestLogText = 64 * 1024;
+constexpr std::size_t kLongestLogText = std::size_t{64} << 10U;
 
 /// One entry, with a newline at its end:
 /// "2026-01-31 23:59:59.000 error mqtt_adapter Initialize:12 the text". Local time.

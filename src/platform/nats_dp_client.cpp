@@ -39,23 +39,6 @@ struct Arrival {
   static void OnComplete(void* closure) { delete static_cast<Arrival*>(closure); }
 };
 
-NatsSubscription Subscribe(natsConnection* connection, const std::string& subject,
-                           std::unique_ptr<Arrival> arrival) {
-  natsSubscription* created = nullptr;
-  natsStatus status = natsConnection_Subscribe(&created, connection, subject.c_str(),
-                                               Arrival::OnNatsMessage, arrival.get());
-  NatsSubscription subscription(created);
-  if (status == NATS_OK) {
-    status = natsSubscription_SetOnCompleteCB(created, Arrival::OnComplete, arrival.get());
-    (void)arrival.release();  // OnComplete deletes it
-  }
-  if (status != NATS_OK) {
-    PLATFORM_LOG(kLogError, "cannot listen to %s: %s", subject.c_str(), natsStatus_GetText(status));
-    subscription.reset();
-  }
-  return subscription;
-}
-
 }  // namespace
 
 boost::shared_ptr<DpClient> DpClient::CreateDpClient(boost::shared_ptr<EventService> event_service,
@@ -64,18 +47,19 @@ boost::shared_ptr<DpClient> DpClient::CreateDpClient(boost::shared_ptr<EventServ
   if (!event_service) {
     return nullptr;
   }
-  auto link = NatsLink::Connect(address, name);
+  const auto connect = [address, name] { return NatsLink::Connect(address, name); };
+  auto link = connect();
   if (!link) {
     return nullptr;
   }
-  return boost::make_shared<NatsDpClient>(event_service, std::move(link));
+  return boost::make_shared<NatsDpClient>(event_service, connect, std::move(link));
 }
 
-NatsDpClient::NatsDpClient(boost::shared_ptr<EventService> event_service,
+NatsDpClient::NatsDpClient(boost::shared_ptr<EventService> event_service, Connect connect,
                            std::shared_ptr<NatsLink> link)
-    : link_(std::move(link)),
-      inbox_(std::make_shared<BusInbox>(std::move(event_service),
-                                        static_cast<MessageHandler*>(this))) {}
+    : connect_(std::move(connect)),
+      link_(std::move(link)),
+      inbox_(std::make_shared<BusInbox>(std::move(event_service), this)) {}
 
 NatsDpClient::~NatsDpClient() {
   for (auto& [name, listening] : listenings_) {
@@ -96,6 +80,9 @@ int NatsDpClient::SendRequest(const std::string& type, int /*flags*/, const char
   const NatsMessage answer(received);
   if (status != NATS_OK) {
     PLATFORM_LOG(kLogDebug, "%s: %s", subject.c_str(), natsStatus_GetText(status));
+    if (!link_->IsConnected()) {
+      ConnectAfresh();
+    }
     return kNotAnswered;
   }
   if (reply != nullptr) {
@@ -109,14 +96,12 @@ int NatsDpClient::ListenMessage(const std::string& topic, int /*flags*/) {
   if (listenings_.count(topic) != 0) {
     return kListening;
   }
-  const std::string subject = BusSubject(topic);
-  if (!IsPlainSubject(subject)) {
+  if (!IsPlainSubject(BusSubject(topic))) {
     PLATFORM_LOG(kLogError, "not a topic: %s", topic.c_str());
     return kNotListening;
   }
   auto bus_topic = std::make_shared<BusTopic>(topic);
-  auto subscription =
-      Subscribe(link_->get(), subject, std::make_unique<Arrival>(Arrival{inbox_, bus_topic}));
+  auto subscription = Subscribe(bus_topic);
   if (!subscription) {
     return kNotListening;
   }
@@ -136,6 +121,39 @@ int NatsDpClient::RemoveListenMessage(const std::string& topic) {
     listenings_.erase(found);
   }
   return kListening;
+}
+
+NatsSubscription NatsDpClient::Subscribe(const std::shared_ptr<const BusTopic>& topic) const {
+  auto arrival = std::make_unique<Arrival>(Arrival{inbox_, topic});
+  natsSubscription* created = nullptr;
+  natsStatus status =
+      natsConnection_Subscribe(&created, link_->get(), BusSubject(topic->name).c_str(),
+                               Arrival::OnNatsMessage, arrival.get());
+  NatsSubscription subscription(created);
+  if (status == NATS_OK) {
+    status = natsSubscription_SetOnCompleteCB(created, Arrival::OnComplete, arrival.get());
+    (void)arrival.release();  // OnComplete deletes it
+  }
+  if (status != NATS_OK) {
+    PLATFORM_LOG(kLogError, "cannot listen to %s: %s", topic->name.c_str(),
+                 natsStatus_GetText(status));
+    subscription.reset();
+  }
+  return subscription;
+}
+
+/// The library keeps what it could not send, and sends it with the next connection. A
+/// request that has failed must not reach its service an outage later: no gate is to
+/// open then. So it goes down with its connection.
+void NatsDpClient::ConnectAfresh() {
+  auto fresh = connect_();
+  if (!fresh) {
+    return;
+  }
+  link_.swap(fresh);
+  for (auto& [name, listening] : listenings_) {
+    listening.subscription = Subscribe(listening.topic);
+  }
 }
 
 void NatsDpClient::EndListening(Listening& listening) {

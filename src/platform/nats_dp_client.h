@@ -1,6 +1,7 @@
 // The bus client on a NATS connection.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -20,7 +21,12 @@ class NatsDpClient final : public DpClient,
                            public MessageHandler,
                            public boost::enable_shared_from_this<NatsDpClient> {
  public:
-  NatsDpClient(boost::shared_ptr<EventService> event_service, std::shared_ptr<NatsLink> link);
+  using Connect = std::function<std::shared_ptr<NatsLink>()>;
+
+  /// @param connect makes a connection to the bus.
+  /// @param link    the first one that it made.
+  NatsDpClient(boost::shared_ptr<EventService> event_service, Connect connect,
+               std::shared_ptr<NatsLink> link);
   ~NatsDpClient() override;
 
   NatsDpClient(const NatsDpClient&) = delete;
@@ -41,9 +47,12 @@ class NatsDpClient final : public DpClient,
   };
 
   static void EndListening(Listening& listening);
+  NatsSubscription Subscribe(const std::shared_ptr<const BusTopic>& topic) const;
+  void ConnectAfresh();
   void Deliver(const BusTopic& topic, const boost::shared_ptr<DpMessage>& message);
 
-  const std::shared_ptr<NatsLink> link_;
+  const Connect connect_;
+  std::shared_ptr<NatsLink> link_;
   const std::shared_ptr<BusInbox> inbox_;
   std::map<std::string, Listening> listenings_;  // by topic
 };

@@ -21,8 +21,7 @@ using NatsMessage = NatsHandle<natsMsg, natsMsg_Destroy>;
 using NatsSubscription = NatsHandle<natsSubscription, natsSubscription_Destroy>;
 using NatsJetStream = NatsHandle<jsCtx, jsCtx_Destroy>;
 using NatsStore = NatsHandle<kvStore, kvStore_Destroy>;
-using NatsEntry = NatsHandle<kvEntry, kvEntry_Destroy>;
-using NatsWatcher = NatsHandle<kvWatcher, kvWatcher_Destroy>;
-using NatsStreamInfo = NatsHandle<jsStreamInfo, jsStreamInfo_Destroy>;
+using NatsMetaData = NatsHandle<jsMsgMetaData, jsMsgMetaData_Destroy>;
+using NatsConsumerInfo = NatsHandle<jsConsumerInfo, jsConsumerInfo_Destroy>;
 
 }  // namespace tarvex

@@ -3,13 +3,13 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include "platform/log_entry.h"
@@ -25,27 +25,6 @@ struct LogSettings {
     return target != nullptr && std::strcmp(target, "syslog") == 0;
   }
 };
-
-__attribute__((format(printf, 1, 0))) std::string Formatted(const char* format,
-                                                            std::va_list arguments) {
-  std::va_list again;
-  va_copy(again, arguments);
-  std::array<char, 512> brief;
-  const int length = std::vsnprintf(brief.data(), brief.size(), format, arguments);
-  std::string text;
-  if (length < 0) {
-    text = format;  // not to be formatted: better raw than not at all
-  } else if (static_cast<std::size_t>(length) < brief.size()) {
-    text.assign(brief.data(), static_cast<std::size_t>(length));
-  } else {
-    const bool cut = static_cast<std::size_t>(length) > tarvex::kLongestLogText;
-    text.resize(cut ? tarvex::kLongestLogText : static_cast<std::size_t>(length));
-    std::vsnprintf(text.data(), text.size() + 1, format, again);
-    text.append(cut ? " [cut]" : "");
-  }
-  va_end(again);
-  return text;
-}
 
 /// One write per entry, so that the entries of different threads do not mix; more
 /// only where the system takes less at a time.
@@ -70,10 +49,20 @@ void __sys_log(int priority, const char* source, const char* function, int line,
     return;
   }
   const int caller_errno = errno;
+  char* formatted = nullptr;
   std::va_list arguments;
   va_start(arguments, format);
+  const int length = vasprintf(&formatted, format, arguments);
+  va_end(arguments);
+  const std::unique_ptr<char, decltype(&std::free)> owner(length < 0 ? nullptr : formatted,
+                                                          std::free);
   try {
-    const std::string text = Formatted(format, arguments);
+    // What cannot be formatted is better raw than not at all.
+    std::string text(length < 0 ? format : formatted);
+    if (text.size() > tarvex::kLongestLogText) {
+      text.resize(tarvex::kLongestLogText);
+      text.append(" [cut]");
+    }
     if (settings.to_syslog) {
       syslog(LOG_MAKEPRI(LOG_DAEMON, priority & LOG_PRIMASK), "%s %s:%d %s",
              source == nullptr ? "-" : source, function == nullptr ? "-" : function, line,
@@ -85,6 +74,5 @@ void __sys_log(int priority, const char* source, const char* function, int line,
   } catch (...) {
     // No memory for the entry: a log call never fails.
   }
-  va_end(arguments);
   errno = caller_errno;
 }

@@ -26,8 +26,9 @@ unsigned long long XTimeUtil::TimeSecond() {
 std::string XTimeUtil::TimeLocalToString(unsigned long long seconds) {
   const std::tm fields = LocalFields(seconds);
   std::array<char, 80> text{};
-  std::snprintf(text.data(), text.size(), "%04ld-%02d-%02d %02d:%02d:%02d", fields.tm_year + 1900L,
-                fields.tm_mon + 1, fields.tm_mday, fields.tm_hour, fields.tm_min, fields.tm_sec);
+  (void)std::snprintf(text.data(), text.size(), "%04ld-%02d-%02d %02d:%02d:%02d",
+                      fields.tm_year + 1900L, fields.tm_mon + 1, fields.tm_mday, fields.tm_hour,
+                      fields.tm_min, fields.tm_sec);
   return text.data();
 }
 

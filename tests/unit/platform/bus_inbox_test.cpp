@@ -16,6 +16,8 @@ using testing::HasSubstr;
 
 class BusInboxTest : public testing::Test, public tarvex::MessageHandler {
  protected:
+  ~BusInboxTest() override { inbox_->Close(); }
+
   void OnMessage(tarvex::Message*) override {}
 
   void Arrive(std::size_t count, std::size_t length = 1) {
@@ -37,7 +39,7 @@ TEST_F(BusInboxTest, HoldsSoManyMessagesAndDropsTheRest) {
 }
 
 TEST_F(BusInboxTest, HoldsSoManyBytesAndDropsTheRest) {
-  Arrive(100, 1024 * 1024);
+  Arrive(100, std::size_t{1} << 20U);
   EXPECT_EQ(events_->waiting(), 64U);
   Arrive(1, 0);
   EXPECT_EQ(events_->waiting(), 65U);

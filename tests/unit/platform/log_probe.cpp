@@ -1,20 +1,19 @@
-// Logs what it is told to: log_probe PRIORITY TEXT [THREADS ENTRIES].
-#include <cstdlib>
+// Logs what it is told to: log_probe PRIORITY TEXT THREADS ENTRIES.
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "sys_log.h"
 
-int main(int argc, char** argv) {
-  const int priority = std::atoi(argv[1]);
-  const int threads = argc > 3 ? std::atoi(argv[3]) : 1;
-  const int entries = argc > 4 ? std::atoi(argv[4]) : 1;
-  std::vector<std::thread> writers;
-  for (int thread = 0; thread < threads; ++thread) {
-    writers.emplace_back([&] {
+int main(int, char** argv) {
+  const int priority = std::stoi(argv[1]);
+  const std::string text = argv[2];
+  const int entries = std::stoi(argv[4]);
+  std::vector<std::thread> writers(std::stoul(argv[3]));
+  for (std::thread& writer : writers) {
+    writer = std::thread([&] {
       for (int entry = 0; entry < entries; ++entry) {
-        __sys_log(priority, "probe", "main", 42, "%s", argv[2]);
+        __sys_log(priority, "probe", "main", 42, "%s", text.c_str());
       }
     });
   }

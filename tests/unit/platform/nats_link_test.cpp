@@ -15,7 +15,6 @@ namespace {
 
 using tarvex::NatsLink;
 using tarvex::SocketAddress;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 

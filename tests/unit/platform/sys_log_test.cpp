@@ -22,7 +22,8 @@ using testing::MatchesRegex;
 
 using Environment = std::map<std::string, std::string>;
 
-/// What a program that logs once has written to standard output and error.
+/// What a program that logs (PRIORITY TEXT THREADS ENTRIES) has written to standard output and
+/// error.
 std::string LoggedBy(const std::vector<std::string>& arguments, const Environment& environment) {
   const TempDirectory directory;
   std::vector<std::string> command = {LOG_PROBE};
@@ -99,17 +100,17 @@ TEST(SystemLog, LeavesErrnoAlone) {
 }
 
 TEST(SystemLog, WritesInformationButNoDebugEntriesByDefault) {
-  EXPECT_THAT(LoggedBy({"6", "text"}, {}), EndsWith(" info probe main:42 text\n"));
-  EXPECT_EQ(LoggedBy({"7", "text"}, {}), "");
+  EXPECT_THAT(LoggedBy({"6", "text", "1", "1"}, {}), EndsWith(" info probe main:42 text\n"));
+  EXPECT_EQ(LoggedBy({"7", "text", "1", "1"}, {}), "");
 }
 
 TEST(SystemLog, FiltersByTheLevelOfTheEnvironment) {
-  EXPECT_THAT(LoggedBy({"7", "text"}, {{"TARVEX_LOG_LEVEL", "7"}}), HasSubstr(" debug "));
-  EXPECT_EQ(LoggedBy({"4", "text"}, {{"TARVEX_LOG_LEVEL", "3"}}), "");
+  EXPECT_THAT(LoggedBy({"7", "text", "1", "1"}, {{"TARVEX_LOG_LEVEL", "7"}}), HasSubstr(" debug "));
+  EXPECT_EQ(LoggedBy({"4", "text", "1", "1"}, {{"TARVEX_LOG_LEVEL", "3"}}), "");
 }
 
 TEST(SystemLog, KeepsStandardErrorEmptyWhenItGoesToSyslog) {
-  EXPECT_EQ(LoggedBy({"3", "text"}, {{"TARVEX_LOG_TARGET", "syslog"}}), "");
+  EXPECT_EQ(LoggedBy({"3", "text", "1", "1"}, {{"TARVEX_LOG_TARGET", "syslog"}}), "");
 }
 
 TEST(SystemLog, DoesNotMixTheEntriesOfThreads) {
