@@ -1,0 +1,199 @@
+// Cars keep coming while everything is killed, frozen and cut in random order. At the
+// end the journal of an independent subscriber is held against the camera's store.
+// Exit code 1 when a result is lost.
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "outage/scene.h"
+
+namespace {
+
+struct Options {
+  std::uint64_t results = 4000;
+  int faults = 25;
+  unsigned int seed = std::random_device()();
+  double cars_per_second = 60;
+  double clock_scale = 500;
+  std::vector<std::string> switched_off_duties;
+};
+
+struct Fault {
+  const char* name;
+  double weight;  ///< how often, against the others
+  std::function<void()> run;
+};
+
+using Clock = std::chrono::steady_clock;
+
+/// Everything that is counted along the way.
+struct Tally {
+  std::map<std::string, int> faults;
+  std::uint64_t longest_backlog = 0;
+};
+
+std::vector<Fault> Faults(Scene& scene, std::mt19937& random) {
+  return {
+      {"link cut at a random byte", 62,
+       [&] { scene.CutLink(std::uniform_int_distribution<std::size_t>(1, 12000)(random)); }},
+      {"broker killed", 6, [&] { scene.KillBroker(); }},
+      {"broker frozen", 2, [&] { scene.FreezeBroker(); }},
+      {"bus server killed", 10, [&] { scene.KillBus(); }},
+      {"camera killed", 10, [&] { scene.KillCamera(); }},
+      {"agent killed", 10, [&] { scene.KillAgent(); }},
+  };
+}
+
+void RunFaults(const Options& options, Scene& scene, std::mt19937& random, Tally* tally) {
+  const std::vector<Fault> faults = Faults(scene, random);
+  std::vector<double> weights;
+  for (const Fault& fault : faults) {
+    weights.push_back(fault.weight);
+  }
+  std::discrete_distribution<std::size_t> choose(weights.begin(), weights.end());
+  const double pause_s =
+      static_cast<double>(options.results) / options.cars_per_second / options.faults;
+  std::exponential_distribution<double> pause(1.0 / pause_s);
+  // The first faults are one of each kind, so that a short run has them all.
+  std::vector<std::size_t> first(faults.size());
+  for (std::size_t i = 0; i < first.size(); ++i) {
+    first[i] = i;
+  }
+  std::shuffle(first.begin(), first.end(), random);
+
+  Clock::time_point next = Clock::now();
+  for (int done = 0; done < options.faults || scene.store().Count() < options.results; ++done) {
+    next += std::chrono::milliseconds(static_cast<int>(pause(random) * 1000));
+    std::this_thread::sleep_until(next);
+    const auto at = static_cast<std::size_t>(done);
+    const Fault& fault = faults[at < first.size() ? first[at] : choose(random)];
+    fault.run();
+    ++tally->faults[fault.name];
+    tally->longest_backlog = std::max(tally->longest_backlog, scene.store().CountUndelivered());
+    if (done % 50 == 49) {
+      printf("  %d faults, %llu results, %llu undelivered\n", done + 1,
+             static_cast<unsigned long long>(scene.store().Count()),
+             static_cast<unsigned long long>(scene.store().CountUndelivered()));
+      fflush(stdout);
+    }
+  }
+}
+
+/// Results that are neither at the subscriber nor undelivered in the store, and ones that
+/// passed on the bus without being in the store.
+std::uint64_t CountLost(const Scene& scene) {
+  const StoredResults stored = scene.store().Read();
+  std::uint64_t lost = 0;
+  for (const std::uint32_t id : stored.all) {
+    if (stored.undelivered.count(id) == 0 && !scene.journal().Has(id)) {
+      printf("LOST: result %u is marked as delivered and was never received\n", id);
+      ++lost;
+    }
+  }
+  for (const std::uint32_t id : scene.journal().Announced()) {
+    if (stored.all.count(id) == 0) {
+      printf("LOST: result %u passed on the bus and is not in the store\n", id);
+      ++lost;
+    }
+  }
+  return lost;
+}
+
+void Print(const Options& options, const Tally& tally, const Scene& scene, std::uint64_t lost,
+           double seconds) {
+  const Journal::Totals totals = scene.journal().totals();
+  int faults = 0;
+  for (const auto& [name, count] : tally.faults) {
+    faults += count;
+  }
+  const std::uint64_t duplicates = totals.messages - totals.unique;
+  printf("\nseed %u, %.0f seconds\n", options.seed, seconds);
+  printf("results recognised     %llu\n", static_cast<unsigned long long>(scene.store().Count()));
+  printf("faults                 %d\n", faults);
+  for (const auto& [name, count] : tally.faults) {
+    printf("  %-26s %d\n", name.c_str(), count);
+  }
+  printf("messages received      %llu (%llu live, %llu re-delivered)\n",
+         static_cast<unsigned long long>(totals.messages),
+         static_cast<unsigned long long>(totals.live),
+         static_cast<unsigned long long>(totals.redelivered));
+  printf("lost                   %llu\n", static_cast<unsigned long long>(lost));
+  printf("duplicates             %llu, %.3f per fault\n",
+         static_cast<unsigned long long>(duplicates),
+         static_cast<double>(duplicates) / std::max(faults, 1));
+  printf("after removing equal plate ids: %llu results, 0 duplicates\n",
+         static_cast<unsigned long long>(totals.unique));
+  printf("longest backlog        %llu\n", static_cast<unsigned long long>(tally.longest_backlog));
+}
+
+int Run(const Options& options) {
+  printf("outage: seed %u, %llu results, %d faults\n", options.seed,
+         static_cast<unsigned long long>(options.results), options.faults);
+  fflush(stdout);
+  std::mt19937 random(options.seed);
+  Scene::Options scene_options;
+  scene_options.cars_per_second = options.cars_per_second;
+  scene_options.clock_scale = options.clock_scale;
+  scene_options.agent_options = {"--auto-push"};
+  for (const std::string& duty : options.switched_off_duties) {
+    scene_options.agent_options.insert(scene_options.agent_options.end(), {"--no-duty", duty});
+  }
+  const Clock::time_point start = Clock::now();
+  Scene scene({RIG_CAMERA, RIG_CAMERA_CTL, RIG_AGENT, RIG_PLUGIN}, scene_options);
+  Tally tally;
+  RunFaults(options, scene, random, &tally);
+
+  scene.StopCars();
+  std::uint64_t lost = CountLost(scene);
+  printf("faults are over; undelivered %llu\n",
+         static_cast<unsigned long long>(scene.store().CountUndelivered()));
+  fflush(stdout);
+  const bool drained = scene.AwaitAgent() && scene.DrainStore(std::chrono::minutes(30));
+  if (!drained) {
+    printf("NOT DRAINED: %llu results stay undelivered\n",
+           static_cast<unsigned long long>(scene.store().CountUndelivered()));
+  }
+  lost += CountLost(scene);
+  const std::chrono::duration<double> elapsed = Clock::now() - start;
+  Print(options, tally, scene, lost, elapsed.count());
+  return lost == 0 && drained ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  CLI::App app(
+      "Kills, freezes and cuts everything while cars keep coming, and counts what is lost");
+  app.add_option("--results", options.results, "Results to be recognised at least")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 100000000));
+  app.add_option("--faults", options.faults, "Faults at least")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 1000000));
+  app.add_option("--seed", options.seed, "Order and times of the faults (default: random)");
+  app.add_option("--cars-per-second", options.cars_per_second)
+      ->capture_default_str()
+      ->check(CLI::Range(0.1, 1000.0));
+  app.add_option("--clock-scale", options.clock_scale,
+                 "The agent's delayed messages come this many times sooner")
+      ->capture_default_str()
+      ->check(CLI::Range(1.0, 100000.0));
+  app.add_option("--no-duty", options.switched_off_duties,
+                 "Switches a duty of the host off, to see what it is for");
+  CLI11_PARSE(app, argc, argv);
+  try {
+    return Run(options);
+  } catch (const std::exception& error) {
+    fprintf(stderr, "outage: %s\n", error.what());
+    return 2;
+  }
+}

@@ -1,0 +1,66 @@
+// The desk of the outage run, and everything that can go wrong with it.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "outage/journal.h"
+#include "outage/store_reader.h"
+#include "platform/nats_link.h"
+#include "support/rig.h"
+#include "support/tcp_proxy.h"
+
+/// The rig with a proxy between agent and broker, an independent subscriber at the
+/// broker itself, and a listener on the device bus.
+class Scene {
+ public:
+  struct Options {
+    double cars_per_second = 50;
+    double clock_scale = 500;
+    std::vector<std::string> agent_options;
+  };
+
+  Scene(const RigPrograms& programs, const Options& options);
+  ~Scene();
+
+  Scene(const Scene&) = delete;
+  Scene& operator=(const Scene&) = delete;
+
+  // The faults. Each returns when what it broke runs again, or is cut for good.
+  void CutLink(std::size_t after_bytes);
+  void KillBroker();
+  void FreezeBroker();
+  void KillBus();
+  void KillCamera();
+  void KillAgent();
+
+  /// No car passes from now on.
+  void StopCars();
+
+  /// Asks for re-delivery until nothing is undelivered any more.
+  /// @return whether that was reached.
+  bool DrainStore(std::chrono::milliseconds deadline);
+
+  /// Waits until the agent has a connection.
+  bool AwaitAgent();
+
+  const Journal& journal() const { return journal_; }
+  const StoreReader& store() const { return *store_; }
+  std::string AgentLog() const { return rig_.agent->Output(); }
+
+ private:
+  void StartCamera(double cars_per_second);
+  void StartAgent();
+  void Listen();
+
+  const Options options_;
+  Journal journal_;
+  Rig rig_;
+  TcpProxy proxy_;
+  std::unique_ptr<MqttClient> subscriber_;
+  std::shared_ptr<tarvex::NatsLink> bus_link_;
+  natsSubscription* bus_subscription_ = nullptr;
+  std::unique_ptr<StoreReader> store_;
+};
