@@ -57,7 +57,7 @@ class DeliveryGuard {
   DeliveryGuard& operator=(const DeliveryGuard&) = delete;
 
   /// A message of the device's bus, for the plug-in.
-  /// @param deliver hands it over; called now, later or never.
+  /// @param deliver hands it over, and throws nothing; called now, later or never.
   void OnBusMessage(const std::string& topic, std::function<void()> deliver);
 
   /// To be asked before each message of the plug-in is published.

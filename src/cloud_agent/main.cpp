@@ -1,7 +1,9 @@
 // cloud_agent: hosts an adapter plug-in and connects it to an MQTT broker.
 
+#include <atomic>
 #include <csignal>
 #include <cstdio>
+#include <functional>
 #include <iostream>
 #include <thread>
 
@@ -32,13 +34,7 @@ class StopSignals {
     sigaddset(&signals_, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
   }
-  ~StopSignals() {
-    if (thread_.joinable()) {
-      is_over_ = true;
-      pthread_kill(thread_.native_handle(), SIGTERM);
-      thread_.join();
-    }
-  }
+  ~StopSignals() { Forget(); }
   StopSignals(const StopSignals&) = delete;
   StopSignals& operator=(const StopSignals&) = delete;
 
@@ -55,6 +51,15 @@ class StopSignals {
         _exit(1);
       }
     });
+  }
+
+  // What Watch() was given is not called any more.
+  void Forget() {
+    if (thread_.joinable()) {
+      is_over_ = true;
+      pthread_kill(thread_.native_handle(), SIGTERM);
+      thread_.join();
+    }
   }
 
  private:
@@ -119,17 +124,17 @@ int Run(agent::ProgramOptions options) {
     if (!the_agent.Start()) {
       exit_status = Fail("the plug-in made no adapter");
       service->Stop();
-      return;
     }
-    signals.Watch([&] {
-      service->PostTask([&] {
-        AGENT_LOG(6, "stopping");
-        the_agent.Shutdown();
-        service->Stop();
-      });
+  });
+  signals.Watch([&] {
+    service->PostTask([&] {
+      AGENT_LOG(6, "stopping");
+      the_agent.Shutdown();
+      service->Stop();
     });
   });
   service->Run();
+  signals.Forget();
   tarvex::SetDeliveryGate({});
   return exit_status;
 }

@@ -137,6 +137,11 @@ void MqttConnection::Configure() {
                                                 int reason_code, const mosquitto_property*) {
     static_cast<MqttConnection*>(self)->events_->OnPuback(message_id, reason_code);
   });
+  mosquitto_log_callback_set(client_, [](mosquitto*, void* self, int level, const char* text) {
+    if (level == MOSQ_LOG_ERR) {
+      static_cast<MqttConnection*>(self)->complaint_ = text;
+    }
+  });
   mosquitto_message_v5_callback_set(
       client_, [](mosquitto*, void* self, const mosquitto_message* message,
                   const mosquitto_property* properties) {
@@ -150,7 +155,12 @@ std::string MqttConnection::Open() {
   // Asynchronous, so that a broker that does not answer costs one keep-alive only.
   const int error =
       mosquitto_connect_async(client_, options_.host.c_str(), options_.port, options_.keep_alive_s);
-  return error == MOSQ_ERR_SUCCESS ? "" : ErrorText(error);
+  return error == MOSQ_ERR_SUCCESS ? "" : Explained(error);
+}
+
+// For a TLS failure the error's own text says nothing.
+std::string MqttConnection::Explained(int error) const {
+  return error == MOSQ_ERR_TLS && !complaint_.empty() ? complaint_ : ErrorText(error);
 }
 
 bool MqttConnection::Loop(int timeout_ms) {
@@ -159,7 +169,7 @@ bool MqttConnection::Loop(int timeout_ms) {
     return true;
   }
   if (error_.empty()) {
-    error_ = ErrorText(error);
+    error_ = Explained(error);
   }
   return false;
 }

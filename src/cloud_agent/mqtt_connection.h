@@ -70,11 +70,13 @@ class MqttConnection {
   void OnConnack(int reason_code);
   void OnSuback(int granted);
   void OnDisconnect(int reason_code);
+  std::string Explained(int error) const;
 
   const BrokerOptions options_;
   MqttConnectionEvents* const events_;
   mosquitto* client_ = nullptr;
   std::string error_;
+  std::string complaint_;  // the library's latest
 };
 
 }  // namespace agent

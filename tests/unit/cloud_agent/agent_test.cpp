@@ -306,6 +306,7 @@ TEST_F(AgentTest, GoesOnWithTheNextResultWhenOneCouldNotBeSent) {
   AdapterPublishes("ivs_result", 11);
   loop_.Run();
   EXPECT_THAT(calls_, ElementsAre("Deliver BUS_SRV_IVS_RESULT", "Deliver BUS_SRV_IVS_RESULT"));
+  EXPECT_EQ(agent_->Counters().results_without_publication, 1U);  // the second, so far
 }
 
 TEST_F(AgentTest, DropsASecondRedeliveredRecordUnderWay) {

@@ -76,6 +76,26 @@ TEST(DeliveryLoss, ResultsStayInLineWhileTheLinkIsDownToo) {
   EXPECT_EQ(LostWhenTheLinkComesBackBetween(kNotOneAtATime), Plates{1});
 }
 
+// The same with the loss between a result and its publishing step.
+Plates LostWhenTheLinkFlickersBeforeTheStep(const Duties& duties) {
+  DeliveryWorld world(With(duties));
+  world.CarPasses(1);
+  world.LinkBreaks();
+  world.CarPasses(2);
+  world.link_up = true;
+  world.loop.Run();
+  while (!world.in_flight.empty()) {
+    world.Acknowledge();
+    world.loop.Run();
+  }
+  return world.Lost();
+}
+
+TEST(DeliveryLoss, AResultWhoseStepIsStillToComeStaysInHandThroughALoss) {
+  EXPECT_EQ(LostWhenTheLinkFlickersBeforeTheStep(kAll), Plates{});
+  EXPECT_EQ(LostWhenTheLinkFlickersBeforeTheStep(kNotOneAtATime), Plates{1});
+}
+
 Plates LostWhenAnAcknowledgementComesLate(const Duties& duties) {
   DeliveryWorld world(With(duties));
   world.CarPasses(1);

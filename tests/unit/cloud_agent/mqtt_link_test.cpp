@@ -7,6 +7,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <thread>
 
 #include "scripted_broker.h"
 
@@ -23,6 +24,13 @@ class TaskQueue {
     const std::lock_guard<std::mutex> lock(mutex_);
     tasks_.push_back(std::move(task));
     changed_.notify_all();
+  }
+
+  /// @return false when fewer tasks than that wait after ten seconds.
+  bool HoldsSoon(std::size_t count) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::seconds(10),
+                             [this, count] { return tasks_.size() >= count; });
   }
 
   /// Runs one task, waiting for it if need be.
@@ -324,6 +332,7 @@ TEST_F(LinkTest, ReportsNothingAfterItWasStopped) {
   link_->Publish(Message("t", "one"));
   session.SendPuback(session.ExpectPublish().message_id, 0);
   session.SendPublish("cameras/CAM1/request/get_sn", "{}");
+  ASSERT_TRUE(queue_.HoldsSoon(2));
   link_->Stop(Message("t", "bye"));
   EXPECT_EQ(link_->Publish(Message("t", "two")).result, PublishResult::kLinkDown);
   queue_.Post([this] { heard_.push_back("end"); });
