@@ -35,8 +35,8 @@ class CameraClock {
   std::string NowText() const;
 
   /// Sets the clock to a local time, "year-month-day hour:minute:second" with blanks or
-  /// zeros in front of short numbers. Throws RequestError for a text of another form and
-  /// for a day that the calendar does not have.
+  /// zeros in front of short numbers, 4 and 2 characters wide. Throws RequestError for a text of
+  /// another form and for a day that the calendar does not have.
   void SetLocal(const std::string& text);
 
   int64_t offset_us() const { return offset_us_; }

@@ -102,13 +102,17 @@ void Identity::Put(const std::string& key, const std::string& value,
   settings_.SetText(NewerSetting(key), "1");
   settings_.SetText(KeptSetting(key), value);
   store_.Put(key, value, [this, key, done](bool written) {
-    if (written) {
-      settings_.SetText(NewerSetting(key), "0");
-    } else {
-      CAMERA_LOG(kLogWarning, "%s is kept, but not in the key-value database yet", key.c_str());
-    }
+    NoteWritten(key, written);
     done(written);
   });
+}
+
+void Identity::NoteWritten(const std::string& key, bool written) {
+  if (written) {
+    settings_.SetText(NewerSetting(key), "0");
+  } else {
+    CAMERA_LOG(kLogWarning, "%s is kept, but not in the key-value database yet", key.c_str());
+  }
 }
 
 void Identity::Adopt(const std::string& key, const std::string& value) {

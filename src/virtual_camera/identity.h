@@ -39,6 +39,7 @@ class Identity {
 
  private:
   void Put(const std::string& key, const std::string& value, std::function<void(bool)> done);
+  void NoteWritten(const std::string& key, bool written);
   void Adopt(const std::string& key, const std::string& value);
 
   Settings& settings_;

@@ -90,7 +90,7 @@ Json::Value LaneControl::Stay(Kind kind, const std::optional<std::string>& plate
   parts_.scene.DrawFull(view, PathOf(full_id));
   parts_.scene.DrawSmall(view, PathOf(full_id + 1));
 
-  const Json::Value message = Message(kind, car, full_id);
+  Json::Value message = Message(kind, car, full_id);
   std::string text;
   Json::Json2String(message, text);
   parts_.announcer.Announce("BUS_SRV_LANECTRL_RESULT", text);
@@ -150,8 +150,8 @@ Json::Value LaneControl::Result(Kind kind, const std::optional<Car>& car) const 
   const CalendarTime now = parts_.clock.Now();
   char time[64];
   // Padded with blanks, as the device's own messages are.
-  std::snprintf(time, sizeof(time), "%4d-%2d-%2d %2d:%2d:%2d", now.year, now.month, now.day,
-                now.hour, now.minute, now.second);
+  (void)std::snprintf(time, sizeof(time), "%4d-%2d-%2d %2d:%2d:%2d", now.year, now.month, now.day,
+                      now.hour, now.minute, now.second);
   Json::Value result;
   result["type"] = "common_alarm_lane_control";
   result["event_type"] = kind == Kind::kPerson ? kPersonStays : kVehicleStays;

@@ -15,6 +15,8 @@ constexpr int kPort = 6102;
 constexpr int64_t kAnswer_ms = 1000;
 constexpr std::chrono::milliseconds kRetry{300};
 
+using KvEntry = tarvex::NatsHandle<kvEntry, kvEntry_Destroy>;
+
 // The bucket of a database, created where the server has none.
 tarvex::NatsStore Open(jsCtx* context, const std::string& database) {
   const std::string bucket = tarvex::KvBucket(database);
@@ -136,7 +138,7 @@ bool NatsKeyValues::SyncOne(natsConnection* connection, const KeyValue& wanted) 
   }
   kvEntry* raw_entry = nullptr;
   const natsStatus status = kvStore_Get(&raw_entry, store.get(), wanted.key.c_str());
-  const tarvex::NatsEntry entry(status == NATS_OK ? raw_entry : nullptr);
+  const KvEntry entry(status == NATS_OK ? raw_entry : nullptr);
   if (status == NATS_OK && (!wanted.is_newer || TextOf(entry.get()) == wanted.value)) {
     Settle(wanted, TextOf(entry.get()));
     return true;

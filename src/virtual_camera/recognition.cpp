@@ -22,8 +22,8 @@ constexpr int64_t kLossLogEvery_ms = 1000;
 
 std::string HexOf(Colour colour) {
   char text[8];
-  std::snprintf(text, sizeof(text), "%02X%02X%02X", static_cast<unsigned>(colour.red),
-                static_cast<unsigned>(colour.green), static_cast<unsigned>(colour.blue));
+  (void)std::snprintf(text, sizeof(text), "%02X%02X%02X", static_cast<unsigned>(colour.red),
+                      static_cast<unsigned>(colour.green), static_cast<unsigned>(colour.blue));
   return text;
 }
 
@@ -162,9 +162,9 @@ View Recognition::ViewAt(const CalendarTime& now, const std::string& extra) cons
   view.pan_degrees = parts_.pan_tilt.pan_degrees();
   view.tilt_degrees = parts_.pan_tilt.tilt_degrees();
   char caption[128];
-  std::snprintf(caption, sizeof(caption), "%04d-%02d-%02d %02d:%02d:%02d  pan %.1f tilt %.1f",
-                now.year, now.month, now.day, now.hour, now.minute, now.second, view.pan_degrees,
-                view.tilt_degrees);
+  (void)std::snprintf(caption, sizeof(caption), "%04d-%02d-%02d %02d:%02d:%02d  pan %.1f tilt %.1f",
+                      now.year, now.month, now.day, now.hour, now.minute, now.second,
+                      view.pan_degrees, view.tilt_degrees);
   view.caption = caption + extra;
   return view;
 }

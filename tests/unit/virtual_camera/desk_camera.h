@@ -187,9 +187,9 @@ class DeskCamera : public testing::Test {
   std::vector<std::string> Heard() {
     std::vector<std::string> told;
     for (const auto& [topic, body] : std::exchange(bus.heard, {})) {
-      told.push_back(topic == "BUS_SRV_IVS_RESULT" ? "plate " + std::string(body.c_str()) +
-                                                          " id " + std::to_string(WordAt(body, 80))
-                                                    : topic + " " + body);
+      told.push_back(topic == "BUS_SRV_IVS_RESULT" ? "plate " + std::string(body.c_str()) + " id " +
+                                                         std::to_string(WordAt(body, 80))
+                                                   : topic + " " + body);
     }
     return told;
   }

@@ -152,9 +152,11 @@ TEST_F(Recognised, PicturesWithoutAResultAreRemovedAtTheNextStart) {
   const IvsRecord record = CarPasses("A");
   std::ofstream(directory.path() + "/pictures/2_full.jpg") << "left by a kill";
   std::ofstream(directory.path() + "/pictures/holiday.jpg") << "a person's own";
+  std::ofstream(directory.path() + "/pictures/2_holiday.jpg") << "another";
   Restart();
   EXPECT_FALSE(fs::exists(directory.path() + "/pictures/2_full.jpg"));
   EXPECT_TRUE(fs::exists(directory.path() + "/pictures/holiday.jpg"));
+  EXPECT_TRUE(fs::exists(directory.path() + "/pictures/2_holiday.jpg"));
   EXPECT_TRUE(fs::exists(GetText(record.full_path)));
 }
 

@@ -91,6 +91,13 @@ TEST_F(ResultQueue, ClearsEverythingUndelivered) {
   EXPECT_EQ(Select(5, 0), "");
 }
 
+TEST_F(ResultQueue, AnswersWithAnErrorWhenTheStoreFails) {
+  device->database.Execute("DROP TABLE results");
+  for (const char* type : {"get_last_ivs", "STP_CLEAR_MQTT_OFFLINE"}) {
+    EXPECT_EQ(Body(kQueue, std::string(R"({"type":")") + type + R"("})")["state_code"], 400);
+  }
+}
+
 TEST_F(ResultQueue, RemembersConfirmationsOverARestart) {
   CarPasses("A");
   CarPasses("B");

@@ -61,7 +61,10 @@ TEST_F(WhiteListQueue, DeletesPlates) {
 
 TEST_F(WhiteListQueue, DeletesNothingWithoutPlates) {
   Replace(R"([{"plate":"A"}])");
-  EXPECT_EQ(Body(kQueue, R"({"type":"delete_white_list"})")["state_code"], 400);
+  for (const char* body : {"null", "{}", R"({"plates":"A"})", R"({"plates":{"a":"A"}})"}) {
+    const std::string request = R"({"type":"delete_white_list","body":)" + std::string(body) + "}";
+    EXPECT_EQ(Body(kQueue, request)["state_code"], 400) << body;
+  }
   EXPECT_EQ(device->white_list.Count(), 1);
 }
 
