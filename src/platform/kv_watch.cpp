@@ -121,12 +121,12 @@ natsStatus KvWatch::Watch() {
   if (status != NATS_OK) {
     return status;
   }
-  const NatsSubscription subscription = Subscribe(jet_stream.get(), &status);
+  NatsSubscription subscription = Subscribe(jet_stream.get(), &status);
   if (status != NATS_OK) {
     return status;
   }
   status = FollowChanges(subscription.get());
-  natsSubscription_Unsubscribe(subscription.get());
+  link_->Retire(subscription.release());
   return status;
 }
 

@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <utility>
+#include <vector>
 
 #include <boost/make_shared.hpp>
 #include <boost/weak_ptr.hpp>
@@ -62,10 +63,11 @@ NatsDpClient::NatsDpClient(boost::shared_ptr<EventService> event_service, Connec
       inbox_(std::make_shared<BusInbox>(std::move(event_service), this)) {}
 
 NatsDpClient::~NatsDpClient() {
-  for (auto& [name, listening] : listenings_) {
-    EndListening(listening);
-  }
   inbox_->Close();
+  for (auto& [name, listening] : listenings_) {
+    listening.topic->listened = false;  // for those that a delivery gate holds
+  }
+  link_.reset();  // before the subscriptions, see NatsLink::Retire
 }
 
 int NatsDpClient::SendRequest(const std::string& type, int /*flags*/, const char* data,
@@ -117,7 +119,8 @@ int NatsDpClient::ListenMessage(const std::string& topic, int /*flags*/) {
 int NatsDpClient::RemoveListenMessage(const std::string& topic) {
   const auto found = listenings_.find(topic);
   if (found != listenings_.end()) {
-    EndListening(found->second);
+    found->second.topic->listened = false;
+    link_->Retire(found->second.subscription.release());
     listenings_.erase(found);
   }
   return kListening;
@@ -151,14 +154,11 @@ void NatsDpClient::ConnectAfresh() {
     return;
   }
   link_.swap(fresh);
+  std::vector<NatsSubscription> ended;
   for (auto& [name, listening] : listenings_) {
-    listening.subscription = Subscribe(listening.topic);
+    ended.push_back(std::exchange(listening.subscription, Subscribe(listening.topic)));
   }
-}
-
-void NatsDpClient::EndListening(Listening& listening) {
-  listening.topic->listened = false;
-  natsSubscription_Unsubscribe(listening.subscription.get());
+  fresh.reset();  // before the subscriptions, see NatsLink::Retire
 }
 
 void NatsDpClient::OnMessage(Message* msg) {

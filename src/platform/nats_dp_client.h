@@ -46,7 +46,6 @@ class NatsDpClient final : public DpClient,
     NatsSubscription subscription;
   };
 
-  static void EndListening(Listening& listening);
   NatsSubscription Subscribe(const std::shared_ptr<const BusTopic>& topic) const;
   void ConnectAfresh();
   void Deliver(const BusTopic& topic, const boost::shared_ptr<DpMessage>& message);

@@ -45,6 +45,8 @@ namespace {
 
 constexpr std::int64_t kConnectTimeout_ms = 1000;
 constexpr std::int64_t kWriteDeadline_ms = 1000;
+constexpr std::int64_t kFlushTimeout_ms = 500;
+constexpr std::size_t kMostRetired = 16;         // more only while the server is away
 constexpr std::int64_t kPingInterval_ms = 1000;  // a frozen server is noticed after three
 constexpr int kUnansweredPings = 2;
 constexpr int kForEver = -1;
@@ -144,7 +146,22 @@ NatsLink::~NatsLink() {
     const std::lock_guard<std::mutex> lock(watcher_->mutex);
     watcher_->wanted = false;
   }
+  natsConnection_Close(connection_);  // ends the reading thread
+  std::for_each(retired_.begin(), retired_.end(), natsSubscription_Destroy);
   natsConnection_Destroy(connection_);
+}
+
+void NatsLink::Retire(natsSubscription* subscription) {
+  natsSubscription_Unsubscribe(subscription);
+  const std::lock_guard<std::mutex> lock(retired_mutex_);
+  retired_.push_back(subscription);
+  // Once an answer has come through the reading thread, that thread has done with
+  // whatever came before.
+  if (retired_.size() >= kMostRetired && IsConnected() &&
+      natsConnection_FlushTimeout(connection_, kFlushTimeout_ms) == NATS_OK) {
+    std::for_each(retired_.begin(), retired_.end(), natsSubscription_Destroy);
+    retired_.clear();
+  }
 }
 
 bool NatsLink::IsConnected() const {

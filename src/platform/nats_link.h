@@ -4,7 +4,9 @@
 
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <vector>
 
 #include <nats/nats.h>
 
@@ -42,12 +44,19 @@ class NatsLink {
 
   bool IsConnected() const;
 
+  /// Ends a subscription of this link and takes it over. While the link stands, none is
+  /// to be destroyed in another way: the library's reading thread may be about to hand
+  /// it one more message. One that outlives its link may be destroyed freely.
+  void Retire(natsSubscription* subscription);
+
  private:
   struct Watcher;
 
   NatsLink() = default;
 
   natsConnection* connection_ = nullptr;
+  std::mutex retired_mutex_;
+  std::vector<natsSubscription*> retired_;  // unsubscribed, not destroyed yet
   std::shared_ptr<Watcher> watcher_;
 };
 
