@@ -105,7 +105,7 @@ void BusServer::Serve(const std::string& queue, Handler handler) {
 void BusServer::StopServing(const std::string& queue) {
   const auto found = routes_.find(queue);
   if (found != routes_.end()) {
-    natsSubscription_Unsubscribe(found->second);
+    // Which unsubscribes it too.
     natsSubscription_Destroy(found->second);
     routes_.erase(found);
   }

@@ -71,10 +71,7 @@ Camera::Camera(const CameraOptions& options, std::function<void()> on_ready)
     control_.Handle(command, reply);
   });
   modes_.OnChange([this] { ApplyModes(); });
-  device_.power.OnChange([this](bool is_up) {
-    CAMERA_LOG(kLogInfo, is_up ? "the camera is back" : "the camera reboots");
-    modes_.SetSilent(!is_up);
-  });
+  device_.power.OnChange([this](bool is_up) { OnPower(is_up); });
   ApplyModes();
   // Cars come also to a camera whose bus is not there.
   timeline_.After(kWaitForBus_ms, [this] { BeginTraffic(); });
@@ -83,11 +80,13 @@ Camera::Camera(const CameraOptions& options, std::function<void()> on_ready)
 void Camera::OnBusState(bool connected) {
   CAMERA_LOG(connected ? kLogInfo : kLogWarning,
              connected ? "the bus is there" : "the bus is away");
-  if (!connected || !on_ready_) {
+  if (!connected) {
     return;
   }
-  if (!bus_.Flush()) {
-    return;  // lost again at once; the next connection makes it ready
+  // Also serves what could not be served while the bus was away.
+  ApplyModes();
+  if (!on_ready_ || !bus_.Flush()) {
+    return;  // when it is lost again at once, the next connection makes the camera ready
   }
   std::exchange(on_ready_, nullptr)();
   BeginTraffic();
@@ -100,6 +99,11 @@ void Camera::BeginTraffic() {
     SendCars();
     SendReplays();
   }
+}
+
+void Camera::OnPower(bool is_up) {
+  CAMERA_LOG(kLogInfo, is_up ? "the camera is back" : "the camera reboots");
+  modes_.SetSilent(!is_up);
 }
 
 void Camera::ApplyModes() {

@@ -61,6 +61,7 @@ class Camera {
 
  private:
   void OnBusState(bool connected);
+  void OnPower(bool is_up);
   void ApplyModes();
   void HandleRequest(const std::string& queue, const std::string& request,
                      const BusServer::Reply& reply);

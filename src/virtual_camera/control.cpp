@@ -145,8 +145,9 @@ void Control::Readdress(const Json::Value& command, const Reply& reply) {
 }
 
 void Control::SetService(const Json::Value& command, const Reply& reply) {
-  const int delay_ms = command.isMember("delay_ms") ? RequiredInt(command, "delay_ms") : 0;
-  modes_.Set(RequiredText(command, "queue"), RequiredText(command, "mode"), delay_ms);
+  const std::string mode = RequiredText(command, "mode");
+  const int delay_ms = mode == "slow" ? RequiredInt(command, "delay_ms") : 0;
+  modes_.Set(RequiredText(command, "queue"), mode, delay_ms);
   reply(Ok());
 }
 

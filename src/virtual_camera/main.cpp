@@ -11,8 +11,8 @@
 namespace {
 
 void SayReady() {
-  std::puts("virtual_camera ready");
-  std::fflush(stdout);
+  (void)std::puts("virtual_camera ready");
+  (void)std::fflush(stdout);
 }
 
 int RunCamera(const virtual_camera::CameraOptions& options) {
@@ -33,7 +33,7 @@ int main(int argc, char** argv) {
   try {
     return RunCamera(options);
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "virtual_camera: %s\n", error.what());
+    (void)std::fprintf(stderr, "virtual_camera: %s\n", error.what());
     return 1;
   }
 }

@@ -109,17 +109,19 @@ void PtyLines::ReadNext(int channel) {
   line.master.async_read_some(
       boost::asio::buffer(line.buffer),
       [this, channel](const boost::system::error_code& error, size_t length) {
-        if (error == boost::asio::error::operation_aborted) {
-          return;
+        if (error != boost::asio::error::operation_aborted) {
+          OnRead(channel, error, length);
         }
-        if (error) {
-          CAMERA_LOG(kLogError, "channel %d is not read any more: %s", channel,
-                     error.message().c_str());
-          return;
-        }
-        on_input_(channel, std::string(At(channel).buffer.data(), length));
-        ReadNext(channel);
       });
+}
+
+void PtyLines::OnRead(int channel, const boost::system::error_code& error, size_t length) {
+  if (error) {
+    CAMERA_LOG(kLogError, "channel %d is not read any more: %s", channel, error.message().c_str());
+    return;
+  }
+  on_input_(channel, std::string(At(channel).buffer.data(), length));
+  ReadNext(channel);
 }
 
 size_t PtyLines::Write(int channel, const std::string& bytes) {

@@ -30,6 +30,7 @@ class PtyLines : public SerialLines {
   struct Line;
 
   void ReadNext(int channel);
+  void OnRead(int channel, const boost::system::error_code& error, size_t length);
   const Line& At(int channel) const { return *lines_[static_cast<size_t>(channel)]; }
 
   boost::asio::io_context& context_;

@@ -177,7 +177,7 @@ std::string Recognition::Snapshot() {
   const auto path_of = [this](uint32_t number) {
     return snapshot_directory_ + "/snapshot_" + std::to_string(number) + ".jpg";
   };
-  const std::string path = path_of(snapshots_);
+  std::string path = path_of(snapshots_);
   parts_.scene.DrawFull(view, path);
   if (snapshots_ >= kSnapshotsKept) {
     std::error_code ignored;

@@ -91,7 +91,7 @@ int64_t CtlClient::Record(const std::string& path, int64_t count,
     throw std::runtime_error("the bus does not let camera_ctl listen");
   }
   natsConnection_FlushTimeout(link_->get(), kLook_ms);
-  std::fprintf(stderr, "recording to %s\n", path.c_str());
+  (void)std::fprintf(stderr, "recording to %s\n", path.c_str());
   int64_t written = 0;
   while ((count == 0 || written < count) && !is_to_stop()) {
     if (!file) {
@@ -112,7 +112,8 @@ int64_t CtlClient::Record(const std::string& path, int64_t count,
       file.flush();
       ++written;
     } else {
-      std::fprintf(stderr, "left out a body of %d bytes\n", natsMsg_GetDataLength(message.get()));
+      (void)std::fprintf(stderr, "left out a body of %d bytes\n",
+                         natsMsg_GetDataLength(message.get()));
     }
   }
   return written;

@@ -21,22 +21,22 @@ void OnSignal(int) { is_interrupted = 1; }
 int Carry(const virtual_camera::CtlRequest& request) {
   virtual_camera::CtlClient client;
   if (!request.record_file.empty()) {
-    std::signal(SIGINT, OnSignal);
-    std::signal(SIGTERM, OnSignal);
+    (void)std::signal(SIGINT, OnSignal);
+    (void)std::signal(SIGTERM, OnSignal);
     const int64_t written = client.Record(request.record_file, request.record_count,
                                           [] { return is_interrupted != 0; });
-    std::printf("%lld records\n", static_cast<long long>(written));
+    (void)std::printf("%lld records\n", static_cast<long long>(written));
     return 0;
   }
   Json::Value answer = client.Send(request.command);
   if (answer.isMember("state")) {
-    std::fputs(answer["state"].toStyledString().c_str(), stdout);
+    (void)std::fputs(answer["state"].toStyledString().c_str(), stdout);
     return 0;
   }
   answer.removeMember("ok");
   std::string text;
   Json::Json2String(answer, text);
-  std::puts(answer.empty() ? "ok" : text.c_str());
+  (void)std::puts(answer.empty() ? "ok" : text.c_str());
   return 0;
 }
 
@@ -52,7 +52,7 @@ int main(int argc, char** argv) {
   try {
     return Carry(request);
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "camera_ctl: %s\n", error.what());
+    (void)std::fprintf(stderr, "camera_ctl: %s\n", error.what());
     return 1;
   }
 }

@@ -1,6 +1,7 @@
 // The whole camera on a real bus and real key-value databases.
 #include "virtual_camera/camera.h"
 
+#include <fstream>
 #include <future>
 #include <thread>
 
@@ -98,7 +99,7 @@ class RunningCamera : public testing::Test {
     if (kvStore_Get(&entry, raw_store, key.c_str()) != NATS_OK) {
       return "(none)";
     }
-    const std::string value(kvEntry_ValueString(entry));
+    std::string value(kvEntry_ValueString(entry));
     kvEntry_Destroy(entry);
     return value;
   }
@@ -248,9 +249,7 @@ TEST_F(RunningCamera, ReplaysAFile) {
   std::string record(552, '\0');
   record[0] = 'R';
   record[80] = 77;
-  FILE* file = std::fopen(options.replay_file.c_str(), "wb");
-  std::fwrite(record.data(), 1, record.size(), file);
-  std::fclose(file);
+  std::ofstream(options.replay_file, std::ios::binary) << record;
   SwitchOn();
   EXPECT_TRUE(
       WaitUntil([&] { return Ask("BUS_GET_IVS_INFO", R"({"type":"get_last_ivs"})") == record; }));

@@ -82,7 +82,8 @@ TEST_F(Commands, ThatMakeNoSenseAreRefused) {
   for (const char* command :
        {"", "nonsense", "[]", "{}", R"({"command":7})", R"({"command":"dance"})",
         R"({"command":"car","plate":7})", R"({"command":"gpio-in"})", R"({"command":"rename"})",
-        R"({"command":"service","queue":"X"})"}) {
+        R"({"command":"service","queue":"X"})",
+        R"({"command":"service","queue":"EVS_BUS_REQUEST","mode":"slow"})"}) {
     EXPECT_EQ(Send(command)["ok"], false) << command;
   }
 }

@@ -187,9 +187,16 @@ class DeskCamera : public testing::Test {
   std::vector<std::string> Heard() {
     std::vector<std::string> told;
     for (const auto& [topic, body] : std::exchange(bus.heard, {})) {
-      told.push_back(topic == "BUS_SRV_IVS_RESULT" ? "plate " + std::string(body.c_str()) + " id " +
-                                                         std::to_string(WordAt(body, 80))
-                                                   : topic + " " + body);
+      std::string line = topic;
+      if (topic == "BUS_SRV_IVS_RESULT") {
+        line = "plate ";
+        line += body.substr(0, body.find('\0'));
+        line += " id " + std::to_string(WordAt(body, 80));
+      } else {
+        line += " ";
+        line += body;
+      }
+      told.push_back(line);
     }
     return told;
   }

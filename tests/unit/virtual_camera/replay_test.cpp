@@ -11,7 +11,7 @@ namespace {
 class CapturedFile : public testing::Test {
  protected:
   std::string Write(const std::string& bytes) {
-    const std::string path = directory.path() + "/capture.bin";
+    std::string path = directory.path() + "/capture.bin";
     std::ofstream(path, std::ios::binary) << bytes;
     return path;
   }
