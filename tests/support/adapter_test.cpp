@@ -187,6 +187,14 @@ std::vector<std::string> AdapterTest::LogLines(int priority) {
   return lines;
 }
 
+std::set<std::string> AdapterTest::LogSources() {
+  std::set<std::string> sources;
+  for (const auto& entry : platform().logs) {
+    sources.insert(entry.source);
+  }
+  return sources;
+}
+
 void AdapterTest::ForgetLogs() { platform().logs.clear(); }
 
 std::string AdapterTest::Console(const std::function<void()>& action) {

@@ -9,6 +9,7 @@
 
 #include <deque>
 #include <functional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -93,6 +94,8 @@ class AdapterTest : public testing::Test, public sigslot::has_slots<sigslot::sin
   /// All entries as "priority text" lines; of one level only if given.
   std::vector<std::string> LogLines(int priority = -1);
   void ForgetLogs();
+  /// The components whose entries are in the log.
+  std::set<std::string> LogSources();
 
   /// What `action` prints on standard output.
   std::string Console(const std::function<void()>& action);

@@ -79,7 +79,8 @@ struct Platform {
   std::string sn = "SN0001";
   unsigned long long now_s = 1700000000;
   tarvex::_TimeS local_time = {2024, 1, 31, 23, 59, 59};
-  std::string throw_on_request;  ///< queue whose requests throw
+  std::string throw_on_request;    ///< queue whose requests throw
+  bool serialising_fails = false;  ///< whether no JSON value becomes text any more
 
   // What the plug-in did.
   std::vector<std::string> created;  ///< clients and databases, as lines
