@@ -135,6 +135,14 @@ void ChildProcess::Signal(int signal) {
   }
 }
 
+void ChildProcess::Freeze() {
+  Signal(SIGSTOP);
+  if (!exit_code_) {
+    siginfo_t ignored{};
+    waitid(P_PID, static_cast<id_t>(pid_), &ignored, WSTOPPED | WEXITED | WNOWAIT);
+  }
+}
+
 bool ChildProcess::WaitForExit(std::chrono::milliseconds deadline) {
   return WaitUntil([this] { return !IsRunning(); }, deadline);
 }

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <csignal>
 #include <map>
 #include <optional>
 #include <string>
@@ -33,6 +34,12 @@ class ChildProcess {
 
   /// Sends a signal; nothing once the program has ended.
   void Signal(int signal);
+
+  /// Stops the program in its tracks (SIGSTOP), and returns when it stands still.
+  void Freeze();
+
+  /// Lets a frozen program go on.
+  void Thaw() { Signal(SIGCONT); }
 
   /// @return whether the program ended in time.
   bool WaitForExit(std::chrono::milliseconds deadline = std::chrono::milliseconds(20000));

@@ -6,7 +6,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
 #include <stdexcept>
 #include <vector>
@@ -70,9 +69,9 @@ void NatsServer::Kill() { process_->Kill(); }
 
 void NatsServer::ForgetData() { std::filesystem::remove_all(directory_.path() / "data"); }
 
-void NatsServer::Freeze() { process_->Signal(SIGSTOP); }
+void NatsServer::Freeze() { process_->Freeze(); }
 
-void NatsServer::Thaw() { process_->Signal(SIGCONT); }
+void NatsServer::Thaw() { process_->Thaw(); }
 
 bool NatsServer::Serves() const {
   const int socket_fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
