@@ -10,6 +10,8 @@ namespace agent {
 namespace {
 
 constexpr unsigned long long kOfflineResultTag = 16;
+constexpr unsigned long long kOfflineCountTag = 17;
+using Clock = std::chrono::steady_clock;
 constexpr int kFirstFailureCode = 0x80;
 
 // The event thread waits for it, so it is kept short.
@@ -119,6 +121,7 @@ void Agent::Publish(const std::string& name, const Json::Value& payload, const s
     ++counters_.published;
     guard_.OnPublished(publication.id, tag, payload);
     sent_[publication.id] = {tag, description};
+    FollowRedelivery(tag);
     return;
   }
   guard_.OnNotPublished(tag);
@@ -127,6 +130,18 @@ void Agent::Publish(const std::string& name, const Json::Value& payload, const s
      : fate == Fate::kBacklogFull ? counters_.dropped_backlog_full
                                   : counters_.dropped_not_publishable);
   Print(description, fate);
+}
+
+void Agent::FollowRedelivery(unsigned long long tag) {
+  if (parts_.printer == nullptr) {
+    return;
+  }
+  if (tag == kOfflineCountTag) {
+    progress_.OnEnded();
+  } else if (tag == kOfflineResultTag && progress_.OnPublished(Clock::now())) {
+    const auto undelivered = QueryUndelivered(parts_.bus.get(), kStoreTimeout_ms);
+    progress_.OnCount(undelivered ? undelivered->count : 0);
+  }
 }
 
 Publication Agent::SendToBroker(const std::string& name, const Json::Value& payload,
@@ -170,6 +185,7 @@ void Agent::OnLinkDown(const std::string& reason) {
   }
   adapter_->OnMQTTDisconnected();
   guard_.OnLinkDown();
+  progress_.OnEnded();
   if (auto_push_) {
     auto_push_->OnLinkDown();
   }
@@ -178,15 +194,20 @@ void Agent::OnLinkDown(const std::string& reason) {
 void Agent::OnAcknowledged(std::uint64_t publication, int reason_code) {
   const bool is_taken = reason_code < kFirstFailureCode;
   const auto found = sent_.find(publication);
+  const bool is_redelivered = found != sent_.end() && found->second.tag == kOfflineResultTag;
   if (found != sent_.end()) {
     ++(is_taken ? counters_.acknowledged : counters_.refused_by_broker);
     Print(found->second.description, is_taken ? Fate::kAcknowledged : Fate::kRefusedByBroker);
-    if (found->second.tag == kOfflineResultTag && auto_push_) {
+    if (is_redelivered && auto_push_) {
       auto_push_->OnOfflineActivity();
     }
     sent_.erase(found);
   }
   guard_.OnAcknowledged(publication, is_taken);
+  const auto line = is_redelivered && is_taken ? progress_.OnDelivered(Clock::now()) : std::nullopt;
+  if (line && parts_.printer != nullptr) {
+    parts_.printer->PrintEvent(*line);
+  }
 }
 
 void Agent::Confirm(unsigned long long tag) { adapter_->OnMessagePublished(tag); }
@@ -225,6 +246,9 @@ void Agent::SendStatus() {
   message.payload = OnlineStatus(requests_, publishes_, Counters(), undelivered);
   message.retain = true;
   parts_.link->Send(message);
+  if (undelivered) {
+    progress_.OnCount(undelivered->count);
+  }
   if (auto_push_) {
     auto_push_->OnTick(undelivered);
   }

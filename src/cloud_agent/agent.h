@@ -18,6 +18,7 @@
 #include "cloud_agent/message_line.h"
 #include "cloud_agent/picture_store.h"
 #include "cloud_agent/plugin.h"
+#include "cloud_agent/redelivery_progress.h"
 #include "cloud_agent/request_router.h"
 #include "cloud_agent/status.h"
 #include "platform/delivery_gate.h"
@@ -80,6 +81,7 @@ class Agent : public sigslot::has_slots<sigslot::single_threaded>, private LinkL
 
   void Publish(const std::string& name, const Json::Value& payload, const std::string& version,
                unsigned long long tag);
+  void FollowRedelivery(unsigned long long tag);
   Publication SendToBroker(const std::string& name, const Json::Value& payload,
                            const std::string& version, unsigned long long tag);
   bool RunRequest(const std::string& name, const Json::Value& payload, const std::string& version,
@@ -98,6 +100,7 @@ class Agent : public sigslot::has_slots<sigslot::single_threaded>, private LinkL
   DeliveryGuard guard_;
   std::unique_ptr<RequestRouter> router_;
   std::unique_ptr<AutoPush> auto_push_;  // null when it is off
+  RedeliveryProgress progress_;          // printed, so kept only with a printer
   std::map<std::uint64_t, Sent> sent_;   // by publication, until its fate is known
   StatusCounters counters_;              // those that nobody else counts
   bool is_link_up_ = false;
