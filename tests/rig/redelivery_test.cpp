@@ -1,0 +1,163 @@
+// Results that were recognised while nobody could have them, delivered later.
+#include "rig_test.h"
+
+namespace {
+
+class Redelivery : public RigTest {
+ protected:
+  Redelivery() {
+    // The five seconds between two records pass in 50 ms.
+    rig_.more_environment["TARVEX_CLOCK_SCALE"] = "100";
+  }
+
+  /// Has cars pass while the broker is away; the agent runs, and knows.
+  void MissCars(int count) {
+    rig_.broker.Kill();
+    ASSERT_TRUE(AgentPrints("broker lost"));
+    for (int i = 0; i < count; ++i) {
+      rig_.Ctl({"car"});
+    }
+  }
+
+  void BrokerComesBack() {
+    rig_.cloud->Forget();
+    rig_.broker.Start();
+    ASSERT_TRUE(rig_.AwaitOnline(true));
+    ASSERT_TRUE(WaitUntil([this] { return rig_.cloud->IsSubscribed(); }));
+  }
+
+  void Push(int max_count) {
+    EXPECT_EQ(rig_.Request("check_offline_record", R"({"enable":"push","max_count":)" +
+                                                       std::to_string(max_count) + "}")["result"],
+              true);
+  }
+
+  int Undelivered() { return rig_.CameraState()["results"]["undelivered"].asInt(); }
+
+  /// Waits for one re-delivered result. @return its plate id.
+  unsigned int AwaitRedelivered() {
+    const Json::Value message = rig_.AwaitMessage("ivs_result");
+    EXPECT_EQ(message["tag"].asInt(), 16);
+    EXPECT_EQ(PlateResult(message)["isoffline"].asInt(), 1);
+    return PlateResult(message)["plateid"].asUInt();
+  }
+};
+
+TEST_F(Redelivery, OnCommandBringsWhatWasMissedInOrder) {
+  rig_.StartCamera();
+  rig_.StartAgent();
+  MissCars(12);
+  EXPECT_EQ(Undelivered(), 12);
+  BrokerComesBack();
+  Push(100);
+  for (unsigned int id = 1; id <= 12; ++id) {
+    EXPECT_EQ(AwaitRedelivered(), id);
+  }
+  EXPECT_EQ(rig_.AwaitMessage("offline_record")["payload"]["body"]["offline_record"].asInt(), 0);
+  EXPECT_EQ(Undelivered(), 0);
+}
+
+TEST_F(Redelivery, EndsAtItsLimitAndTellsWhatIsLeft) {
+  rig_.StartCamera();
+  rig_.StartAgent();
+  MissCars(9);
+  BrokerComesBack();
+  Push(7);
+  EXPECT_EQ(rig_.AwaitMessage("offline_record")["payload"]["body"]["offline_record"].asInt(), 2);
+  EXPECT_EQ(Undelivered(), 2);
+}
+
+TEST_F(Redelivery, IsNotBegunUnasked) {
+  rig_.StartCamera();
+  rig_.StartAgent();
+  MissCars(3);
+  BrokerComesBack();
+  rig_.Ctl({"car"});
+  EXPECT_EQ(rig_.AwaitMessage("ivs_result")["tag"].asInt(), 11);
+  EXPECT_EQ(rig_.AgentStatus()["undelivered"]["count"].asInt(), 3);
+}
+
+TEST_F(Redelivery, IsBegunByTheAgentWhenItIsToldTo) {
+  rig_.StartCamera();
+  rig_.StartAgent({"--auto-push"});
+  MissCars(3);
+  // The test's own client may be back later than the agent: what counts is the store.
+  rig_.broker.Start();
+  EXPECT_TRUE(WaitUntil([this] { return Undelivered() == 0; }));
+  EXPECT_TRUE(AgentPrints("ivs_result tag 16"));
+}
+
+TEST_F(Redelivery, ShowsItsProgress) {
+  rig_.StartCamera();
+  rig_.StartAgent();
+  MissCars(6);
+  BrokerComesBack();
+  Push(100);
+  EXPECT_TRUE(AgentPrints("re-delivery: 6 done, 0 left"));
+}
+
+TEST_F(Redelivery, StopsAndClearsOnCommand) {
+  rig_.StartCamera();
+  rig_.StartAgent();
+  MissCars(4);
+  BrokerComesBack();
+  EXPECT_EQ(rig_.Request("check_offline_record", R"({"enable":"clear"})")["result"], true);
+  EXPECT_EQ(Undelivered(), 0);
+  EXPECT_EQ(rig_.Request("check_offline_record", R"({"enable":"stop"})")["result"], true);
+}
+
+TEST_F(Redelivery, OfWhatIsLeftWhenTheAgentIsKilled) {
+  rig_.StartCamera();
+  rig_.StartAgent();
+  MissCars(3);
+  rig_.agent->Kill();
+  rig_.Ctl({"car"});
+  rig_.broker.Start();
+  ASSERT_TRUE(WaitUntil([this] { return rig_.cloud->IsSubscribed(); }));
+  rig_.StartAgent();
+  Push(100);
+  for (unsigned int id = 1; id <= 4; ++id) {
+    EXPECT_EQ(AwaitRedelivered(), id);
+  }
+}
+
+TEST_F(Redelivery, OfAStoreThatOverflowedBringsTheNewestAndThenAllIsAsBefore) {
+  rig_.StartCamera({"--keep-results", "10"});
+  rig_.StartAgent();
+  MissCars(25);
+  const Json::Value results = rig_.CameraState()["results"];
+  EXPECT_EQ(results["undelivered"].asInt(), 10);
+  EXPECT_EQ(results["undelivered_removed"].asInt(), 15);
+  EXPECT_THAT(rig_.camera->Output(), testing::HasSubstr("undelivered"));
+  BrokerComesBack();
+  Push(100);
+  for (unsigned int id = 16; id <= 25; ++id) {
+    EXPECT_EQ(AwaitRedelivered(), id);
+  }
+  EXPECT_TRUE(WaitUntil([this] { return Undelivered() == 0; }));
+  // Back to normal: the plug-in's queue is full of results it was never told about, and
+  // still every new car is delivered or undelivered in the store, and then delivered.
+  rig_.Ctl({"car", "AFTER01"});
+  rig_.Ctl({"car", "AFTER02"});
+  EXPECT_TRUE(WaitUntil([this] {
+    if (Undelivered() > 0) {
+      Push(100);
+    }
+    return Undelivered() == 0;
+  }));
+}
+
+TEST_F(Redelivery, CountsAndAgesAreVisible) {
+  rig_.StartCamera();
+  rig_.StartAgent();
+  MissCars(2);
+  EXPECT_TRUE(WaitUntil(
+      [this] { return rig_.CameraState()["results"]["oldest_undelivered_age_s"].asInt() >= 1; }));
+  BrokerComesBack();
+  const Json::Value status = rig_.AgentStatus();
+  EXPECT_EQ(status["undelivered"]["count"].asInt(), 2);
+  EXPECT_GE(status["undelivered"]["oldest_age_s"].asInt(), 1);
+  EXPECT_GE(status["counters"]["dropped_link_down"].asInt(), 2);
+}
+
+}  // namespace
