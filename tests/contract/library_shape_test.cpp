@@ -1,0 +1,128 @@
+// The shipped file as a loader sees it: its name, what it exports, what it needs, and
+// what it leaves to the process that loads it.
+#include <cxxabi.h>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Names = std::set<std::string>;
+
+/// The lines that a tool prints about the library.
+std::vector<std::string> LinesOf(const std::string& tool) {
+  const std::string command = tool + " '" + MQTTADAPTER_LIBRARY + "'";
+  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+  std::vector<std::string> lines;
+  char line[4096];
+  while (pipe && fgets(line, sizeof(line), pipe.get()) != nullptr) {
+    lines.emplace_back(line);
+  }
+  EXPECT_FALSE(lines.empty()) << command;
+  return lines;
+}
+
+/// The values in brackets of the dynamic section's entries of one kind.
+Names Dynamic(const std::string& kind) {
+  Names values;
+  for (const std::string& line : LinesOf(READELF_TOOL " --dynamic --wide")) {
+    const size_t from = line.find('[');
+    if (line.find("(" + kind + ")") != std::string::npos && from != std::string::npos) {
+      values.insert(line.substr(from + 1, line.find(']') - from - 1));
+    }
+  }
+  return values;
+}
+
+/// A library's name without its version: "libc.so" of "libc.so.6".
+std::string Plain(const std::string& library) { return library.substr(0, library.find(".so") + 3); }
+
+/// The symbols that are undefined and have to be there, without their versions.
+Names Undefined() {
+  Names names;
+  for (const std::string& line : LinesOf(NM_TOOL " --dynamic --undefined-only")) {
+    std::istringstream words(line);
+    std::string kind;
+    std::string name;
+    words >> kind >> name;
+    if (kind == "U") {
+      names.insert(name.substr(0, name.find('@')));
+    }
+  }
+  return names;
+}
+
+/// A symbol's name as it is written, without its arguments and its ABI tag.
+std::string Written(const std::string& symbol) {
+  const std::unique_ptr<char, void (*)(void*)> text(
+      abi::__cxa_demangle(symbol.c_str(), nullptr, nullptr, nullptr), free);
+  const std::string written = text ? text.get() : symbol;
+  return written.substr(0, written.find_first_of("(["));
+}
+
+TEST(LibraryShape, HasItsFixedName) { EXPECT_EQ(Dynamic("SONAME"), Names{"libmqttadapter.so"}); }
+
+TEST(LibraryShape, ExportsTwoFunctionsAndNothingElse) {
+  Names exported;
+  for (const std::string& line : LinesOf(NM_TOOL " --dynamic --defined-only")) {
+    std::istringstream words(line);
+    std::string address;
+    std::string kind;
+    std::string name;
+    words >> address >> kind >> name;
+    exported.insert(kind + " " + name);
+  }
+  EXPECT_EQ(exported, (Names{"T create_adapter", "T destory_adapter"}));
+}
+
+TEST(LibraryShape, NeedsJsoncppAndTheRuntimeOnly) {
+  const Names allowed = {"libjsoncpp.so", "libstdc++.so", "libgcc_s.so",
+                         "libc.so",       "libm.so",      "ld-linux-x86-64.so"};
+  Names needed;
+  for (const std::string& library : Dynamic("NEEDED")) {
+    needed.insert(Plain(library));
+    EXPECT_EQ(allowed.count(Plain(library)), 1U) << library;
+  }
+  EXPECT_EQ(needed.count("libjsoncpp.so"), 1U);
+}
+
+TEST(LibraryShape, NamesNoPlaceToSearchForLibraries) {
+  EXPECT_EQ(Dynamic("RUNPATH"), Names{});
+  EXPECT_EQ(Dynamic("RPATH"), Names{});
+}
+
+TEST(LibraryShape, LeavesThePlatformsSymbolsAndNoOthersToTheProcess) {
+  std::vector<void*> needed;
+  for (const std::string& library : Dynamic("NEEDED")) {
+    needed.push_back(dlopen(library.c_str(), RTLD_LAZY | RTLD_LOCAL));
+    ASSERT_NE(needed.back(), nullptr) << dlerror();
+  }
+  Names left;
+  for (const std::string& symbol : Undefined()) {
+    bool provided = false;
+    for (void* library : needed) {
+      provided = provided || dlsym(library, symbol.c_str()) != nullptr;
+    }
+    if (!provided) {
+      left.insert(Written(symbol));
+    }
+  }
+  EXPECT_EQ(left, (Names{"ChwInfo::Interface", "Json::Json2String", "Json::String2Json",
+                         "__sys_log", "cache::KvdbClient::CreateKvdbNetClient", "hw_sn",
+                         "tarvex::Base64::DecodeFromArray", "tarvex::Base64::Encode",
+                         "tarvex::Base64::EncodeFromArray", "tarvex::DpClient::CreateDpClient",
+                         "tarvex::XTimeUtil::TimeLocalMake", "tarvex::XTimeUtil::TimeLocalToString",
+                         "tarvex::XTimeUtil::TimeSecond"}));
+  for (void* library : needed) {
+    dlclose(library);
+  }
+}
+
+}  // namespace
