@@ -1,4 +1,7 @@
 // The queue of the recognition: trigger and snapshot.
+#include <fstream>
+#include <iterator>
+
 #include "desk_camera.h"
 
 namespace virtual_camera {
@@ -41,11 +44,8 @@ TEST_F(RecognitionQueue, DrawsEachSnapshotAnewAndKeepsTheLatest) {
 }
 
 std::string BytesOf(const std::string& path) {
-  std::string bytes(fs::file_size(path), '\0');
-  FILE* file = std::fopen(path.c_str(), "rb");
-  EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), file), bytes.size());
-  std::fclose(file);
-  return bytes;
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
 TEST_F(RecognitionQueue, ShowsTheCarThatHasJustPassedAndThenTheEmptyRoad) {
