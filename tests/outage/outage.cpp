@@ -149,19 +149,24 @@ int Run(const Options& options) {
   const Clock::time_point start = Clock::now();
   Scene scene({RIG_CAMERA, RIG_CAMERA_CTL, RIG_AGENT, RIG_PLUGIN}, scene_options);
   Tally tally;
-  RunFaults(options, scene, random, &tally);
-
-  scene.StopCars();
-  std::uint64_t lost = CountLost(scene);
-  printf("faults are over; undelivered %llu\n",
-         static_cast<unsigned long long>(scene.store().CountUndelivered()));
-  fflush(stdout);
-  const bool drained = scene.AwaitAgent() && scene.DrainStore(std::chrono::minutes(30));
+  std::uint64_t lost = 0;
+  bool drained = false;
+  try {
+    RunFaults(options, scene, random, &tally);
+    scene.StopCars();
+    lost = CountLost(scene);
+    printf("faults are over; undelivered %llu\n",
+           static_cast<unsigned long long>(scene.store().CountUndelivered()));
+    fflush(stdout);
+    drained = scene.AwaitAgent() && scene.DrainStore(std::chrono::minutes(30));
+    lost += CountLost(scene);
+  } catch (const std::exception& error) {
+    printf("%s; the agent's last words:\n%s\n", error.what(), scene.AgentLog().c_str());
+  }
   if (!drained) {
     printf("NOT DRAINED: %llu results stay undelivered\n",
            static_cast<unsigned long long>(scene.store().CountUndelivered()));
   }
-  lost += CountLost(scene);
   const std::chrono::duration<double> elapsed = Clock::now() - start;
   Print(options, tally, scene, lost, elapsed.count());
   return lost == 0 && drained ? 0 : 1;

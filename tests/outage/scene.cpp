@@ -9,10 +9,13 @@
 
 namespace {
 
-constexpr auto kLong = std::chrono::milliseconds(10000);
+constexpr auto kLong = std::chrono::milliseconds(60000);
 
 /// Longer than the keep-alive of the rig's agents, so that a frozen broker is given up.
 constexpr auto kFreeze = std::chrono::milliseconds(5000);
+
+/// How much of the agent's log is shown when something went wrong.
+constexpr size_t kLogTail = 6000;
 
 void Require(bool condition, const char* what) {
   if (!condition) {
@@ -25,7 +28,8 @@ void Require(bool condition, const char* what) {
 Scene::Scene(const RigPrograms& programs, const Options& options)
     : options_(options), rig_(programs), proxy_(rig_.broker.port()) {
   rig_.more_environment["TARVEX_CLOCK_SCALE"] = std::to_string(options.clock_scale);
-  rig_.more_environment["TARVEX_LOG_LEVEL"] = "3";
+  rig_.more_environment["TARVEX_LOG_LEVEL"] = "4";
+  setenv("TARVEX_LOG_LEVEL", "3", 1);
   subscriber_ = std::make_unique<MqttClient>(
       rig_.broker.port(), rig_.Topic("message/ivs_result"),
       [this](const MqttClient::Message& message) { journal_.Receive(message.payload); });
@@ -126,6 +130,11 @@ bool Scene::AwaitAgent() {
         return connected != std::string::npos && (lost == std::string::npos || lost < connected);
       },
       kLong);
+}
+
+std::string Scene::AgentLog() const {
+  const std::string log = rig_.agent->Output();
+  return log.size() > kLogTail ? log.substr(log.size() - kLogTail) : log;
 }
 
 bool Scene::DrainStore(std::chrono::milliseconds deadline) {

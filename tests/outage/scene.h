@@ -48,7 +48,8 @@ class Scene {
 
   const Journal& journal() const { return journal_; }
   const StoreReader& store() const { return *store_; }
-  std::string AgentLog() const { return rig_.agent->Output(); }
+  /// The end of what the agent has written.
+  std::string AgentLog() const;
 
  private:
   void StartCamera(double cars_per_second);

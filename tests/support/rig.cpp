@@ -119,6 +119,8 @@ Json::Value Rig::RequestWith(const std::string& name, const Json::Value& payload
   request["payload"] = payload;
   std::string text;
   Json::Json2String(request, text);
+  // A client that is just coming back to a restarted broker would miss the response.
+  WaitUntil([this] { return cloud->IsSubscribed(); });
   // A message that came before the response stays, to be awaited after it.
   cloud->Publish(Topic("request/" + name), text);
   const auto response = cloud->Pick([&](const MqttClient::Message& candidate) {
