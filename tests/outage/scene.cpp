@@ -2,6 +2,7 @@
 
 #include <nats/nats.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 
@@ -147,8 +148,13 @@ bool Scene::DrainStore(std::chrono::milliseconds deadline) {
         }
         // A running re-delivery is left alone; one that has ended is asked for again.
         if (left == left_before) {
-          rig_.Request("check_offline_record",
-                       R"({"enable":"push","max_count":1000000,"min_id":0})");
+          rig_.cloud->Forget();
+          try {
+            rig_.Request("check_offline_record",
+                         R"({"enable":"push","max_count":1000000,"min_id":0})");
+          } catch (const std::runtime_error& error) {
+            fprintf(stderr, "outage: %s; asking again\n", error.what());
+          }
         }
         left_before = left;
         std::this_thread::sleep_for(std::chrono::milliseconds(1000));
