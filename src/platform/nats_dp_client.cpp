@@ -73,7 +73,8 @@ NatsDpClient::~NatsDpClient() {
 int NatsDpClient::SendRequest(const std::string& type, int /*flags*/, const char* data,
                               size_t length, std::string* reply, int timeout_ms) {
   const std::string subject = BusSubject(type);
-  if (!IsPlainSubject(subject) || length > INT_MAX || !link_->IsConnected()) {
+  // With no time to wait, an answer would be a matter of luck.
+  if (!IsPlainSubject(subject) || length > INT_MAX || timeout_ms <= 0 || !link_->IsConnected()) {
     return kNotAnswered;
   }
   natsMsg* received = nullptr;
@@ -162,15 +163,13 @@ void NatsDpClient::ConnectAfresh() {
 }
 
 void NatsDpClient::OnMessage(Message* msg) {
-  // A slot may let go of the client's last owner.
-  const auto self = shared_from_this();
   const auto arrived = boost::static_pointer_cast<ArrivedMessage>(msg->data);
   const auto topic = arrived->topic();
   if (!topic->listened) {
     return;
   }
   const auto message = arrived->message();
-  const boost::weak_ptr<NatsDpClient> weak = self;
+  const boost::weak_ptr<NatsDpClient> weak = weak_from_this();
   auto delivered = std::make_shared<bool>(false);
   PassDeliveryGate(*message, [weak, topic, message, delivered] {
     const auto client = weak.lock();

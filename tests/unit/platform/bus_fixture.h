@@ -4,6 +4,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -60,8 +61,14 @@ class Device {
     natsConnection_FlushTimeout(link_->get(), 10000);
   }
 
+  /// Which connection the last request came through; each has a name of its own.
+  std::string last_requester() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return last_requester_;
+  }
+
   void Serve(const std::string& queue, Service service) {
-    services_.push_back(std::make_unique<Serving>(Serving{std::move(service), &running_}));
+    services_.push_back(std::make_unique<Serving>(Serving{std::move(service), this}));
     ++running_;
     natsSubscription* created = nullptr;
     natsConnection_QueueSubscribe(&created, link_->get(), tarvex::BusSubject(queue).c_str(), "q",
@@ -74,21 +81,29 @@ class Device {
  private:
   struct Serving {
     Service service;
-    std::atomic<int>* running;
+    Device* device;
   };
+
+  /// @param reply_subject the connection's, a dot, and the request's.
+  void NoteRequester(const std::string& reply_subject) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    last_requester_ = reply_subject.substr(0, reply_subject.rfind('.'));
+  }
 
   static void OnRequest(natsConnection* connection, natsSubscription*, natsMsg* received,
                         void* closure) {
     const tarvex::NatsMessage message(received);
     const std::string request(natsMsg_GetData(received),
                               static_cast<std::size_t>(natsMsg_GetDataLength(received)));
-    const std::string answer = static_cast<Serving*>(closure)->service(request);
+    const auto* serving = static_cast<Serving*>(closure);
+    serving->device->NoteRequester(natsMsg_GetReply(received));
+    const std::string answer = serving->service(request);
     if (answer != kSilence) {
       natsConnection_Publish(connection, natsMsg_GetReply(received), answer.data(),
                              static_cast<int>(answer.size()));
     }
   }
-  static void OnComplete(void* closure) { --*static_cast<Serving*>(closure)->running; }
+  static void OnComplete(void* closure) { --static_cast<Serving*>(closure)->device->running_; }
 
  public:
   /// What a service returns to give no answer.
@@ -97,6 +112,8 @@ class Device {
  private:
   std::vector<std::unique_ptr<Serving>> services_;
   std::atomic<int> running_{0};
+  std::mutex mutex_;
+  std::string last_requester_;
   std::shared_ptr<tarvex::NatsLink> link_;
   std::vector<tarvex::NatsSubscription> subscriptions_;
 };

@@ -84,6 +84,14 @@ TEST_F(DeliveryGateTest, DeliversNothingOfATopicThatIsNotListenedToAnyMore) {
   EXPECT_THAT(listener_.heard, IsEmpty());
 }
 
+TEST_F(DeliveryGateTest, IsNotAskedAboutATopicThatIsNotListenedToAnyMore) {
+  device_.Publish("topic", "1");
+  EXPECT_TRUE(HaveArrived(1));
+  client_->RemoveListenMessage("topic");
+  events_->Deliver();
+  EXPECT_THAT(at_gate_, IsEmpty());
+}
+
 TEST_F(DeliveryGateTest, MayDeliverAtOnce) {
   tarvex::SetDeliveryGate(
       [](const tarvex::DpMessage&, std::function<void()> deliver) { deliver(); });

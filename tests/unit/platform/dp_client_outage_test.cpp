@@ -2,6 +2,7 @@
 #include <atomic>
 #include <future>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -47,6 +48,23 @@ TEST_F(BusOutage, EndsARequestThatWaitsForItsAnswer) {
   server_.Kill();
   EXPECT_EQ(result.get(), 0);  // would take ten minutes otherwise
   EXPECT_EQ(reply_, "untouched");
+}
+
+TEST_F(BusOutage, EndsTheConnectionWithWhatIsLeftOfARequest) {
+  std::atomic<bool> is_waiting{false};
+  device_.Serve("silent", [&](const std::string&) {
+    is_waiting = true;
+    return Device::kSilence;
+  });
+  device_.Serve("queue", [](const std::string&) { return "answer"; });
+  auto result = std::async(std::launch::async, [this] { return Request("silent", "text"); });
+  EXPECT_TRUE(WaitUntil([&] { return is_waiting.load(); }));
+  const std::string before = device_.last_requester();
+  server_.Kill();
+  result.wait();
+  server_.Start();
+  EXPECT_TRUE(IsAnsweredEventually("queue"));
+  EXPECT_NE(device_.last_requester(), before);
 }
 
 TEST_F(BusOutage, FailsNewRequestsAtOnce) {
@@ -96,12 +114,20 @@ TEST_F(BusOutage, SendsNoRequestOnceItIsOverThatWasMadeBefore) {
     served += request == "during" ? 1 : 0;
     return "answer";
   });
+  // Many, for some to make their request before they have noticed the outage.
+  std::vector<boost::shared_ptr<tarvex::DpClient>> clients;
+  for (int count = 0; count < 40; ++count) {
+    clients.push_back(NewClient());
+  }
   server_.Kill();
-  for (int request = 0; request < 20; ++request) {
-    EXPECT_EQ(Request("queue", "during"), 0);
+  for (const auto& client : clients) {
+    EXPECT_EQ(client->SendRequest("queue", 0, "during", 6, &reply_, kLong_ms), 0);
   }
   server_.Start();
-  EXPECT_TRUE(IsAnsweredEventually("queue"));
+  for (const auto& client : clients) {
+    EXPECT_TRUE(
+        WaitUntil([&] { return client->SendRequest("queue", 0, "after", 5, &reply_, 1000) == 1; }));
+  }
   EXPECT_EQ(served, 0);
 }
 
