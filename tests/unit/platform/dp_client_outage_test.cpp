@@ -115,9 +115,9 @@ TEST_F(BusOutage, SendsNoRequestOnceItIsOverThatWasMadeBefore) {
     return "answer";
   });
   // Many, for some to make their request before they have noticed the outage.
-  std::vector<boost::shared_ptr<tarvex::DpClient>> clients;
-  for (int count = 0; count < 40; ++count) {
-    clients.push_back(NewClient());
+  std::vector<boost::shared_ptr<tarvex::DpClient>> clients(40);
+  for (auto& client : clients) {
+    client = NewClient();
   }
   server_.Kill();
   for (const auto& client : clients) {
