@@ -54,11 +54,15 @@ start_child agent "$bin/cloud_agent" --plugin build/dev/lib/libmqttadapter.so \
   --broker "127.0.0.1:$mqtt_port" --picture-dir "$run_dir/pictures" \
   --id-picture-dir "$run_dir/camera/lane" --print-messages "${agent_options[@]}"
 
+wait_for "the agent's connection" grep -q "broker connected" "$log_dir/agent.out"
+
 scripts/try_next.sh "$bin" "$sn" "$mqtt_port"
 # What the plug-in prints for its own console stays in the log.
 setsid setpriv --pdeathsig TERM tail -n +1 -f "$log_dir/agent.out" |
   grep --line-buffered -E '^[0-9]{4}-' &
 adopt_child lines $!
+# The first car does not keep anybody waiting.
+"$bin/camera_ctl" car >"$log_dir/first_car.out"
 if [ "$seconds" -gt 0 ]; then
   start_child timer sleep "$seconds"
 fi
