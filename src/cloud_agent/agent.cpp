@@ -80,6 +80,7 @@ bool Agent::Start() {
 }
 
 void Agent::Shutdown() {
+  AGENT_LOG(6, "stopping");
   OutboundMessage goodbye;
   goodbye.topic = options_.base + "/status";
   goodbye.payload = OfflineStatus();

@@ -57,7 +57,8 @@ class StopSignals {
   void Forget() {
     if (thread_.joinable()) {
       is_over_ = true;
-      pthread_kill(thread_.native_handle(), SIGTERM);
+      // The thread waits for this signal, which is blocked: nothing is terminated.
+      pthread_kill(thread_.native_handle(), SIGTERM);  // NOLINT(bugprone-bad-signal-to-kill-thread)
       thread_.join();
     }
   }
@@ -128,7 +129,6 @@ int Run(agent::ProgramOptions options) {
   });
   signals.Watch([&] {
     service->PostTask([&] {
-      AGENT_LOG(6, "stopping");
       the_agent.Shutdown();
       service->Stop();
     });
