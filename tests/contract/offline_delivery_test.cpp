@@ -1,53 +1,10 @@
-// The re-delivery of stored results, one by one, each after the confirmation of the
-// one before.
-#include "adapter_test.h"
+// The re-delivery of stored results: what a step fetches and publishes, and how a run
+// ends.
+#include "offline_fixture.h"
 
 namespace {
 
-class OfflineDelivery : public AdapterTest {
- protected:
-  void SetUp() override { Start(); }
-  void Push(int max_count) {
-    EXPECT_TRUE(
-        CloudSends("check_offline_record",
-                   R"({"type":"check_offline_record","body":{"enable":"push","max_count":)" +
-                       std::to_string(max_count) + "}}"));
-  }
-  void StoreCounts(int count) {
-    AnswersNext("BUS_GET_IVS_INFO", R"({"body":{"offline_count":)" + std::to_string(count) + "}}");
-  }
-  void StoreHandsOut(const std::vector<unsigned int>& plate_ids) {
-    std::string records;
-    for (const unsigned int plate_id : plate_ids) {
-      records += RecordBytes().PlateId(plate_id).str() + "tail";
-    }
-    AnswersNext("BUS_GET_IVS_INFO", records);
-  }
-  /// The plate id of the next publication, which is a re-delivered result.
-  unsigned int Redelivered() {
-    EXPECT_EQ(PublishedHead(), "ivs_result 16");
-    const Json::Value plate = PublishedPayload()["AlarmInfoPlate"]["result"]["PlateResult"];
-    EXPECT_EQ(plate["isoffline"].asInt(), 1);
-    return plate["plateid"].asUInt();
-  }
-  static std::string Select(const std::string& count) {
-    return "BUS_GET_IVS_INFO {\n\t\"body\" : \n\t{\n\t\t\"count\" : " + count +
-           ",\n\t\t\"id\" : 0\n\t},\n\t\"type\" : \"STP_SELECT_MQTT_OFFLINE_RECORD\"\n}\n"
-           " timeout=5000";
-  }
-  static std::string Delivered(unsigned int plate_id) {
-    return "BUS_GET_IVS_INFO {\n\t\"body\" : \n\t{\n\t\t\"plate_id\" : " +
-           std::to_string(plate_id) +
-           ",\n\t\t\"push_status\" : 0\n\t},\n\t\"type\" : \"STP_SET_MQTT_OFFLINE_STATUS\"\n}\n"
-           " timeout=5000";
-  }
-  /// Turns the clock; what was printed meanwhile.
-  std::string TickQuietly(int elapsed_ms) {
-    return Console([&] { events_->Tick(elapsed_ms); });
-  }
-  const std::string kCount =
-      "BUS_GET_IVS_INFO {\n\t\"type\" : \"STP_GET_MQTT_OFFLINE_COUNT\"\n}\n timeout=5000";
-};
+class OfflineDelivery : public OfflineTest {};
 
 TEST_F(OfflineDelivery, PublishesTheFirstRecordOfTheStore) {
   StoreCounts(2);
@@ -88,24 +45,6 @@ TEST_F(OfflineDelivery, LogsOfTheManagerCarryItsOwnName) {
     EXPECT_EQ(entry.source, of_manager ? "mqtt_offline" : "mqtt_adapter") << entry.text;
   }
   EXPECT_EQ(Logged(6, "get 0 mqtt offline record from db."), 1U);
-}
-
-TEST_F(OfflineDelivery, AConfirmationMarksTheRecordAndPostsTheNextStepAfterFiveSeconds) {
-  StoreCounts(2);
-  StoreHandsOut({11, 12});
-  Push(10);
-  RunPosted();
-  BusHeard();
-  BusHeard();
-  Redelivered();
-  adapter_->OnMessagePublished(16);
-  EXPECT_EQ(BusHeard(), Delivered(11));
-  EXPECT_EQ(Waiting(), "199402@5000");
-  events_->Tick(4999);
-  EXPECT_EQ(Published(), "nothing");
-  events_->Tick(1);
-  EXPECT_EQ(BusHeard(), "nothing");  // the second one is in the queue already
-  EXPECT_EQ(Redelivered(), 12U);
 }
 
 TEST_F(OfflineDelivery, AStepWithRecordsQueuedCountsTheQueue) {
@@ -278,99 +217,6 @@ TEST_F(OfflineDelivery, MoreRecordsThanAskedForWrapTheLimit) {
   EXPECT_EQ(Redelivered(), 3U);
 }
 
-TEST_F(OfflineDelivery, APushDuringARunStartsASecondChain) {
-  StoreCounts(2);
-  StoreHandsOut({11, 12});
-  Push(10);
-  Push(10);
-  RunPosted();
-  BusHeard();
-  BusHeard();
-  EXPECT_EQ(Redelivered(), 11U);
-  EXPECT_EQ(Redelivered(), 11U);
-  adapter_->OnMessagePublished(16);
-  adapter_->OnMessagePublished(16);
-  EXPECT_EQ(BusHeard(), Delivered(11));
-  EXPECT_EQ(BusHeard(), Delivered(12));  // each confirmation means the first one now
-  EXPECT_EQ(Waiting(), "199402@5000, 199402@5000");
-}
-
-TEST_F(OfflineDelivery, WithoutAConfirmationNothingFollows) {
-  StoreCounts(2);
-  StoreHandsOut({11, 12});
-  Push(10);
-  RunPosted();
-  BusHeard();
-  BusHeard();
-  Redelivered();
-  events_->Tick(3600000);
-  EXPECT_EQ(BusHeard(), "nothing");
-}
-
-TEST_F(OfflineDelivery, AConfirmationWithAnEmptyQueueFetchesFirst) {
-  StoreHandsOut({21});
-  adapter_->OnMessagePublished(16);
-  EXPECT_EQ(BusHeard(), Select("5"));
-  EXPECT_EQ(BusHeard(), Delivered(21));
-  EXPECT_EQ(Waiting(), "199402@5000");
-}
-
-TEST_F(OfflineDelivery, AConfirmationWithNothingToBeHadDoesNothing) {
-  adapter_->OnMessagePublished(16);
-  EXPECT_EQ(BusHeard(), Select("5"));
-  EXPECT_EQ(BusHeard(), "nothing");
-  EXPECT_EQ(Waiting(), "nothing");
-}
-
-TEST_F(OfflineDelivery, TheNextStepFollowsWhateverTheStoreSaysToTheConfirmation) {
-  StoreCounts(1);
-  StoreHandsOut({11});
-  Push(1);
-  RunPosted();
-  BusHeard();
-  BusHeard();
-  Redelivered();
-  AnswersNext("BUS_GET_IVS_INFO", "no json", -1);
-  adapter_->OnMessagePublished(16);
-  EXPECT_EQ(BusHeard(), Delivered(11));
-  EXPECT_EQ(Waiting(), "199402@5000");
-}
-
-TEST_F(OfflineDelivery, AConfirmationRemovesAnOlderRecordOfTheSameId) {
-  StoreCounts(3);
-  StoreHandsOut({5, 6, 5});  // delivered from the left; the last one is the oldest queued
-  Push(3);
-  RunPosted();
-  BusHeard();
-  BusHeard();
-  EXPECT_EQ(Redelivered(), 5U);
-  adapter_->OnMessagePublished(16);
-  BusHeard();
-  events_->Tick(5000);
-  EXPECT_EQ(Redelivered(), 5U);  // left: 5, 6
-  adapter_->OnMessagePublished(16);
-  BusHeard();
-  events_->Tick(5000);
-  EXPECT_EQ(Redelivered(), 6U);
-}
-
-TEST_F(OfflineDelivery, ALiveConfirmationLeavesStoredRecordsAlone) {
-  StoreCounts(1);
-  StoreHandsOut({11});
-  Push(1);
-  RunPosted();
-  BusHeard();
-  BusHeard();
-  Redelivered();
-  Deliver("BUS_SRV_IVS_RESULT", RecordBytes().PlateId(11));
-  RunPosted();
-  PublishedPayload();
-  adapter_->OnMessagePublished(11);
-  EXPECT_EQ(BusHeard(), Delivered(11));
-  adapter_->OnMessagePublished(16);
-  EXPECT_EQ(BusHeard(), Delivered(11));
-}
-
 TEST_F(OfflineDelivery, TheNoticeCountsTheQueueWhileItHoldsRecords) {
   StoreCounts(2);
   StoreHandsOut({11, 12});
@@ -382,12 +228,6 @@ TEST_F(OfflineDelivery, TheNoticeCountsTheQueueWhileItHoldsRecords) {
   Console([this] { adapter_->SubscribeMessage("offline_record"); });
   EXPECT_EQ(BusHeard(), "nothing");
   EXPECT_EQ(Published(), R"(offline_record 17 {"body":{"offline_record":2}})");
-}
-
-TEST_F(OfflineDelivery, TheNoticesOwnConfirmationDoesNothing) {
-  adapter_->OnMessagePublished(17);
-  EXPECT_EQ(BusHeard(), "nothing");
-  EXPECT_EQ(Waiting(), "nothing");
 }
 
 class OfflineDeliveryWithoutManager : public AdapterTest {};

@@ -105,6 +105,12 @@ TEST_F(SerialWrite, SendsWhatDecodingGaveUpToTheFirstError) {
   EXPECT_EQ(BusHeard(), "EVS_RS485_WRITE word=111 channel=0 data=abc timeout=300");
 }
 
+TEST_F(SerialWrite, DecodesStrictlyWithPaddingToTheEndOfTheText) {
+  Write(R"([{"data":"YQ=="}])");
+  BusHeard();
+  EXPECT_EQ(platform().decode_flags, std::vector<int>{21});
+}
+
 TEST_F(SerialWrite, CountsAsDoneWhateverBecomesOfTheRequests) {
   for (const int result : {0, -1}) {
     ForgetLogs();

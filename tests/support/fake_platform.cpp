@@ -10,10 +10,21 @@
 #include "json_text.h"
 #include "sys_log.h"
 
+#include "tarvex/base64.h"
+
+// The desk platform's own, built under other names for those below.
 namespace Json {
-/// The desk platform's serialiser, built under another name for the one below.
 bool DeskJson2String(const Json::Value& value, std::string& text);
 }  // namespace Json
+namespace tarvex {
+class DeskBase64 {
+ public:
+  static std::string Encode(const std::string& data);
+  static void EncodeFromArray(const void* data, size_t length, std::string* result);
+  static bool DecodeFromArray(const char* data, size_t length, int flags, std::string* result,
+                              size_t* data_used);
+};
+}  // namespace tarvex
 
 namespace fake {
 namespace {
@@ -198,6 +209,18 @@ ChwInfo* ChwInfo::Interface() {
 
 bool Json::Json2String(const Json::Value& value, std::string& text) {
   return !fake::ThePlatform().serialising_fails && DeskJson2String(value, text);
+}
+
+std::string tarvex::Base64::Encode(const std::string& data) { return DeskBase64::Encode(data); }
+
+void tarvex::Base64::EncodeFromArray(const void* data, size_t length, std::string* result) {
+  DeskBase64::EncodeFromArray(data, length, result);
+}
+
+bool tarvex::Base64::DecodeFromArray(const char* data, size_t length, int flags,
+                                     std::string* result, size_t* data_used) {
+  fake::ThePlatform().decode_flags.push_back(flags);
+  return DeskBase64::DecodeFromArray(data, length, flags, result, data_used);
 }
 
 std::string hw_sn() { return fake::ThePlatform().sn; }

@@ -88,6 +88,7 @@ struct Platform {
   std::set<std::string> listened_topics;
   std::vector<std::string> removed_topics;
   std::vector<LogEntry> logs;
+  std::vector<int> decode_flags;  ///< of each Base64 decoding
   tarvex::DpClient* bus = nullptr;  ///< the living bus client
 
   /// Has a bus message arrive.
