@@ -43,8 +43,8 @@ request set_cloud_ctrl '{"type":2}'
 request white_list_operator '{"operator_type":"update_or_add","dldb_rec":{"plate":"AB12345"}}'
 request wl_check_status '{"cmd":"set","filter_enable":1}'
 request bind_device_list
-request agent_rtsp_url '{"sn":"M0001"}'
-request agent_talkback_port '{"sn":"M0001","window_size":64}'
+request agent_rtsp_url '{"sn":"VCMATE0001"}'
+request agent_talkback_port '{"sn":"VCMATE0001","window_size":64}'
 request lanectrl_result_cfg '[{"event":"person_stay","enable":1},{"event":"vehicle_stay","enable":1}]'
 request check_offline_record '{"enable":"push","max_count":100,"min_id":0}'
 request reboot_dev
