@@ -1,6 +1,7 @@
 #include "platform/nats_link.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <mutex>
 #include <random>
@@ -32,11 +33,19 @@ struct NatsLink::Watcher {
     }
   }
 
+  void NoteEnd() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (wanted) {
+      PLATFORM_LOG(kLogError, "%s: given up by the library", title.c_str());
+    }
+  }
+
   // The library's side; `closure` is a std::shared_ptr<Watcher>*.
   static Watcher& Of(void* closure) { return **static_cast<std::shared_ptr<Watcher>*>(closure); }
   static void OnConnected(natsConnection*, void* closure) { Of(closure).Announce(true); }
   static void OnDisconnected(natsConnection*, void* closure) { Of(closure).Announce(false); }
   static void OnClosed(natsConnection*, void* closure) {
+    Of(closure).NoteEnd();
     delete static_cast<std::shared_ptr<Watcher>*>(closure);
   }
 };
@@ -62,6 +71,18 @@ std::int64_t ReconnectDelay_ms(natsConnection*, int attempts, void*) {
 
 void OnError(natsConnection*, natsSubscription*, natsStatus status, void*) {
   PLATFORM_LOG(kLogWarning, "NATS: %s", natsStatus_GetText(status));
+}
+
+/// After a server that hangs up during the first greeting, and was the last one tried,
+/// the library gives up instead of trying again. So a place that no connection can be
+/// made to is always tried last; that takes no time.
+constexpr const char* kNowhere = "nats://255.255.255.255:1";
+
+natsStatus SetServer(natsOptions* options, const std::string& place) {
+  const std::string url = "nats://" + place;
+  std::array<const char*, 2> urls = {url.c_str(), kNowhere};
+  const natsStatus status = natsOptions_SetNoRandomize(options, true);
+  return status == NATS_OK ? natsOptions_SetServers(options, urls.data(), urls.size()) : status;
 }
 
 /// Remembers the first failure of a row of calls.
@@ -117,7 +138,7 @@ std::shared_ptr<NatsLink> NatsLink::Connect(const SocketAddress& address,
   FirstFailure check;
   check(natsOptions_Create(&created));
   const NatsOptions options(created);
-  check(natsOptions_SetURL(created, ("nats://" + place).c_str()));
+  check(SetServer(created, place));
   check(natsOptions_SetName(created, client_name.c_str()));
   check(SetBehaviour(created));
   check(natsOptions_SetRetryOnFailedConnect(created, true, Watcher::OnConnected, closure.get()));

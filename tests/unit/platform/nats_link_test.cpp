@@ -1,11 +1,17 @@
 #include "platform/nats_link.h"
 
+#include <atomic>
+#include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
 
 #include "scoped_environment.h"
 #include "support/nats_server.h"
@@ -17,6 +23,39 @@ using tarvex::NatsLink;
 using tarvex::SocketAddress;
 using testing::HasSubstr;
 using testing::IsEmpty;
+
+/// Hangs up on everyone who calls.
+class RudeServer {
+ public:
+  explicit RudeServer(int port)
+      : acceptor_(context_,
+                  {boost::asio::ip::address_v4::loopback(), static_cast<std::uint16_t>(port)}) {
+    HangUp();
+    thread_ = std::thread([this] { context_.run(); });
+  }
+  ~RudeServer() {
+    context_.stop();
+    thread_.join();
+  }
+  RudeServer(const RudeServer&) = delete;
+  RudeServer& operator=(const RudeServer&) = delete;
+
+  int callers() const { return callers_; }
+
+ private:
+  void HangUp() {
+    acceptor_.async_accept(
+        [this](const boost::system::error_code&, const boost::asio::ip::tcp::socket&) {
+          ++callers_;
+          HangUp();
+        });
+  }
+
+  boost::asio::io_context context_;
+  boost::asio::ip::tcp::acceptor acceptor_;
+  std::atomic<int> callers_{0};
+  std::thread thread_;
+};
 
 class NatsLinkTest : public testing::Test {
  protected:
@@ -63,6 +102,18 @@ TEST_F(NatsLinkTest, WaitsForAServerThatComesLater) {
   const auto link = Connected();
   ASSERT_NE(link, nullptr);
   EXPECT_FALSE(link->IsConnected());
+  server_.Start();
+  EXPECT_TRUE(Comes({true}));
+}
+
+TEST_F(NatsLinkTest, WaitsForAServerThatHangsUpAtFirst) {
+  server_.Kill();
+  auto rude = std::make_unique<RudeServer>(server_.port());
+  const auto link = Connected();
+  ASSERT_NE(link, nullptr);
+  EXPECT_TRUE(WaitUntil([&] { return rude->callers() > 0; }));
+  EXPECT_FALSE(link->IsConnected());
+  rude.reset();
   server_.Start();
   EXPECT_TRUE(Comes({true}));
 }
