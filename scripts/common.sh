@@ -15,7 +15,8 @@ need_packages() {
   wanted=$(sed -e 's/#.*//' "$list")
   [ "${1:-}" != lint ] || wanted+=$'\n'$(sed -e 's/#.*//' scripts/packages-lint.txt)
   for name in $wanted; do
-    [ "$(dpkg-query -W -f='${db:Status-Status}' "$name" 2>/dev/null)" = installed ] ||
+    # A package of several architectures has several lines.
+    dpkg-query -W -f='${db:Status-Status}\n' "$name" 2>/dev/null | grep -qx installed ||
       missing+=("$name")
   done
   [ ${#missing[@]} -gt 0 ] || return 0
