@@ -80,7 +80,7 @@ lint() {
   sources | xargs clang-format --dry-run --Werror || fail "layout: run ./dev format"
   scripts | xargs shellcheck -x || fail "shellcheck found something"
   # clang-tidy reads what the build of build/dev was told.
-  git ls-files -- '*.cpp' | xargs -P "$(nproc)" -n 4 clang-tidy -p build/dev --quiet \
+  git ls-files -- '*.cpp' | xargs -P "$(nproc)" -n 1 clang-tidy -p build/dev --quiet \
     >build/tidy.log 2>/dev/null || {
     grep -E 'error|warning' build/tidy.log | sort -u | head -n 40 >&2
     fail "clang-tidy found something, see build/tidy.log"

@@ -4,8 +4,6 @@
 
 #include "adapter_test.h"
 
-using testing::Test;
-
 namespace {
 
 class Lifecycle : public AdapterTest {

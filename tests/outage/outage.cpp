@@ -57,6 +57,7 @@ std::vector<Fault> Faults(Scene& scene, std::mt19937& random) {
 void RunFaults(const Options& options, Scene& scene, std::mt19937& random, Tally* tally) {
   const std::vector<Fault> faults = Faults(scene, random);
   std::vector<double> weights;
+  weights.reserve(faults.size());
   for (const Fault& fault : faults) {
     weights.push_back(fault.weight);
   }
