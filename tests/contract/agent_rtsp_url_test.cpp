@@ -61,7 +61,8 @@ TEST_F(AgentRtspUrl, RefusesASerialNumberThatIsNoScalar) {
 }
 
 TEST_F(AgentRtspUrl, PublishesANullBodyForAReplyWithoutOne) {
-  for (const char* reply : {"", "no json", "{\"body\":", "{}", "[]", "5", "null"}) {
+  for (const char* reply :
+       {"", "no json", R"({"body":5)", R"({"body":5} x)", "{}", "[]", "5", "null"}) {
     Answers("user_get_rtsp_info", reply);
     EXPECT_TRUE(Ask()) << reply;
     BusHeard();

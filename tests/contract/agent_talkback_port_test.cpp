@@ -62,7 +62,8 @@ TEST_F(AgentTalkbackPort, RefusesMembersOfTheWrongKind) {
 }
 
 TEST_F(AgentTalkbackPort, PublishesANullBodyForAReplyWithoutOne) {
-  for (const char* reply : {"", "no json", "{\"body\":", "{}", "[]", "5", "null"}) {
+  for (const char* reply :
+       {"", "no json", R"({"body":5)", R"({"body":5} x)", "{}", "[]", "5", "null"}) {
     Answers("user_request_talkback", reply);
     EXPECT_TRUE(Ask()) << reply;
     BusHeard();

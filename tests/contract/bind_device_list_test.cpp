@@ -37,7 +37,8 @@ TEST_F(BindDeviceList, SendsNoBodyWhateverTheRequestHas) {
 }
 
 TEST_F(BindDeviceList, PublishesANullBodyForAReplyWithoutOne) {
-  for (const char* reply : {"", "no json", "{\"body\":", "{}", "[]", "5", "null"}) {
+  for (const char* reply :
+       {"", "no json", R"({"body":5)", R"({"body":5} x)", "{}", "[]", "5", "null"}) {
     Answers("user_get_mate_info", reply);
     EXPECT_TRUE(Ask()) << reply;
     BusHeard();

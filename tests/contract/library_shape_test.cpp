@@ -77,7 +77,7 @@ TEST(LibraryShape, ExportsTwoFunctionsAndNothingElse) {
     std::string kind;
     std::string name;
     words >> address >> kind >> name;
-    exported.insert(kind + " " + name);
+    exported.insert(kind.append(" ").append(name));
   }
   EXPECT_EQ(exported, (Names{"T create_adapter", "T destory_adapter"}));
 }

@@ -166,13 +166,12 @@ extern "C" void __sys_log(int priority, const char* source, const char* function
                           const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  va_list again;
-  va_copy(again, arguments);
   const int length = vsnprintf(nullptr, 0, format, arguments);
   va_end(arguments);
   std::string text(static_cast<size_t>(length) + 1, '\0');
-  vsnprintf(&text[0], text.size(), format, again);
-  va_end(again);
+  va_start(arguments, format);
+  vsnprintf(&text[0], text.size(), format, arguments);
+  va_end(arguments);
   text.pop_back();
   fake::ThePlatform().logs.push_back({priority, source, function, text});
 }
