@@ -110,6 +110,7 @@ std::string AdapterTest::BusHeard() {
   const fake::BusRequest request = requests.front();
   requests.pop_front();
   EXPECT_EQ(request.flags, 0);
+  EXPECT_TRUE(request.into_empty_reply);
   return Rendered(request);
 }
 

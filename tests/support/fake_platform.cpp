@@ -48,7 +48,8 @@ class Bus : public tarvex::DpClient, public boost::enable_shared_from_this<Bus> 
     if (platform.throw_on_request == type) {
       throw std::runtime_error("thrown by the bus");
     }
-    platform.requests.push_back({type, flags, std::string(data, length), timeout_ms});
+    platform.requests.push_back(
+        {type, flags, std::string(data, length), timeout_ms, reply->empty()});
     std::deque<BusAnswer>& scripted = platform.scripted_answers[type];
     BusAnswer answer = {0, ""};
     if (!scripted.empty()) {

@@ -25,6 +25,7 @@ struct BusRequest {
   int flags;
   std::string data;
   int timeout_ms;
+  bool into_empty_reply;  ///< whether the reply's string held nothing yet
 };
 
 /// What a service answers: the result of the send, and the reply's bytes.
@@ -88,7 +89,7 @@ struct Platform {
   std::set<std::string> listened_topics;
   std::vector<std::string> removed_topics;
   std::vector<LogEntry> logs;
-  std::vector<int> decode_flags;  ///< of each Base64 decoding
+  std::vector<int> decode_flags;    ///< of each Base64 decoding
   tarvex::DpClient* bus = nullptr;  ///< the living bus client
 
   /// Has a bus message arrive.
