@@ -72,7 +72,7 @@ BusServer::~BusServer() {
     mailbox_->event_service = nullptr;
   }
   for (const auto& route : routes_) {
-    natsSubscription_Destroy(route.second);
+    link_->Retire(route.second);
   }
 }
 
@@ -105,8 +105,7 @@ void BusServer::Serve(const std::string& queue, Handler handler) {
 void BusServer::StopServing(const std::string& queue) {
   const auto found = routes_.find(queue);
   if (found != routes_.end()) {
-    // Which unsubscribes it too.
-    natsSubscription_Destroy(found->second);
+    link_->Retire(found->second);
     routes_.erase(found);
   }
 }

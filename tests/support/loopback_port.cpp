@@ -5,8 +5,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-namespace {
-
 sockaddr_in LoopbackAddress(int port) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -14,8 +12,6 @@ sockaddr_in LoopbackAddress(int port) {
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   return address;
 }
-
-}  // namespace
 
 int FreeLoopbackPort() {
   const int socket_fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);

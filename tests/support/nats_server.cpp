@@ -1,6 +1,5 @@
 #include "support/nats_server.h"
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -10,33 +9,10 @@
 #include <stdexcept>
 #include <vector>
 
+#include "support/loopback_port.h"
 #include "support/wait_until.h"
 
-namespace {
-
-sockaddr_in LoopbackAddress(int port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<in_port_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
-}
-
-/// A port that is free now. Somebody may take it before the server does; the server
-/// then fails to start and another is tried.
-int FreePort() {
-  const int socket_fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address = LoopbackAddress(0);
-  socklen_t length = sizeof(address);
-  const bool ok = bind(socket_fd, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
-                  getsockname(socket_fd, reinterpret_cast<sockaddr*>(&address), &length) == 0;
-  close(socket_fd);
-  return ok ? ntohs(address.sin_port) : 0;
-}
-
-}  // namespace
-
-NatsServer::NatsServer(Storage storage) : storage_(storage), port_(FreePort()) {
+NatsServer::NatsServer(Storage storage) : storage_(storage), port_(FreeLoopbackPort()) {
   for (int attempts_left = 4;; --attempts_left) {
     try {
       Start();
@@ -45,7 +21,7 @@ NatsServer::NatsServer(Storage storage) : storage_(storage), port_(FreePort()) {
       if (attempts_left == 0) {
         throw;
       }
-      port_ = FreePort();
+      port_ = FreeLoopbackPort();
     }
   }
 }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
 
@@ -83,10 +84,11 @@ Json::Value CtlClient::Send(const Json::Value& command) {
 int64_t CtlClient::Record(const std::string& path, int64_t count,
                           const std::function<bool()>& is_to_stop) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  natsSubscription* raw_subscription = nullptr;
-  natsConnection_SubscribeSync(&raw_subscription, link_->get(),
+  natsSubscription* created = nullptr;
+  natsConnection_SubscribeSync(&created, link_->get(),
                                tarvex::BusSubject("BUS_SRV_IVS_RESULT").c_str());
-  const tarvex::NatsSubscription subscription(raw_subscription);
+  const auto retire = [this](natsSubscription* ended) { link_->Retire(ended); };
+  const std::unique_ptr<natsSubscription, decltype(retire)> subscription(created, retire);
   if (!subscription) {
     throw std::runtime_error("the bus does not let camera_ctl listen");
   }
