@@ -14,7 +14,6 @@
 namespace agent {
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 /// The event thread: runs what was posted when the test says so.
