@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "cloud_agent/json_member.h"
+
 namespace agent {
 namespace {
 
@@ -12,10 +14,6 @@ constexpr unsigned long long kOfflineResultTag = 16;
 
 // With the second duty switched off nothing else would end this list's growth.
 constexpr std::size_t kMaxUnacknowledged = 4096;
-
-const Json::Value& Member(const Json::Value& value, const char* key) {
-  return value.isObject() ? value[key] : Json::Value::nullSingleton();
-}
 
 std::optional<Json::UInt> PlateId(const Json::Value& payload) {
   const Json::Value& plate =

@@ -1,5 +1,6 @@
 #include "cloud_agent/message_line.h"
 
+#include "cloud_agent/json_member.h"
 #include "json_text.h"
 #include "tarvex/base64.h"
 #include "tarvex/time_util.h"
@@ -9,10 +10,6 @@ namespace {
 
 constexpr std::size_t kMaxPayload_bytes = 100;
 constexpr std::size_t kMaxText_bytes = 300;
-
-const Json::Value& Member(const Json::Value& value, const char* key) {
-  return value.isObject() ? value[key] : Json::Value::nullSingleton();
-}
 
 // Never splits a UTF-8 character.
 void Cut(std::string* text, std::size_t max_bytes) {
