@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "cloud_agent/log.h"
 #include "json_text.h"
+#include "platform/log.h"
 
 namespace agent {
 namespace {
@@ -50,7 +50,7 @@ Agent::~Agent() = default;
 bool Agent::Start() {
   adapter_ = parts_.create_adapter();
   if (adapter_ == nullptr) {
-    AGENT_LOG(3, "the plug-in made no adapter");
+    SYS_LOG(kLogError, "the plug-in made no adapter");
     return false;
   }
   adapter_->SignalPushMessage.connect(this, &Agent::OnPushMessage);
@@ -59,8 +59,8 @@ bool Agent::Start() {
         return parts_.pictures->Store(source, name);
       });
   if (error != 0) {
-    AGENT_LOG(3, "the adapter is not completely initialised (%d); going on without the rest",
-              error);
+    SYS_LOG(kLogError, "the adapter is not completely initialised (%d); going on without the rest",
+            error);
   }
   adapter_->GetMessageNames(requests_, publishes_);
   router_ = std::make_unique<RequestRouter>(
@@ -69,18 +69,19 @@ bool Agent::Start() {
              Json::Value& response) { return RunRequest(name, payload, version, response); });
   for (const std::string& name : publishes_) {
     if (!adapter_->SubscribeMessage(name)) {
-      AGENT_LOG(4, "the adapter does not publish %s: its events could not be subscribed to",
-                name.c_str());
+      SYS_LOG(kLogWarning, "the adapter does not publish %s: its events could not be subscribed to",
+              name.c_str());
     }
   }
-  AGENT_LOG(6, "adapter ready: %zu requests, %zu messages", requests_.size(), publishes_.size());
+  SYS_LOG(kLogInfo, "adapter ready: %zu requests, %zu messages", requests_.size(),
+          publishes_.size());
   parts_.link->Start(this);
   ScheduleStatus();
   return true;
 }
 
 void Agent::Shutdown() {
-  AGENT_LOG(6, "stopping");
+  SYS_LOG(kLogInfo, "stopping");
   OutboundMessage goodbye;
   goodbye.topic = options_.base + "/status";
   goodbye.payload = OfflineStatus();
@@ -102,7 +103,7 @@ void Agent::OnPushMessage(const std::string& name, const Json::Value& payload,
   try {
     Publish(name, payload, version, tag);
   } catch (const std::exception& failure) {
-    AGENT_LOG(3, "%s is not published: %s", name.c_str(), failure.what());
+    SYS_LOG(kLogError, "%s is not published: %s", name.c_str(), failure.what());
   }
 }
 
@@ -217,7 +218,7 @@ void Agent::OnRequest(const InboundRequest& request) {
   for (const OutboundMessage& response : router_->Answer(request)) {
     const PublishResult result = parts_.link->Send(response);
     if (result != PublishResult::kAccepted) {
-      AGENT_LOG(4, "a response is lost: %s", FateText(FateOf(result)));
+      SYS_LOG(kLogWarning, "a response is lost: %s", FateText(FateOf(result)));
     }
   }
 }
@@ -232,10 +233,10 @@ bool Agent::RunRequest(const std::string& name, const Json::Value& payload,
 }
 
 void Agent::PushEverything() {
-  AGENT_LOG(6, "asking for the re-delivery of undelivered results");
+  SYS_LOG(kLogInfo, "asking for the re-delivery of undelivered results");
   Json::Value response;
   if (!RunRequest("check_offline_record", PushEverythingRequest(), "1.0", response)) {
-    AGENT_LOG(4, "the adapter refused to re-deliver");
+    SYS_LOG(kLogWarning, "the adapter refused to re-deliver");
   }
 }
 

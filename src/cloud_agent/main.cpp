@@ -13,13 +13,13 @@
 #include "chw_info.h"
 #include "cloud_agent/address_text.h"
 #include "cloud_agent/agent.h"
-#include "cloud_agent/log.h"
 #include "cloud_agent/mqtt_link.h"
 #include "cloud_agent/options.h"
 #include "cloud_agent/picture_store.h"
 #include "cloud_agent/plugin.h"
 #include "platform/asio_event_service.h"
 #include "platform/delivery_gate.h"
+#include "platform/log.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <system_error>
 #include <utility>
 
-#include "cloud_agent/log.h"
+#include "platform/log.h"
 
 namespace agent {
 namespace {
@@ -187,8 +187,8 @@ void MqttConnection::OnConnack(int reason_code) {
 
 void MqttConnection::OnSuback(int granted) {
   if (granted >= kFirstFailureCode) {
-    AGENT_LOG(3, "the broker refuses the subscription to %s: %s; no request will arrive",
-              options_.request_filter.c_str(), ReasonText(granted).c_str());
+    SYS_LOG(kLogError, "the broker refuses the subscription to %s: %s; no request will arrive",
+            options_.request_filter.c_str(), ReasonText(granted).c_str());
   }
   events_->OnReady();
 }

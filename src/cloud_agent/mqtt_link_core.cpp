@@ -5,7 +5,7 @@
 #include <random>
 #include <utility>
 
-#include "cloud_agent/log.h"
+#include "platform/log.h"
 
 namespace agent {
 namespace {
@@ -120,8 +120,8 @@ void MqttLinkCore::EndConnection(const std::string& reason) {
     });
   }
   const int delay_ms = backoff_.NextDelay_ms();
-  AGENT_LOG(4, "%s %s:%d: %s; next attempt in %d ms", was_up ? "lost" : "no connection to",
-            options_.broker.host.c_str(), options_.broker.port, reason.c_str(), delay_ms);
+  SYS_LOG(kLogWarning, "%s %s:%d: %s; next attempt in %d ms", was_up ? "lost" : "no connection to",
+          options_.broker.host.c_str(), options_.broker.port, reason.c_str(), delay_ms);
   WaitBeforeNextAttempt(delay_ms);
 }
 
@@ -138,8 +138,8 @@ void MqttLinkCore::OnReady() {
     number = ++connection_number_;
     ready_at_ = Clock::now();
   }
-  AGENT_LOG(6, "connected to %s:%d as %s", options_.broker.host.c_str(), options_.broker.port,
-            options_.broker.client_id.c_str());
+  SYS_LOG(kLogInfo, "connected to %s:%d as %s", options_.broker.host.c_str(), options_.broker.port,
+          options_.broker.client_id.c_str());
   PostToListener([this, number](LinkListener* listener) {
     announced_ = number;
     listener->OnLinkUp();
@@ -220,8 +220,8 @@ PublishResult MqttLinkCore::SendLocked(const OutboundMessage& message, std::uint
     return PublishResult::kLinkDown;
   }
   if (error != MOSQ_ERR_SUCCESS) {
-    AGENT_LOG(3, "%s cannot be published: %s", message.topic.substr(0, 200).c_str(),
-              mosquitto_strerror(error));
+    SYS_LOG(kLogError, "%s cannot be published: %s", message.topic.substr(0, 200).c_str(),
+            mosquitto_strerror(error));
     return PublishResult::kRefused;
   }
   ledger_.Add(message_id, publication, message_bytes, Clock::now());

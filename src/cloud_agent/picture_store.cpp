@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "cloud_agent/file_copy.h"
-#include "cloud_agent/log.h"
+#include "platform/log.h"
 
 namespace agent {
 namespace {
@@ -84,17 +84,18 @@ bool PictureStore::Open(std::string* error) {
 
 std::string PictureStore::Store(const std::string& source, const std::string& name) noexcept try {
   if (!IsUsableName(name)) {
-    AGENT_LOG(4, "picture name refused: %s", name.c_str());
+    SYS_LOG(kLogWarning, "picture name refused: %s", name.c_str());
     return "";
   }
   if (source.empty()) {
-    AGENT_LOG(4, "no picture for %s", name.c_str());
+    SYS_LOG(kLogWarning, "no picture for %s", name.c_str());
     return "";
   }
   std::string path = source;
   if (IsImageId(source)) {
     if (options_.id_directory.empty()) {
-      AGENT_LOG(4, "picture %s not found: no directory of pictures by id is given", source.c_str());
+      SYS_LOG(kLogWarning, "picture %s not found: no directory of pictures by id is given",
+              source.c_str());
       return "";
     }
     path = options_.id_directory + "/" + source + kPictureExtension;
@@ -103,13 +104,13 @@ std::string PictureStore::Store(const std::string& source, const std::string& na
   const std::string temporary = options_.directory + "/." + name + kTemporarySuffix;
   const std::string error = CopyFileWhole(path, target, temporary, options_.max_bytes);
   if (!error.empty()) {
-    AGENT_LOG(4, "picture %s %s", path.c_str(), error.c_str());
+    SYS_LOG(kLogWarning, "picture %s %s", path.c_str(), error.c_str());
     return "";
   }
   Note(name);
   return options_.url + UrlEncoded(name, "");
 } catch (...) {
-  AGENT_LOG(3, "picture not stored: out of memory");
+  SYS_LOG(kLogError, "picture not stored: out of memory");
   return "";
 }
 

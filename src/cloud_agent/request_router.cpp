@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "cloud_agent/log.h"
 #include "json_text.h"
+#include "platform/log.h"
 
 namespace agent {
 namespace {
@@ -40,7 +40,7 @@ std::vector<OutboundMessage> Addressed(const std::string& base, const InboundReq
     return messages;
   }
   if (!IsPublishable(request.response_topic)) {
-    AGENT_LOG(4, "response topic refused: %s", request.response_topic.c_str());
+    SYS_LOG(kLogWarning, "response topic refused: %s", request.response_topic.c_str());
     return messages;
   }
   message.topic = request.response_topic;
@@ -68,8 +68,8 @@ std::vector<OutboundMessage> RequestRouter::Answer(const InboundRequest& request
   const Json::Value response = Respond(name, request);
   if (response.isMember("error")) {
     ++errors_;
-    AGENT_LOG(4, "request %s: %s", name.substr(0, kMaxNameShown_bytes).c_str(),
-              response["error"].asCString());
+    SYS_LOG(kLogWarning, "request %s: %s", name.substr(0, kMaxNameShown_bytes).c_str(),
+            response["error"].asCString());
   }
   return Addressed(base_, request, response);
 }

@@ -80,9 +80,9 @@ void AsioEventService::Run() {
     try {
       context_.run();
     } catch (const std::exception& error) {
-      PLATFORM_LOG(kLogError, "an exception left a message handler or task: %s", error.what());
+      SYS_LOG(kLogError, "an exception left a message handler or task: %s", error.what());
     } catch (...) {
-      PLATFORM_LOG(kLogError, "an unknown exception left a message handler or task");
+      SYS_LOG(kLogError, "an unknown exception left a message handler or task");
     }
   }
 }
@@ -150,7 +150,7 @@ double ClockScaleFromEnvironment() {
   char* end = nullptr;
   const double scale = std::strtod(text, &end);
   if (*end != '\0' || !IsUsableScale(scale)) {
-    PLATFORM_LOG(kLogError, "TARVEX_CLOCK_SCALE is not a number above 0: %s", text);
+    SYS_LOG(kLogError, "TARVEX_CLOCK_SCALE is not a number above 0: %s", text);
     return 1.0;
   }
   return scale;

@@ -59,8 +59,8 @@ bool BusInbox::HasRoomFor(std::size_t length) const {
 void BusInbox::NoteDrop(const std::string& topic) {
   ++dropped_;
   if (!dropping_.exchange(true)) {
-    PLATFORM_LOG(kLogWarning, "bus messages come faster than they are taken: dropping, first of %s",
-                 topic.c_str());
+    SYS_LOG(kLogWarning, "bus messages come faster than they are taken: dropping, first of %s",
+            topic.c_str());
   }
 }
 
@@ -68,7 +68,7 @@ void BusInbox::NoteDrop(const std::string& topic) {
 void BusInbox::NoteRoom() {
   if (dropping_ && waiting_messages_ <= kMostMessages / 2 && waiting_bytes_ <= kMostBytes / 2 &&
       dropping_.exchange(false)) {
-    PLATFORM_LOG(kLogWarning, "bus messages are taken again; %zu dropped so far", dropped_.load());
+    SYS_LOG(kLogWarning, "bus messages are taken again; %zu dropped so far", dropped_.load());
   }
 }
 

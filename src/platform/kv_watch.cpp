@@ -96,7 +96,7 @@ void KvWatch::Run() {
     const bool is_failure =
         !stopping_ && !begin_anew_ && status != NATS_OK && status != NATS_CONNECTION_DISCONNECTED;
     if (is_failure && !failing) {
-      PLATFORM_LOG(kLogError, "database %s: %s", bucket_.c_str(), natsStatus_GetText(status));
+      SYS_LOG(kLogError, "database %s: %s", bucket_.c_str(), natsStatus_GetText(status));
     }
     failing = is_failure;
     pause = is_failure ? std::min(pause * 2, kLongestPause) : kShortestPause;

@@ -35,7 +35,7 @@ boost::shared_ptr<cache::KvdbClient> cache::KvdbClient::CreateKvdbNetClient(
     const std::string& name, const tarvex::SocketAddress& address) {
   const std::string bucket = tarvex::KvBucket(name);
   if (name.empty() || !std::all_of(bucket.begin(), bucket.end(), tarvex::IsBucketCharacter)) {
-    PLATFORM_LOG(tarvex::kLogError, "not the name of a database: %s", name.c_str());
+    SYS_LOG(kLogError, "not the name of a database: %s", name.c_str());
     return nullptr;
   }
   auto watch = tarvex::KvWatch::Begin(bucket, address);

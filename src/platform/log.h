@@ -1,16 +1,13 @@
-// How the platform's own sources write to the system log.
+// How the desk's programs write to the system log: SYS_LOG(kLogError, "%s", text).
+// LOG_SOURCE, the name of the writing component, is set per target by CMake.
 #pragma once
 
 #include "sys_log.h"
 
-#define PLATFORM_LOG(priority, ...) \
-  __sys_log((priority), "platform", static_cast<const char*>(__func__), __LINE__, __VA_ARGS__)
+/// Syslog severities in use.
+enum LogLevel { kLogError = 3, kLogWarning = 4, kLogInfo = 6, kLogDebug = 7 };
 
-namespace tarvex {
-
-constexpr int kLogError = 3;
-constexpr int kLogWarning = 4;
-constexpr int kLogInfo = 6;
-constexpr int kLogDebug = 7;
-
-}  // namespace tarvex
+/// Writes one entry under the name of the current function; the text takes printf's
+/// conversions.
+#define SYS_LOG(level, ...) \
+  __sys_log((level), LOG_SOURCE, static_cast<const char*>(__func__), __LINE__, __VA_ARGS__)

@@ -34,7 +34,7 @@ struct Arrival {
       arrival->inbox->Accept(arrival->topic, natsMsg_GetData(received),
                              static_cast<std::size_t>(natsMsg_GetDataLength(received)));
     } catch (const std::exception& error) {
-      PLATFORM_LOG(kLogError, "message of %s lost: %s", arrival->topic->name.c_str(), error.what());
+      SYS_LOG(kLogError, "message of %s lost: %s", arrival->topic->name.c_str(), error.what());
     }
   }
   static void OnComplete(void* closure) { delete static_cast<Arrival*>(closure); }
@@ -82,7 +82,7 @@ int NatsDpClient::SendRequest(const std::string& type, int /*flags*/, const char
                                                    static_cast<int>(length), timeout_ms);
   const NatsMessage answer(received);
   if (status != NATS_OK) {
-    PLATFORM_LOG(kLogDebug, "%s: %s", subject.c_str(), natsStatus_GetText(status));
+    SYS_LOG(kLogDebug, "%s: %s", subject.c_str(), natsStatus_GetText(status));
     if (!link_->IsConnected()) {
       ConnectAfresh();
     }
@@ -100,7 +100,7 @@ int NatsDpClient::ListenMessage(const std::string& topic, int /*flags*/) {
     return kListening;
   }
   if (!IsPlainSubject(BusSubject(topic))) {
-    PLATFORM_LOG(kLogError, "not a topic: %s", topic.c_str());
+    SYS_LOG(kLogError, "not a topic: %s", topic.c_str());
     return kNotListening;
   }
   auto bus_topic = std::make_shared<BusTopic>(topic);
@@ -139,8 +139,7 @@ NatsSubscription NatsDpClient::Subscribe(const std::shared_ptr<const BusTopic>& 
     (void)arrival.release();  // OnComplete deletes it
   }
   if (status != NATS_OK) {
-    PLATFORM_LOG(kLogError, "cannot listen to %s: %s", topic->name.c_str(),
-                 natsStatus_GetText(status));
+    SYS_LOG(kLogError, "cannot listen to %s: %s", topic->name.c_str(), natsStatus_GetText(status));
     subscription.reset();
   }
   return subscription;

@@ -26,8 +26,8 @@ struct NatsLink::Watcher {
     if (!wanted) {
       return;
     }
-    PLATFORM_LOG(connected ? kLogInfo : kLogWarning, "%s: %s", title.c_str(),
-                 connected ? "connected" : "connection lost");
+    SYS_LOG(connected ? kLogInfo : kLogWarning, "%s: %s", title.c_str(),
+            connected ? "connected" : "connection lost");
     if (on_state) {
       on_state(connected);
     }
@@ -36,7 +36,7 @@ struct NatsLink::Watcher {
   void NoteEnd() {
     const std::lock_guard<std::mutex> lock(mutex);
     if (wanted) {
-      PLATFORM_LOG(kLogError, "%s: given up by the library", title.c_str());
+      SYS_LOG(kLogError, "%s: given up by the library", title.c_str());
     }
   }
 
@@ -70,7 +70,7 @@ std::int64_t ReconnectDelay_ms(natsConnection*, int attempts, void*) {
 }
 
 void OnError(natsConnection*, natsSubscription*, natsStatus status, void*) {
-  PLATFORM_LOG(kLogWarning, "NATS: %s", natsStatus_GetText(status));
+  SYS_LOG(kLogWarning, "NATS: %s", natsStatus_GetText(status));
 }
 
 /// After a server that hangs up during the first greeting, and was the last one tried,
@@ -121,7 +121,7 @@ std::shared_ptr<NatsLink> NatsLink::Connect(const SocketAddress& address,
     return nullptr;
   }
   if (!IsUsableAddress(address)) {
-    PLATFORM_LOG(kLogError, "%s: no usable server address", client_name.c_str());
+    SYS_LOG(kLogError, "%s: no usable server address", client_name.c_str());
     return nullptr;
   }
   if (!IsUsableAddress(server)) {
@@ -149,13 +149,12 @@ std::shared_ptr<NatsLink> NatsLink::Connect(const SocketAddress& address,
     check(natsConnection_Connect(&link->connection_, created));
   }
   if (link->connection_ == nullptr) {
-    PLATFORM_LOG(kLogError, "%s: %s", link->watcher_->title.c_str(),
-                 natsStatus_GetText(check.status()));
+    SYS_LOG(kLogError, "%s: %s", link->watcher_->title.c_str(), natsStatus_GetText(check.status()));
     return nullptr;
   }
   (void)closure.release();  // OnClosed deletes it
-  PLATFORM_LOG(kLogInfo, "%s: %s", link->watcher_->title.c_str(),
-               check.status() == NATS_OK ? "connected" : "not there yet, waiting for it");
+  SYS_LOG(kLogInfo, "%s: %s", link->watcher_->title.c_str(),
+          check.status() == NATS_OK ? "connected" : "not there yet, waiting for it");
   return link;
 }
 

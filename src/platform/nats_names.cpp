@@ -41,7 +41,7 @@ SocketAddress FromVariable(const char* variable, const SocketAddress& otherwise)
   }
   SocketAddress address = ParseAddress(text);
   if (address.port() == 0) {
-    PLATFORM_LOG(kLogError, "%s is not \"host:port\": %s", variable, text.c_str());
+    SYS_LOG(kLogError, "%s is not \"host:port\": %s", variable, text.c_str());
   }
   return address;
 }
@@ -89,7 +89,7 @@ bool IsUsablePrefix() {
   if (prefix.empty() || IsPlainSubject(prefix)) {
     return true;
   }
-  PLATFORM_LOG(kLogError, "%s cannot begin a subject: %s", kPrefixVariable, prefix.c_str());
+  SYS_LOG(kLogError, "%s cannot begin a subject: %s", kPrefixVariable, prefix.c_str());
   return false;
 }
 

@@ -5,8 +5,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/log.h"
 #include "platform/nats_handle.h"
-#include "virtual_camera/log.h"
 
 namespace virtual_camera {
 
@@ -92,7 +92,7 @@ void BusServer::Serve(const std::string& queue, Handler handler) {
   // From here on the route may be in use by the library.
   Route* const kept = route.release();
   if (status != NATS_OK) {
-    CAMERA_LOG(kLogError, "\"%s\" cannot be served: %s", queue.c_str(), natsStatus_GetText(status));
+    SYS_LOG(kLogError, "\"%s\" cannot be served: %s", queue.c_str(), natsStatus_GetText(status));
     natsSubscription_Destroy(subscription);
     if (subscription == nullptr) {
       delete kept;

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "virtual_camera/log.h"
+#include "platform/log.h"
 #include "virtual_camera/services/services.h"
 
 namespace virtual_camera {
@@ -78,8 +78,7 @@ Camera::Camera(const CameraOptions& options, std::function<void()> on_ready)
 }
 
 void Camera::OnBusState(bool connected) {
-  CAMERA_LOG(connected ? kLogInfo : kLogWarning,
-             connected ? "the bus is there" : "the bus is away");
+  SYS_LOG(connected ? kLogInfo : kLogWarning, connected ? "the bus is there" : "the bus is away");
   if (!connected) {
     return;
   }
@@ -102,7 +101,7 @@ void Camera::BeginTraffic() {
 }
 
 void Camera::OnPower(bool is_up) {
-  CAMERA_LOG(kLogInfo, is_up ? "the camera is back" : "the camera reboots");
+  SYS_LOG(kLogInfo, is_up ? "the camera is back" : "the camera reboots");
   modes_.SetSilent(!is_up);
 }
 
@@ -155,7 +154,7 @@ void Camera::SendCars() {
     try {
       device_.recognition.CarPasses(Trigger::kVideo, std::nullopt);
     } catch (const std::exception& error) {
-      CAMERA_LOG(kLogError, "a car is lost: %s", error.what());
+      SYS_LOG(kLogError, "a car is lost: %s", error.what());
     }
     if (timeline_.SteadyMs() - begin_ms > kTurn_ms) {
       break;
@@ -176,14 +175,14 @@ void Camera::SendReplays() {
   for (int64_t due = replays_.Due(timeline_.SteadyMs()); due > 0; --due) {
     const std::optional<std::string> record = replay_->Next();
     if (!record) {
-      CAMERA_LOG(kLogInfo, "all records are replayed");
+      SYS_LOG(kLogInfo, "all records are replayed");
       return;
     }
     replays_.Take();
     try {
       device_.recognition.Replay(*record);
     } catch (const std::exception& error) {
-      CAMERA_LOG(kLogError, "a replayed record is lost: %s", error.what());
+      SYS_LOG(kLogError, "a replayed record is lost: %s", error.what());
     }
   }
   timeline_.After(replays_.NextInMs(), [this] { SendReplays(); });

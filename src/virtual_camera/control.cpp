@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "json_text.h"
-#include "virtual_camera/log.h"
+#include "platform/log.h"
 #include "virtual_camera/request_error.h"
 #include "virtual_camera/service.h"
 
@@ -89,7 +89,7 @@ void Control::Handle(const std::string& text, const Reply& reply) {
     }
     (this->*row->carry_out)(command, reply);
   } catch (const std::exception& error) {
-    CAMERA_LOG(kLogWarning, "command refused: %s", error.what());
+    SYS_LOG(kLogWarning, "command refused: %s", error.what());
     reply(NotOk(error.what()));
   }
 }

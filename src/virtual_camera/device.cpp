@@ -1,6 +1,6 @@
 #include "virtual_camera/device.h"
 
-#include "virtual_camera/log.h"
+#include "platform/log.h"
 
 namespace virtual_camera {
 
@@ -57,7 +57,7 @@ Device::Device(const DeviceOptions& options, const Surroundings& around)
   const int orphans =
       pictures.RemoveOrphans([this](uint32_t id) { return results.Find(id).has_value(); });
   if (orphans > 0) {
-    CAMERA_LOG(kLogInfo, "%d pictures without a result removed", orphans);
+    SYS_LOG(kLogInfo, "%d pictures without a result removed", orphans);
   }
 }
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "json_text.h"
-#include "virtual_camera/log.h"
+#include "platform/log.h"
 #include "virtual_camera/request_error.h"
 
 namespace virtual_camera {
@@ -33,7 +33,7 @@ void Gpio::Hold(int output, int level) {
   CheckLevel(level);
   ++out.generation;
   out.level = level;
-  CAMERA_LOG(kLogInfo, "output %d is %d", output, level);
+  SYS_LOG(kLogInfo, "output %d is %d", output, level);
 }
 
 void Gpio::Pulse(int output, int64_t length_ms) {
@@ -42,8 +42,8 @@ void Gpio::Pulse(int output, int64_t length_ms) {
   const uint64_t generation = ++out.generation;
   out.level = 1;
   ++out.pulses;
-  CAMERA_LOG(kLogInfo, "output %d pulses for %lld ms", output,
-             static_cast<long long>(std::max<int64_t>(length_ms, 1)));
+  SYS_LOG(kLogInfo, "output %d pulses for %lld ms", output,
+          static_cast<long long>(std::max<int64_t>(length_ms, 1)));
   timeline_.After(std::max<int64_t>(length_ms, 1), [this, index, generation] {
     if (outputs_[index].generation == generation) {
       outputs_[index].level = 0;

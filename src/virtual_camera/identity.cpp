@@ -3,8 +3,8 @@
 #include <boost/asio/ip/address.hpp>
 
 #include "json_text.h"
+#include "platform/log.h"
 #include "tarvex/base64.h"
-#include "virtual_camera/log.h"
 #include "virtual_camera/request_error.h"
 
 namespace virtual_camera {
@@ -111,7 +111,7 @@ void Identity::NoteWritten(const std::string& key, bool written) {
   if (written) {
     settings_.SetText(NewerSetting(key), "0");
   } else {
-    CAMERA_LOG(kLogWarning, "%s is kept, but not in the key-value database yet", key.c_str());
+    SYS_LOG(kLogWarning, "%s is kept, but not in the key-value database yet", key.c_str());
   }
 }
 

@@ -3,8 +3,8 @@
 #include <chrono>
 #include <utility>
 
+#include "platform/log.h"
 #include "platform/nats_handle.h"
-#include "virtual_camera/log.h"
 
 namespace virtual_camera {
 
@@ -66,7 +66,7 @@ void NatsKeyValues::Begin(const std::vector<KeyValue>& values,
                                       wake_.notify_all();
                                     });
   if (!link_) {
-    CAMERA_LOG(kLogError, "there can be no key-value databases");
+    SYS_LOG(kLogError, "there can be no key-value databases");
     return;
   }
   {
@@ -150,7 +150,7 @@ bool NatsKeyValues::SyncOne(natsConnection* connection, const KeyValue& wanted) 
                   static_cast<int>(wanted.value.size())) != NATS_OK) {
     return false;
   }
-  CAMERA_LOG(kLogInfo, "%s of %s is filled in", wanted.key.c_str(), wanted.database.c_str());
+  SYS_LOG(kLogInfo, "%s of %s is filled in", wanted.key.c_str(), wanted.database.c_str());
   Settle(wanted, wanted.value);
   return true;
 }

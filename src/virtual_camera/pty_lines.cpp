@@ -14,7 +14,7 @@
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
 
-#include "virtual_camera/log.h"
+#include "platform/log.h"
 
 namespace virtual_camera {
 
@@ -117,7 +117,7 @@ void PtyLines::ReadNext(int channel) {
 
 void PtyLines::OnRead(int channel, const boost::system::error_code& error, size_t length) {
   if (error) {
-    CAMERA_LOG(kLogError, "channel %d is not read any more: %s", channel, error.message().c_str());
+    SYS_LOG(kLogError, "channel %d is not read any more: %s", channel, error.message().c_str());
     return;
   }
   on_input_(channel, std::string(At(channel).buffer.data(), length));

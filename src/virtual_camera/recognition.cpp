@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "virtual_camera/log.h"
+#include "platform/log.h"
 #include "virtual_camera/request_error.h"
 
 namespace virtual_camera {
@@ -111,8 +111,8 @@ uint32_t Recognition::Replay(const std::string& bytes) {
   IvsRecord record = RecordFromBytes(bytes);
   const uint32_t next = parts_.results.NextId();
   if (record.plate_id < next || record.plate_id > kMaxReplayedId) {
-    CAMERA_LOG(kLogWarning, "replayed plate id %u is given or out of range, becomes %u",
-               record.plate_id, next);
+    SYS_LOG(kLogWarning, "replayed plate id %u is given or out of range, becomes %u",
+            record.plate_id, next);
     record.plate_id = next;
     ++renumbered_;
   }
@@ -132,11 +132,11 @@ void Recognition::StoreAndAnnounce(uint32_t id, const std::string& record, int64
   loss_not_logged_ += inserted.undelivered_removed;
   const int64_t now_ms = parts_.timeline.SteadyMs();
   if (loss_not_logged_ > 0 && now_ms - last_loss_logged_ms_ >= kLossLogEvery_ms) {
-    CAMERA_LOG(kLogWarning,
-               "the store is full of undelivered results: %lld of them removed undelivered, %lld "
-               "since the start",
-               static_cast<long long>(loss_not_logged_),
-               static_cast<long long>(parts_.results.totals().undelivered_removed));
+    SYS_LOG(kLogWarning,
+            "the store is full of undelivered results: %lld of them removed undelivered, %lld "
+            "since the start",
+            static_cast<long long>(loss_not_logged_),
+            static_cast<long long>(parts_.results.totals().undelivered_removed));
     loss_not_logged_ = 0;
     last_loss_logged_ms_ = now_ms;
   }

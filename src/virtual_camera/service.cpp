@@ -4,7 +4,7 @@
 #include <exception>
 
 #include "json_text.h"
-#include "virtual_camera/log.h"
+#include "platform/log.h"
 #include "virtual_camera/request_error.h"
 
 namespace virtual_camera {
@@ -29,10 +29,10 @@ std::string Guarded(Work work) {
   try {
     return work();
   } catch (const RequestError& error) {
-    CAMERA_LOG(kLogWarning, "request refused: %s", error.what());
+    SYS_LOG(kLogWarning, "request refused: %s", error.what());
     return Refused(error.what());
   } catch (const std::exception& error) {
-    CAMERA_LOG(kLogError, "request failed: %s", error.what());
+    SYS_LOG(kLogError, "request failed: %s", error.what());
     return Refused(error.what());
   }
 }

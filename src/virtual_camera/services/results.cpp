@@ -8,9 +8,9 @@
 // STP_CLEAR_MQTT_OFFLINE          marks all undelivered results as cleared
 #include <algorithm>
 
+#include "platform/log.h"
 #include "virtual_camera/device.h"
 #include "virtual_camera/ivs_record.h"
-#include "virtual_camera/log.h"
 #include "virtual_camera/services/services.h"
 
 namespace virtual_camera {
@@ -83,7 +83,7 @@ class Results : public JsonService {
 
   std::string Clear() {
     const int64_t cleared = store_.ClearUndelivered();
-    CAMERA_LOG(kLogInfo, "%lld undelivered results cleared", static_cast<long long>(cleared));
+    SYS_LOG(kLogInfo, "%lld undelivered results cleared", static_cast<long long>(cleared));
     Json::Value body;
     body["cleared"] = static_cast<Json::Int64>(cleared);
     return Accepted(body);
