@@ -21,7 +21,7 @@
 #include "cloud_agent/redelivery_progress.h"
 #include "cloud_agent/request_router.h"
 #include "cloud_agent/status.h"
-#include "platform/delivery_gate.h"
+#include "platform/bus_gate.h"
 #include "sigslot.h"
 #include "tarvex/dp_client.h"
 
@@ -61,7 +61,7 @@ class Agent : public sigslot::has_slots<sigslot::single_threaded>, private LinkL
   /// Says goodbye to the cloud, then destroys the adapter. Takes a few seconds at most.
   void Shutdown();
 
-  /// For tarvex::SetDeliveryGate().
+  /// For tarvex::SetBusGate().
   void OnBusMessage(const tarvex::DpMessage& message, std::function<void()> deliver);
 
   StatusCounters Counters() const;

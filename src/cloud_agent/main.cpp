@@ -18,7 +18,7 @@
 #include "cloud_agent/picture_store.h"
 #include "cloud_agent/plugin.h"
 #include "platform/asio_event_service.h"
-#include "platform/delivery_gate.h"
+#include "platform/bus_gate.h"
 #include "platform/log.h"
 
 namespace {
@@ -115,10 +115,9 @@ int Run(agent::ProgramOptions options) {
   parts.bus = tarvex::DpClient::CreateDpClient(service, tarvex::SocketAddress("127.0.0.1", 6101),
                                                "cloud_agent");
   agent::Agent the_agent(options.agent, std::move(parts));
-  tarvex::SetDeliveryGate(
-      [&the_agent](const tarvex::DpMessage& message, std::function<void()> deliver) {
-        the_agent.OnBusMessage(message, std::move(deliver));
-      });
+  tarvex::SetBusGate([&the_agent](const tarvex::DpMessage& message, std::function<void()> deliver) {
+    the_agent.OnBusMessage(message, std::move(deliver));
+  });
 
   int exit_status = 0;
   service->PostTask([&] {
@@ -135,7 +134,7 @@ int Run(agent::ProgramOptions options) {
   });
   service->Run();
   signals.Forget();
-  tarvex::SetDeliveryGate({});
+  tarvex::SetBusGate({});
   return exit_status;
 }
 
