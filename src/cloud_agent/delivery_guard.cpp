@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <utility>
 
-#include "cloud_agent/json_member.h"
+#include "platform/json_member.h"
 
 namespace agent {
 namespace {
+
+using tarvex::Member;
 
 constexpr char kResultTopic[] = "BUS_SRV_IVS_RESULT";
 constexpr unsigned long long kLiveResultTag = 11;

@@ -1,12 +1,14 @@
 #include "cloud_agent/message_line.h"
 
-#include "cloud_agent/json_member.h"
 #include "json_text.h"
+#include "platform/json_member.h"
 #include "tarvex/base64.h"
 #include "tarvex/time_util.h"
 
 namespace agent {
 namespace {
+
+using tarvex::Member;
 
 constexpr std::size_t kMaxPayload_bytes = 100;
 constexpr std::size_t kMaxText_bytes = 300;
