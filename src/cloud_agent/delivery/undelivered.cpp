@@ -1,4 +1,4 @@
-#include "cloud_agent/undelivered.h"
+#include "cloud_agent/delivery/undelivered.h"
 
 #include <string>
 

@@ -1,7 +1,6 @@
 // One readable line per message, for the person who watches the agent.
 #pragma once
 
-#include <ostream>
 #include <string>
 
 #include <json/value.h>
@@ -15,6 +14,7 @@ enum class Fate {
   kLinkLost,         ///< sent, and the link was lost before an acknowledgement
   kOfflineBusy,      ///< dropped: another re-delivered record is under way
   kBacklogFull,      ///< dropped: the broker owes too many acknowledgements
+  kUnheard,          ///< taken by the broker, but nobody subscribes to it
   kRefusedByBroker,  ///< refused by the broker
   kNotPublishable,   ///< dropped: such as larger than the broker takes
 };
@@ -26,21 +26,5 @@ const char* FateText(Fate fate);
 /// plate results shows its payload, cut to about 100 bytes. Never throws.
 std::string DescribeMessage(const std::string& name, const Json::Value& payload,
                             unsigned long long tag);
-
-/// Writes whole lines and flushes each.
-class LinePrinter {
- public:
-  /// @param out not owned.
-  explicit LinePrinter(std::ostream& out) : out_(out) {}
-
-  /// "2026-01-31 23:59:59 DESCRIPTION: FATE"
-  void PrintMessage(const std::string& description, Fate fate);
-
-  /// "2026-01-31 23:59:59 TEXT"
-  void PrintEvent(const std::string& text);
-
- private:
-  std::ostream& out_;
-};
 
 }  // namespace agent

@@ -1,33 +1,24 @@
-#include "cloud_agent/delivery_guard.h"
+#include "cloud_agent/delivery/delivery_guard.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "cloud_agent/json_member.h"
+#include "cloud_agent/delivery/plugin_protocol.h"
 
 namespace agent {
 namespace {
 
-constexpr char kResultTopic[] = "BUS_SRV_IVS_RESULT";
-constexpr unsigned long long kLiveResultTag = 11;
-constexpr unsigned long long kOfflineResultTag = 16;
+// Of all messages that the broker owes an acknowledgement for.
+constexpr std::size_t kMaxUnacknowledged_bytes = std::size_t{16} << 20;
 
-// With the second duty switched off nothing else would end this list's growth.
-constexpr std::size_t kMaxUnacknowledged = 4096;
+// What a message costs beside its topic and payload, roughly.
+constexpr std::size_t kOverhead_bytes = 512;
 
-std::optional<Json::UInt> PlateId(const Json::Value& payload) {
-  const Json::Value& plate =
-      Member(Member(Member(payload, "AlarmInfoPlate"), "result"), "PlateResult");
-  const Json::Value& plate_id = Member(plate, "plateid");
-  if (!plate_id.isUInt()) {
-    return std::nullopt;
-  }
-  return plate_id.asUInt();
-}
+bool IsResult(unsigned long long tag) { return tag == kLiveResultTag || tag == kOfflineResultTag; }
 
 // Both ways in which the cloud makes the plug-in forget the records it has fetched.
 bool EmptiesOfflineQueue(const std::string& request_name, const Json::Value& payload) {
-  if (request_name != "check_offline_record") {
+  if (request_name != kOfflineRequest) {
     return false;
   }
   const Json::Value& body = Member(payload, "body");
@@ -53,6 +44,8 @@ DeliveryGuard::DeliveryGuard(const Options& options,
 void DeliveryGuard::OnBusMessage(const std::string& topic, std::function<void()> deliver) {
   if (topic != kResultTopic || !options_.duties.one_at_a_time) {
     deliver();
+  } else if (!is_link_up_ || nobody_listens_) {
+    ++counters_.results_held_back;
   } else if (waiting_.empty() && in_hand_.size() < options_.results_in_flight) {
     HandOver(std::move(deliver));
   } else if (waiting_.size() < options_.results_waiting) {
@@ -94,6 +87,18 @@ void DeliveryGuard::HandOverWaiting() {
   }
 }
 
+void DeliveryGuard::KeepWaitingInStore() {
+  counters_.results_held_back += waiting_.size();
+  waiting_.clear();
+}
+
+std::deque<DeliveryGuard::ResultInHand>::iterator DeliveryGuard::FindInHand(
+    std::uint64_t publication) {
+  return std::find_if(in_hand_.begin(), in_hand_.end(), [publication](const ResultInHand& in_hand) {
+    return in_hand.publication == publication;
+  });
+}
+
 bool DeliveryGuard::MayPublish(unsigned long long tag, const Json::Value& payload) {
   if (tag != kOfflineResultTag || !options_.duties.one_offline || !offline_) {
     return true;
@@ -105,54 +110,67 @@ bool DeliveryGuard::MayPublish(unsigned long long tag, const Json::Value& payloa
   return false;
 }
 
-void DeliveryGuard::OnPublished(std::uint64_t publication, unsigned long long tag,
-                                const Json::Value& payload) {
-  if (unacknowledged_.size() >= kMaxUnacknowledged) {
-    unacknowledged_.erase(unacknowledged_.begin());
-  }
-  unacknowledged_[publication] = tag;
-  if (tag == kOfflineResultTag) {
-    offline_ = OfflineInFlight{publication, PlateId(payload), true};
-  } else if (tag == kLiveResultTag) {
-    const auto result =
-        std::find_if(in_hand_.begin(), in_hand_.end(),
-                     [](const ResultInHand& in_hand) { return in_hand.publication == 0; });
+bool DeliveryGuard::HasRoom(unsigned long long tag, std::size_t bytes) const {
+  return unacknowledged_bytes_ + bytes + kOverhead_bytes <= kMaxUnacknowledged_bytes &&
+         (tag == 0 || unacknowledged_of_plugin_ < options_.max_unacknowledged);
+}
+
+void DeliveryGuard::OnPublished(std::uint64_t publication, Sent sent) {
+  if (sent.tag == kOfflineResultTag) {
+    offline_ = OfflineInFlight{publication, sent.plate_id, true};
+  } else if (sent.tag == kLiveResultTag) {
+    const auto result = FindInHand(0);
     if (result != in_hand_.end()) {
       result->publication = publication;
     }
   }
+  unacknowledged_bytes_ += sent.bytes + kOverhead_bytes;
+  unacknowledged_of_plugin_ += sent.tag != 0 ? 1 : 0;
+  unacknowledged_[publication] = std::move(sent);
 }
 
 void DeliveryGuard::OnNotPublished(unsigned long long tag) {
-  if (tag != kLiveResultTag) {
-    return;
-  }
-  const auto result =
-      std::find_if(in_hand_.begin(), in_hand_.end(),
-                   [](const ResultInHand& in_hand) { return in_hand.publication == 0; });
-  if (result != in_hand_.end()) {
+  const auto result = FindInHand(0);
+  if (tag == kLiveResultTag && result != in_hand_.end()) {
     Release(result);
   }
 }
 
-void DeliveryGuard::OnAcknowledged(std::uint64_t publication, bool taken) {
+std::optional<Sent> DeliveryGuard::OnAcknowledged(std::uint64_t publication, Answer answer) {
   const auto found = unacknowledged_.find(publication);
   if (found == unacknowledged_.end()) {
     ++counters_.ignored_acks;
-    return;
+    return std::nullopt;
   }
-  const unsigned long long tag = found->second;
+  std::optional<Sent> sent = std::move(found->second);
   unacknowledged_.erase(found);
+  unacknowledged_bytes_ -= sent->bytes + kOverhead_bytes;
+  unacknowledged_of_plugin_ -= sent->tag != 0 ? 1 : 0;
+  if (sent->tag != 0) {
+    Settle(publication, sent->tag, answer);
+  }
+  return sent;
+}
 
+void DeliveryGuard::Settle(std::uint64_t publication, unsigned long long tag, Answer answer) {
+  const bool is_unheard = answer == Answer::kUnheard && IsResult(tag);
+  if (is_unheard) {
+    ++counters_.results_unheard;
+  }
+  const bool is_delivered = answer != Answer::kRefused && (!is_unheard || options_.confirm_unheard);
+  if (is_unheard && !options_.confirm_unheard) {
+    nobody_listens_ = true;
+    KeepWaitingInStore();
+  } else if (answer == Answer::kTaken && IsResult(tag)) {
+    nobody_listens_ = false;
+  }
   const bool is_right = tag != kOfflineResultTag || MayConfirmOffline(publication);
-  if (taken && is_right) {
+  if (is_delivered && is_right) {
     confirm_(tag);
-  } else if (taken) {
+  } else if (is_delivered) {
     ++counters_.withheld_acks;
   }
-  const auto result = std::find_if(
-      in_hand_.begin(), in_hand_.end(),
-      [publication](const ResultInHand& in_hand) { return in_hand.publication == publication; });
+  const auto result = FindInHand(publication);
   if (result != in_hand_.end()) {
     Release(result);
   }
@@ -168,24 +186,40 @@ bool DeliveryGuard::MayConfirmOffline(std::uint64_t publication) {
   return may_confirm;
 }
 
+void DeliveryGuard::OnLinkUp() { is_link_up_ = true; }
+
 // A result whose publishing step is still to come stays in hand: that step may find
 // the link up again.
-void DeliveryGuard::OnLinkDown() {
+std::vector<Sent> DeliveryGuard::OnLinkDown() {
+  is_link_up_ = false;
+  KeepWaitingInStore();
+  std::vector<Sent> lost;
   if (options_.duties.ignore_stale_acks) {
+    lost.reserve(unacknowledged_.size());
+    for (auto& [publication, sent] : unacknowledged_) {
+      lost.push_back(std::move(sent));
+    }
     unacknowledged_.clear();
+    unacknowledged_bytes_ = 0;
+    unacknowledged_of_plugin_ = 0;
   }
   offline_.reset();
   in_hand_.erase(
       std::remove_if(in_hand_.begin(), in_hand_.end(),
                      [](const ResultInHand& in_hand) { return in_hand.publication != 0; }),
       in_hand_.end());
-  post_([this] { HandOverWaiting(); });
+  return lost;
 }
 
 void DeliveryGuard::OnRequestCarriedOut(const std::string& name, const Json::Value& payload) {
   if (offline_ && EmptiesOfflineQueue(name, payload)) {
     offline_->heads_the_queue = false;
   }
+}
+
+bool DeliveryGuard::OwesOneSentBefore(Sent::TimePoint limit) const {
+  return std::any_of(unacknowledged_.begin(), unacknowledged_.end(),
+                     [limit](const auto& entry) { return entry.second.sent_at < limit; });
 }
 
 }  // namespace agent

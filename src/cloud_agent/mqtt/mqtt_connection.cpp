@@ -1,28 +1,29 @@
-#include "cloud_agent/mqtt_connection.h"
+#include "cloud_agent/mqtt/mqtt_connection.h"
 
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 
-#include "platform/log.h"
-
 namespace agent {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr int kQos = 1;
-constexpr int kFirstFailureCode = 0x80;
+constexpr int kSessionTakenOver = 0x8E;
 constexpr char kSystemCertificates[] = "/etc/ssl/certs";
 
 class LibraryUse {
  public:
   LibraryUse() { mosquitto_lib_init(); }
-  // Never cleaned up: a connection that hangs in a name look-up may outlive main().
+  // Never cleaned up: the network thread may hang in a name look-up when the process ends.
 };
 
 std::string ErrorText(int error) {
@@ -37,12 +38,6 @@ std::string ErrorText(int error) {
     text.pop_back();
   }
   return text;
-}
-
-std::string ReasonText(int reason_code) {
-  char number[16];
-  std::snprintf(number, sizeof(number), " (0x%02x)", static_cast<unsigned>(reason_code));
-  return mosquitto_reason_string(reason_code) + std::string(number);
 }
 
 void Require(int error, const char* what) {
@@ -81,8 +76,14 @@ InboundRequest ToRequest(const mosquitto_message& message, const mosquitto_prope
 
 }  // namespace
 
-MqttConnection::MqttConnection(const BrokerOptions& options, MqttConnectionEvents* events)
-    : options_(options), events_(events) {
+std::string ReasonText(int reason_code) {
+  char number[16];
+  std::snprintf(number, sizeof(number), " (0x%02x)", static_cast<unsigned>(reason_code));
+  return mosquitto_reason_string(reason_code) + std::string(number);
+}
+
+MqttConnection::MqttConnection(const BrokerOptions& options, Handlers handlers)
+    : options_(options), handlers_(std::move(handlers)) {
   static const LibraryUse library_use;
   client_ = mosquitto_new(options_.client_id.c_str(), true, this);
   if (client_ == nullptr) {
@@ -127,7 +128,9 @@ void MqttConnection::Configure() {
       });
   mosquitto_subscribe_v5_callback_set(client_, [](mosquitto*, void* self, int, int count,
                                                   const int* granted, const mosquitto_property*) {
-    static_cast<MqttConnection*>(self)->OnSuback(count > 0 ? granted[0] : kFirstFailureCode);
+    auto* connection = static_cast<MqttConnection*>(self);
+    connection->subscribe_deadline_.reset();
+    connection->handlers_.on_ready(count > 0 ? granted[0] : kFirstFailureCode);
   });
   mosquitto_disconnect_v5_callback_set(
       client_, [](mosquitto*, void* self, int reason_code, const mosquitto_property*) {
@@ -135,7 +138,7 @@ void MqttConnection::Configure() {
       });
   mosquitto_publish_v5_callback_set(client_, [](mosquitto*, void* self, int message_id,
                                                 int reason_code, const mosquitto_property*) {
-    static_cast<MqttConnection*>(self)->events_->OnPuback(message_id, reason_code);
+    static_cast<MqttConnection*>(self)->handlers_.on_puback(message_id, reason_code);
   });
   mosquitto_log_callback_set(client_, [](mosquitto*, void* self, int level, const char* text) {
     if (level == MOSQ_LOG_ERR) {
@@ -146,7 +149,7 @@ void MqttConnection::Configure() {
       client_, [](mosquitto*, void* self, const mosquitto_message* message,
                   const mosquitto_property* properties) {
         const auto* connection = static_cast<MqttConnection*>(self);
-        connection->events_->OnRequestArrived(
+        connection->handlers_.on_request(
             ToRequest(*message, properties, connection->options_.max_request_bytes));
       });
 }
@@ -165,13 +168,18 @@ std::string MqttConnection::Explained(int error) const {
 
 bool MqttConnection::Loop(int timeout_ms) {
   const int error = mosquitto_loop(client_, timeout_ms, 1);
-  if (error == MOSQ_ERR_SUCCESS) {
-    return true;
+  if (error != MOSQ_ERR_SUCCESS) {
+    if (error_.empty()) {
+      error_ = Explained(error);
+    }
+    return false;
   }
-  if (error_.empty()) {
-    error_ = Explained(error);
+  if (subscribe_deadline_ && Clock::now() > *subscribe_deadline_) {
+    error_ = "the broker does not answer the subscription to " + options_.request_filter + " in " +
+             std::to_string(options_.subscribe_timeout_s) + " s";
+    return false;
   }
-  return false;
+  return true;
 }
 
 void MqttConnection::OnConnack(int reason_code) {
@@ -179,22 +187,19 @@ void MqttConnection::OnConnack(int reason_code) {
     error_ = "the broker refuses: " + ReasonText(reason_code);
     return;
   }
+  subscribe_deadline_ = Clock::now() + std::chrono::seconds(options_.subscribe_timeout_s);
   // No retained request is wanted: what it asks for may be long out of date.
   const int options =
       MQTT_SUB_OPT_NO_LOCAL | MQTT_SUB_OPT_RETAIN_AS_PUBLISHED | MQTT_SUB_OPT_SEND_RETAIN_NEVER;
   mosquitto_subscribe_v5(client_, nullptr, options_.request_filter.c_str(), kQos, options, nullptr);
 }
 
-void MqttConnection::OnSuback(int granted) {
-  if (granted >= kFirstFailureCode) {
-    SYS_LOG(kLogError, "the broker refuses the subscription to %s: %s; no request will arrive",
-            options_.request_filter.c_str(), ReasonText(granted).c_str());
-  }
-  events_->OnReady();
-}
-
 void MqttConnection::OnDisconnect(int reason_code) {
-  if (error_.empty() && reason_code >= kFirstFailureCode) {
+  if (reason_code == kSessionTakenOver) {
+    was_taken_over_ = true;
+    error_ = "another client has connected as " + options_.client_id +
+             ": give each camera a serial number or --client-id of its own";
+  } else if (error_.empty() && reason_code >= kFirstFailureCode) {
     error_ = "the broker disconnects: " + ReasonText(reason_code);
   }
 }

@@ -1,9 +1,8 @@
-#include "cloud_agent/message_line.h"
+#include "cloud_agent/screen/message_line.h"
 
-#include "cloud_agent/json_member.h"
+#include "cloud_agent/delivery/plugin_protocol.h"
 #include "json_text.h"
 #include "tarvex/base64.h"
-#include "tarvex/time_util.h"
 
 namespace agent {
 namespace {
@@ -75,6 +74,8 @@ const char* FateText(Fate fate) {
       return "dropped: another re-delivery is not acknowledged yet";
     case Fate::kBacklogFull:
       return "dropped: too many messages are not acknowledged yet";
+    case Fate::kUnheard:
+      return "heard by nobody";
     case Fate::kRefusedByBroker:
       return "refused by the broker";
     case Fate::kNotPublishable:
@@ -86,8 +87,7 @@ const char* FateText(Fate fate) {
 std::string DescribeMessage(const std::string& name, const Json::Value& payload,
                             unsigned long long tag) {
   const std::string head = name + " tag " + std::to_string(tag);
-  const Json::Value& plate =
-      Member(Member(Member(payload, "AlarmInfoPlate"), "result"), "PlateResult");
+  const Json::Value& plate = PlateResult(payload);
   if (plate.isObject() && !plate.empty()) {
     return head + DescribePlate(plate);
   }
@@ -97,15 +97,6 @@ std::string DescribeMessage(const std::string& name, const Json::Value& payload,
   }
   Cut(&text, kMaxPayload_bytes);
   return head + " " + Printable(text);
-}
-
-void LinePrinter::PrintMessage(const std::string& description, Fate fate) {
-  PrintEvent(description + ": " + FateText(fate));
-}
-
-void LinePrinter::PrintEvent(const std::string& text) {
-  out_ << tarvex::XTimeUtil::TimeLocalToString(tarvex::XTimeUtil::TimeSecond()) << ' ' << text
-       << std::endl;
 }
 
 }  // namespace agent
