@@ -21,7 +21,7 @@
 #include "cloud_agent/pictures/picture_store.h"
 #include "cloud_agent/plugin.h"
 #include "platform/asio_event_service.h"
-#include "platform/delivery_gate.h"
+#include "platform/bus_gate.h"
 #include "platform/log.h"
 
 namespace {
@@ -121,10 +121,9 @@ int Run(agent::ProgramOptions options) {
   parts.bus = tarvex::DpClient::CreateDpClient(service, tarvex::SocketAddress("127.0.0.1", 6101),
                                                "cloud_agent");
   agent::Agent the_agent(options.agent, std::move(parts));
-  tarvex::SetDeliveryGate(
-      [&the_agent](const tarvex::DpMessage& message, std::function<void()> deliver) {
-        the_agent.OnBusMessage(message, std::move(deliver));
-      });
+  tarvex::SetBusGate([&the_agent](const tarvex::DpMessage& message, std::function<void()> deliver) {
+    the_agent.OnBusMessage(message, std::move(deliver));
+  });
 
   // This thread is the event thread. What waits in its line when it is stopped is not run.
   if (!the_agent.Start()) {
@@ -132,7 +131,7 @@ int Run(agent::ProgramOptions options) {
   }
   service->Run();
   const bool is_stopped = the_agent.Shutdown();
-  tarvex::SetDeliveryGate({});
+  tarvex::SetBusGate({});
   if (!is_stopped) {
     _exit(0);  // the network thread hangs in a look-up of the broker's name
   }

@@ -7,7 +7,7 @@
 #include <boost/make_shared.hpp>
 #include <boost/weak_ptr.hpp>
 
-#include "platform/delivery_gate.h"
+#include "platform/bus_gate.h"
 #include "platform/log.h"
 #include "platform/nats_names.h"
 
@@ -65,7 +65,7 @@ NatsDpClient::NatsDpClient(boost::shared_ptr<EventService> event_service, Connec
 NatsDpClient::~NatsDpClient() {
   inbox_->Close();
   for (auto& [name, listening] : listenings_) {
-    listening.topic->listened = false;  // for those that a delivery gate holds
+    listening.topic->listened = false;  // for those that a bus gate holds
   }
   link_.reset();  // before the subscriptions, see NatsLink::Retire
 }
@@ -170,7 +170,7 @@ void NatsDpClient::OnMessage(Message* msg) {
   const auto message = arrived->message();
   const boost::weak_ptr<NatsDpClient> weak = weak_from_this();
   auto delivered = std::make_shared<bool>(false);
-  PassDeliveryGate(*message, [weak, topic, message, delivered] {
+  PassBusGate(*message, [weak, topic, message, delivered] {
     const auto client = weak.lock();
     if (client && !std::exchange(*delivered, true)) {
       client->Deliver(*topic, message);

@@ -1,4 +1,4 @@
-#include "platform/delivery_gate.h"
+#include "platform/bus_gate.h"
 
 #include <string>
 #include <vector>
@@ -14,17 +14,16 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 /// A gate that keeps what it is given until the test delivers it.
-class DeliveryGateTest : public BusTest {
+class BusGateTest : public BusTest {
  protected:
-  DeliveryGateTest() {
+  BusGateTest() {
     client_->ListenMessage("topic", 0);
-    tarvex::SetDeliveryGate(
-        [this](const tarvex::DpMessage& message, std::function<void()> deliver) {
-          at_gate_.push_back(message.method + " " + message.body);
-          deliveries_.push_back(std::move(deliver));
-        });
+    tarvex::SetBusGate([this](const tarvex::DpMessage& message, std::function<void()> deliver) {
+      at_gate_.push_back(message.method + " " + message.body);
+      deliveries_.push_back(std::move(deliver));
+    });
   }
-  ~DeliveryGateTest() override { tarvex::SetDeliveryGate({}); }
+  ~BusGateTest() override { tarvex::SetBusGate({}); }
 
   /// Publishes messages "1", "2", ... and takes them to the gate.
   void Arrive(std::size_t count) {
@@ -39,7 +38,7 @@ class DeliveryGateTest : public BusTest {
   std::vector<std::function<void()>> deliveries_;
 };
 
-TEST_F(DeliveryGateTest, HoldsMessagesBackUntilTheyAreDelivered) {
+TEST_F(BusGateTest, HoldsMessagesBackUntilTheyAreDelivered) {
   Arrive(2);
   EXPECT_THAT(at_gate_, ElementsAre("topic 1", "topic 2"));
   EXPECT_THAT(listener_.heard, IsEmpty());
@@ -49,42 +48,42 @@ TEST_F(DeliveryGateTest, HoldsMessagesBackUntilTheyAreDelivered) {
   EXPECT_THAT(listener_.heard, ElementsAre("topic 1", "topic 2"));
 }
 
-TEST_F(DeliveryGateTest, DropsWhatIsNeverDelivered) {
+TEST_F(BusGateTest, DropsWhatIsNeverDelivered) {
   Arrive(2);
   deliveries_[1]();
   deliveries_.clear();
   EXPECT_THAT(listener_.heard, ElementsAre("topic 2"));
 }
 
-TEST_F(DeliveryGateTest, DeliversNothingTwice) {
+TEST_F(BusGateTest, DeliversNothingTwice) {
   Arrive(1);
   deliveries_[0]();
   deliveries_[0]();
   EXPECT_THAT(listener_.heard, ElementsAre("topic 1"));
 }
 
-TEST_F(DeliveryGateTest, DeliversNothingAfterTheClientsEnd) {
+TEST_F(BusGateTest, DeliversNothingAfterTheClientsEnd) {
   Arrive(1);
   client_.reset();
   deliveries_[0]();
   EXPECT_THAT(listener_.heard, IsEmpty());
 }
 
-TEST_F(DeliveryGateTest, DoesNotKeepTheClientAlive) {
+TEST_F(BusGateTest, DoesNotKeepTheClientAlive) {
   const boost::weak_ptr<tarvex::DpClient> client = client_;
   Arrive(1);
   client_.reset();
   EXPECT_TRUE(client.expired());
 }
 
-TEST_F(DeliveryGateTest, DeliversNothingOfATopicThatIsNotListenedToAnyMore) {
+TEST_F(BusGateTest, DeliversNothingOfATopicThatIsNotListenedToAnyMore) {
   Arrive(1);
   client_->RemoveListenMessage("topic");
   deliveries_[0]();
   EXPECT_THAT(listener_.heard, IsEmpty());
 }
 
-TEST_F(DeliveryGateTest, IsNotAskedAboutATopicThatIsNotListenedToAnyMore) {
+TEST_F(BusGateTest, IsNotAskedAboutATopicThatIsNotListenedToAnyMore) {
   device_.Publish("topic", "1");
   EXPECT_TRUE(HaveArrived(1));
   client_->RemoveListenMessage("topic");
@@ -92,16 +91,15 @@ TEST_F(DeliveryGateTest, IsNotAskedAboutATopicThatIsNotListenedToAnyMore) {
   EXPECT_THAT(at_gate_, IsEmpty());
 }
 
-TEST_F(DeliveryGateTest, MayDeliverAtOnce) {
-  tarvex::SetDeliveryGate(
-      [](const tarvex::DpMessage&, std::function<void()> deliver) { deliver(); });
+TEST_F(BusGateTest, MayDeliverAtOnce) {
+  tarvex::SetBusGate([](const tarvex::DpMessage&, std::function<void()> deliver) { deliver(); });
   Arrive(1);
   EXPECT_THAT(listener_.heard, ElementsAre("topic 1"));
 }
 
-TEST_F(DeliveryGateTest, MayOpenForGoodWhileItIsAsked) {
-  tarvex::SetDeliveryGate([](const tarvex::DpMessage&, std::function<void()> deliver) {
-    tarvex::SetDeliveryGate({});
+TEST_F(BusGateTest, MayOpenForGoodWhileItIsAsked) {
+  tarvex::SetBusGate([](const tarvex::DpMessage&, std::function<void()> deliver) {
+    tarvex::SetBusGate({});
     deliver();
   });
   Arrive(2);

@@ -1,4 +1,4 @@
-#include "platform/delivery_gate.h"
+#include "platform/bus_gate.h"
 
 #include <memory>
 #include <mutex>
@@ -8,17 +8,17 @@ namespace tarvex {
 namespace {
 
 std::mutex gate_mutex;
-std::shared_ptr<const DeliveryGate> current_gate;
+std::shared_ptr<const BusGate> current_gate;
 
 }  // namespace
 
-void SetDeliveryGate(DeliveryGate gate) {
-  auto fresh = gate ? std::make_shared<const DeliveryGate>(std::move(gate)) : nullptr;
+void SetBusGate(BusGate gate) {
+  auto fresh = gate ? std::make_shared<const BusGate>(std::move(gate)) : nullptr;
   const std::lock_guard<std::mutex> lock(gate_mutex);
   current_gate.swap(fresh);
 }
 
-void PassDeliveryGate(const DpMessage& message, std::function<void()> deliver) {
+void PassBusGate(const DpMessage& message, std::function<void()> deliver) {
   std::unique_lock<std::mutex> lock(gate_mutex);
   const auto gate = current_gate;  // kept: it may replace itself while it is called
   lock.unlock();
