@@ -125,7 +125,7 @@ void DeliveryGuard::OnPublished(std::uint64_t publication, Sent sent) {
     }
   }
   unacknowledged_bytes_ += sent.bytes + kOverhead_bytes;
-  unacknowledged_of_plugin_ += sent.tag != 0 ? 1 : 0;
+  unacknowledged_of_plugin_ += sent.tag != 0 ? 1U : 0U;
   unacknowledged_[publication] = std::move(sent);
 }
 
@@ -145,7 +145,7 @@ std::optional<Sent> DeliveryGuard::OnAcknowledged(std::uint64_t publication, Ans
   std::optional<Sent> sent = std::move(found->second);
   unacknowledged_.erase(found);
   unacknowledged_bytes_ -= sent->bytes + kOverhead_bytes;
-  unacknowledged_of_plugin_ -= sent->tag != 0 ? 1 : 0;
+  unacknowledged_of_plugin_ -= sent->tag != 0 ? 1U : 0U;
   if (sent->tag != 0) {
     Settle(publication, sent->tag, answer);
   }

@@ -41,8 +41,11 @@ bool IsUsableName(const std::string& name) {
          name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
 }
 
-bool IsDiskFull(const std::error_code& error) {
-  return error == std::errc::no_space_on_device || error.value() == EDQUOT;
+// A copy that runs out of space half-way is reported as an error of input and output.
+bool IsDiskFull(const std::error_code& error, const fs::path& directory, std::uint64_t bytes) {
+  std::error_code unknown;
+  return error == std::errc::no_space_on_device || error.value() == EDQUOT ||
+         fs::space(directory, unknown).available < bytes;
 }
 
 std::string UrlEncoded(const std::string& text, const char* kept) {
@@ -212,10 +215,10 @@ void PictureStore::Copy(const std::string& source, const std::string& name) {
     if (!error) {
       throw is_too_large;
     }
-    if (!IsDiskFull(error) || attempt == kAttempts || kept_.empty()) {
+    const std::uint64_t wanted = kRoomForPictures * fs::file_size(source);
+    if (!IsDiskFull(error, options_.directory, wanted) || attempt == kAttempts || kept_.empty()) {
       throw fs::filesystem_error("copy", error);
     }
-    const std::uint64_t wanted = kRoomForPictures * fs::file_size(source);
     for (const std::uint64_t before = kept_bytes_;
          !kept_.empty() && before - kept_bytes_ < wanted;) {
       RemoveOldest();

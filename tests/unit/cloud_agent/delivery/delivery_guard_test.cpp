@@ -1,20 +1,20 @@
-#include "cloud_agent/delivery_guard.h"
+#include "cloud_agent/delivery/delivery_guard.h"
 
 #include <gtest/gtest.h>
 
-#include "delivery_world.h"
+#include "delivery/delivery_world.h"
 
 namespace agent {
 namespace {
 
 using Plates = std::vector<unsigned>;
 
-class ResultGate : public ::testing::Test {
+class ResultsInLine : public ::testing::Test {
  protected:
   DeliveryWorld world_;
 };
 
-TEST_F(ResultGate, HandsOverTheNextOnlyAfterTheAcknowledgement) {
+TEST_F(ResultsInLine, HandsOverTheNextOnlyAfterTheAcknowledgement) {
   world_.CarPasses(1);
   world_.CarPasses(2);
   world_.loop.Run();
@@ -26,7 +26,7 @@ TEST_F(ResultGate, HandsOverTheNextOnlyAfterTheAcknowledgement) {
   EXPECT_EQ(world_.guard.ResultsWaiting(), 0U);
 }
 
-TEST_F(ResultGate, ConfirmsBeforeItHandsOverTheNext) {
+TEST_F(ResultsInLine, ConfirmsBeforeItHandsOverTheNext) {
   world_.CarPasses(1);
   world_.CarPasses(2);
   world_.loop.Run();
@@ -35,27 +35,129 @@ TEST_F(ResultGate, ConfirmsBeforeItHandsOverTheNext) {
   EXPECT_EQ(world_.store.marked, (std::set<unsigned>{1}));
 }
 
-TEST_F(ResultGate, HandsOverTheNextWhenTheLinkBreaks) {
+TEST_F(ResultsInLine, GoOnWithTheNextThatArrivesWhenTheLinkIsBack) {
   world_.CarPasses(1);
-  world_.CarPasses(2);
   world_.loop.Run();
   world_.LinkBreaks();
-  world_.link_up = true;
+  world_.LinkComesUp();
+  world_.CarPasses(2);
   world_.loop.Run();
   EXPECT_EQ(world_.history, (Plates{1, 2}));
 }
 
-TEST_F(ResultGate, LetsEverythingThroughWhileTheLinkIsDown) {
+TEST_F(ResultsInLine, StayInTheStoreUntouchedWhileTheLinkIsDown) {
+  world_.CarPasses(1);
+  world_.CarPasses(2);
+  world_.loop.Run();
   world_.LinkBreaks();
-  for (unsigned plate_id = 1; plate_id <= 30; ++plate_id) {
+  for (unsigned plate_id = 3; plate_id <= 30; ++plate_id) {
     world_.CarPasses(plate_id);
   }
+  world_.LinkComesUp();
   world_.loop.Run();
-  EXPECT_EQ(world_.guard.ResultsWaiting(), 0U);
+  EXPECT_EQ(world_.history, (Plates{1}));
+  EXPECT_EQ(world_.guard.ResultsUnderWay(), 0U);
+  EXPECT_EQ(world_.guard.counters().results_held_back, 29U);
   EXPECT_EQ(world_.store.undelivered.size(), 30U);
 }
 
-TEST_F(ResultGate, HandsOverTheNextWhenTheBrokerRefusesOneAndConfirmsNothing) {
+TEST_F(ResultsInLine, StayInTheStoreWhileNobodyListens) {
+  world_.CarPasses(1);
+  world_.CarPasses(2);
+  world_.loop.Run();
+  world_.AcknowledgeUnheard();
+  world_.CarPasses(3);
+  world_.loop.Run();
+  EXPECT_TRUE(world_.guard.NobodyListens());
+  EXPECT_EQ(world_.history, (Plates{1}));
+  EXPECT_TRUE(world_.store.marked.empty());
+  EXPECT_EQ(world_.guard.counters().results_unheard, 1U);
+  EXPECT_EQ(world_.guard.counters().results_held_back, 2U);
+}
+
+TEST_F(ResultsInLine, GoOnWhenAStoredResultWasHeard) {
+  world_.CarPasses(1);
+  world_.loop.Run();
+  world_.AcknowledgeUnheard();
+  world_.Push(1);
+  world_.loop.Run();
+  world_.Acknowledge();
+  world_.CarPasses(2);
+  world_.loop.Run();
+  EXPECT_EQ(world_.history, (Plates{1, 1, 2}));
+  EXPECT_EQ(world_.store.marked, (std::set<unsigned>{1}));
+}
+
+TEST_F(ResultsInLine, DoNotWaitForAListenerOfOtherMessages) {
+  Sent sent;
+  sent.tag = 13;
+  world_.guard.OnPublished(900, sent);
+  world_.guard.OnAcknowledged(900, Answer::kUnheard);
+  EXPECT_FALSE(world_.guard.NobodyListens());
+  EXPECT_EQ(world_.guard.counters().results_unheard, 0U);
+}
+
+TEST(UnheardResults, AreConfirmedWhereThatIsChosen) {
+  DeliveryGuard::Options options;
+  options.confirm_unheard = true;
+  DeliveryWorld world(options);
+  world.CarPasses(1);
+  world.loop.Run();
+  world.AcknowledgeUnheard();
+  EXPECT_EQ(world.store.marked, (std::set<unsigned>{1}));
+  EXPECT_FALSE(world.guard.NobodyListens());
+  EXPECT_EQ(world.guard.counters().results_unheard, 1U);
+}
+
+TEST(Unacknowledged, MessagesOfThePluginAreBoundedInNumber) {
+  DeliveryGuard::Options options;
+  options.max_unacknowledged = 2;
+  DeliveryWorld world(options);
+  Sent sent;
+  sent.tag = 13;
+  world.guard.OnPublished(1, sent);
+  EXPECT_TRUE(world.guard.HasRoom(13, 10));
+  world.guard.OnPublished(2, sent);
+  EXPECT_FALSE(world.guard.HasRoom(13, 10));
+  EXPECT_TRUE(world.guard.HasRoom(0, 10));
+  world.guard.OnAcknowledged(1, Answer::kRefused);
+  EXPECT_TRUE(world.guard.HasRoom(13, 10));
+}
+
+TEST(Unacknowledged, MessagesAreBoundedInBytesUntilTheyAreAnsweredOrTheLinkIsLost) {
+  DeliveryWorld world;
+  Sent response;
+  response.bytes = std::size_t{1} << 20;
+  std::uint64_t publication = 0;
+  while (world.guard.HasRoom(0, response.bytes)) {
+    world.guard.OnPublished(++publication, response);
+  }
+  EXPECT_EQ(publication, 15U);
+  world.guard.OnAcknowledged(1, Answer::kTaken);
+  EXPECT_TRUE(world.guard.HasRoom(0, response.bytes));
+  EXPECT_EQ(world.guard.OnLinkDown().size(), 14U);
+  EXPECT_TRUE(world.guard.HasRoom(0, 15 * response.bytes));
+}
+
+TEST(Unacknowledged, MessagesAreKnownByTheirAge) {
+  DeliveryWorld world;
+  Sent sent;
+  sent.sent_at = Sent::TimePoint(std::chrono::seconds(10));
+  world.guard.OnPublished(1, sent);
+  EXPECT_FALSE(world.guard.OwesOneSentBefore(sent.sent_at));
+  EXPECT_TRUE(world.guard.OwesOneSentBefore(sent.sent_at + std::chrono::seconds(1)));
+}
+
+TEST(Unacknowledged, MessagesComeBackToWhoeverSentThem) {
+  DeliveryWorld world;
+  Sent sent;
+  sent.description = "x";
+  world.guard.OnPublished(7, sent);
+  EXPECT_EQ(world.guard.OnAcknowledged(7, Answer::kTaken)->description, "x");
+  EXPECT_FALSE(world.guard.OnAcknowledged(7, Answer::kTaken).has_value());
+}
+
+TEST_F(ResultsInLine, HandsOverTheNextWhenTheBrokerRefusesOneAndConfirmsNothing) {
   world_.CarPasses(1);
   world_.CarPasses(2);
   world_.loop.Run();
@@ -65,7 +167,7 @@ TEST_F(ResultGate, HandsOverTheNextWhenTheBrokerRefusesOneAndConfirmsNothing) {
   EXPECT_TRUE(world_.store.marked.empty());
 }
 
-TEST_F(ResultGate, GoesOnWhenNothingIsPublishedOfAResult) {
+TEST_F(ResultsInLine, GoesOnWhenNothingIsPublishedOfAResult) {
   int handed_over = 0;
   for (int i = 0; i < 3; ++i) {
     world_.guard.OnBusMessage("BUS_SRV_IVS_RESULT", [&handed_over] { ++handed_over; });
@@ -75,18 +177,20 @@ TEST_F(ResultGate, GoesOnWhenNothingIsPublishedOfAResult) {
   EXPECT_EQ(world_.guard.counters().results_without_publication, 3U);
 }
 
-TEST_F(ResultGate, IsNotHeldUpByAMessageOfAnotherTag) {
+TEST_F(ResultsInLine, IsNotHeldUpByAMessageOfAnotherTag) {
   world_.CarPasses(1);
   world_.loop.Run();
-  world_.guard.OnPublished(900, 13, Json::Value());
+  Sent sent;
+  sent.tag = 13;
+  world_.guard.OnPublished(900, sent);
   world_.guard.OnNotPublished(13);
-  world_.guard.OnAcknowledged(900, true);
+  world_.guard.OnAcknowledged(900, Answer::kTaken);
   world_.CarPasses(2);
   world_.loop.Run();
   EXPECT_EQ(world_.history, (Plates{1}));
 }
 
-TEST_F(ResultGate, LetsOtherTopicsThroughAtOnce) {
+TEST_F(ResultsInLine, LetsOtherTopicsThroughAtOnce) {
   world_.CarPasses(1);
   world_.loop.Run();
   bool is_delivered = false;
@@ -94,7 +198,7 @@ TEST_F(ResultGate, LetsOtherTopicsThroughAtOnce) {
   EXPECT_TRUE(is_delivered);
 }
 
-TEST_F(ResultGate, KeepsTheOrderOfArrival) {
+TEST_F(ResultsInLine, KeepsTheOrderOfArrival) {
   for (unsigned plate_id = 1; plate_id <= 5; ++plate_id) {
     world_.CarPasses(plate_id);
   }
@@ -110,7 +214,7 @@ TEST_F(ResultGate, KeepsTheOrderOfArrival) {
   EXPECT_EQ(world_.history, (Plates{1, 2, 3, 4, 5, 101}));
 }
 
-TEST(ResultGateBounds, LeaveWhatDoesNotFitToTheStoreAndCountIt) {
+TEST(ResultLineBounds, LeaveWhatDoesNotFitToTheStoreAndCountIt) {
   DeliveryGuard::Options options;
   options.results_waiting = 2;
   DeliveryWorld world(options);
@@ -128,7 +232,7 @@ TEST(ResultGateBounds, LeaveWhatDoesNotFitToTheStoreAndCountIt) {
   EXPECT_EQ(world.store.undelivered, (std::deque<unsigned>{4, 5}));
 }
 
-TEST(ResultGateBounds, AllowMoreInFlightWhereThatIsAskedFor) {
+TEST(ResultLineBounds, AllowMoreInFlightWhereThatIsAskedFor) {
   DeliveryGuard::Options options;
   options.results_in_flight = 3;
   DeliveryWorld world(options);
@@ -139,17 +243,17 @@ TEST(ResultGateBounds, AllowMoreInFlightWhereThatIsAskedFor) {
   EXPECT_EQ(world.history, (Plates{1, 2, 3}));
 }
 
-TEST_F(ResultGate, WaitsForTheAcknowledgementOfThatVeryPublication) {
+TEST_F(ResultsInLine, WaitsForTheAcknowledgementOfThatVeryPublication) {
   world_.CarPasses(1);
   world_.CarPasses(2);
   world_.loop.Run();
-  world_.guard.OnAcknowledged(77, true);
+  world_.guard.OnAcknowledged(77, Answer::kTaken);
   world_.loop.Run();
   EXPECT_EQ(world_.history, (Plates{1}));
   EXPECT_EQ(world_.guard.counters().ignored_acks, 1U);
 }
 
-TEST_F(ResultGate, IgnoresAndCountsAnAcknowledgementOfBeforeTheLoss) {
+TEST_F(ResultsInLine, IgnoresAndCountsAnAcknowledgementOfBeforeTheLoss) {
   world_.CarPasses(1);
   world_.loop.Run();
   world_.LinkBreaksAfterDelivery();
@@ -158,14 +262,14 @@ TEST_F(ResultGate, IgnoresAndCountsAnAcknowledgementOfBeforeTheLoss) {
   EXPECT_EQ(world_.guard.counters().ignored_acks, 1U);
 }
 
-class OfflineGate : public ::testing::Test {
+class RecordsInLine : public ::testing::Test {
  protected:
-  OfflineGate() { world_.store.undelivered = {1, 2, 3}; }
+  RecordsInLine() { world_.store.undelivered = {1, 2, 3}; }
 
   DeliveryWorld world_;
 };
 
-TEST_F(OfflineGate, RedeliversRecordAfterRecord) {
+TEST_F(RecordsInLine, RedeliversRecordAfterRecord) {
   world_.Push(10);
   world_.loop.Run();
   for (int i = 0; i < 3; ++i) {
@@ -176,7 +280,7 @@ TEST_F(OfflineGate, RedeliversRecordAfterRecord) {
   EXPECT_EQ(world_.store.marked, (std::set<unsigned>{1, 2, 3}));
 }
 
-TEST_F(OfflineGate, DropsASecondRecordUnderWayAndTheFirstChainGoesOn) {
+TEST_F(RecordsInLine, DropsASecondRecordUnderWayAndTheFirstChainGoesOn) {
   world_.Push(10);
   world_.Push(10);
   world_.loop.Run();
@@ -188,7 +292,7 @@ TEST_F(OfflineGate, DropsASecondRecordUnderWayAndTheFirstChainGoesOn) {
   EXPECT_TRUE(world_.later.empty());
 }
 
-TEST_F(OfflineGate, WithholdsTheAcknowledgementAfterAStop) {
+TEST_F(RecordsInLine, WithholdsTheAcknowledgementAfterAStop) {
   world_.Push(10);
   world_.loop.Run();
   world_.Stop();
@@ -197,7 +301,7 @@ TEST_F(OfflineGate, WithholdsTheAcknowledgementAfterAStop) {
   EXPECT_EQ(world_.guard.counters().withheld_acks, 1U);
 }
 
-TEST_F(OfflineGate, GoesOnAfterAStopAndAPushThatBeginWithTheSameRecord) {
+TEST_F(RecordsInLine, GoesOnAfterAStopAndAPushThatBeginWithTheSameRecord) {
   world_.Push(10);
   world_.loop.Run();
   world_.Stop();
@@ -209,21 +313,32 @@ TEST_F(OfflineGate, GoesOnAfterAStopAndAPushThatBeginWithTheSameRecord) {
   EXPECT_EQ(world_.history, (Plates{1, 2}));
 }
 
-TEST_F(OfflineGate, IsFreeAgainAfterALossOfTheLink) {
+TEST_F(RecordsInLine, IsFreeAgainAfterALossOfTheLink) {
   world_.Push(10);
   world_.loop.Run();
   world_.LinkBreaks();
-  world_.link_up = true;
+  world_.LinkComesUp();
   world_.Push(10);
   world_.loop.Run();
   EXPECT_EQ(world_.history, (Plates{1, 1}));
   EXPECT_EQ(world_.guard.counters().dropped_offline_busy, 0U);
 }
 
-TEST_F(OfflineGate, IsFreeAgainAfterARefusal) {
+TEST_F(RecordsInLine, IsFreeAgainAfterARefusal) {
   world_.Push(10);
   world_.loop.Run();
   world_.Acknowledge(false);
+  world_.Push(10);
+  world_.loop.Run();
+  EXPECT_EQ(world_.history, (Plates{1, 1}));
+}
+
+TEST_F(RecordsInLine, ThatNobodyHeardAreNotConfirmedAndEndTheirChain) {
+  world_.Push(10);
+  world_.loop.Run();
+  world_.AcknowledgeUnheard();
+  EXPECT_TRUE(world_.store.marked.empty());
+  EXPECT_TRUE(world_.later.empty());
   world_.Push(10);
   world_.loop.Run();
   EXPECT_EQ(world_.history, (Plates{1, 1}));
@@ -236,9 +351,10 @@ struct RequestCase {
   bool empties;
 };
 
-class OfflineRequestGate : public OfflineGate, public ::testing::WithParamInterface<RequestCase> {};
+class RequestsDuringRedelivery : public RecordsInLine,
+                                 public ::testing::WithParamInterface<RequestCase> {};
 
-TEST_P(OfflineRequestGate, WithholdsTheAcknowledgementJustWhenTheQueueWasEmptied) {
+TEST_P(RequestsDuringRedelivery, WithholdsTheAcknowledgementJustWhenTheQueueWasEmptied) {
   world_.Push(10);
   world_.loop.Run();
   Json::Value payload;
@@ -253,7 +369,7 @@ TEST_P(OfflineRequestGate, WithholdsTheAcknowledgementJustWhenTheQueueWasEmptied
   EXPECT_EQ(world_.store.marked.empty(), GetParam().empties);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, OfflineRequestGate,
+INSTANTIATE_TEST_SUITE_P(All, RequestsDuringRedelivery,
                          ::testing::Values(RequestCase{"check_offline_record", "stop", true},
                                            RequestCase{"check_offline_record", "push", true},
                                            RequestCase{"check_offline_record", "push 0", true},
@@ -262,12 +378,14 @@ INSTANTIATE_TEST_SUITE_P(All, OfflineRequestGate,
                                            RequestCase{"check_offline_record", "clear", false},
                                            RequestCase{"gpio_out", "stop", false}));
 
-TEST_F(OfflineGate, SurvivesPayloadsOfAnyShape) {
-  world_.guard.OnPublished(900, 16, Json::Value("text"));
+TEST_F(RecordsInLine, SurvivesPayloadsOfAnyShape) {
+  Sent sent;
+  sent.tag = 16;
+  world_.guard.OnPublished(900, sent);
   EXPECT_FALSE(world_.guard.MayPublish(16, Json::Value(Json::arrayValue)));
   world_.guard.OnRequestCarriedOut("check_offline_record", Json::Value(5));
   world_.guard.OnRequestCarriedOut("check_offline_record", OfflineRequest(""));
-  world_.guard.OnAcknowledged(900, true);
+  world_.guard.OnAcknowledged(900, Answer::kTaken);
   EXPECT_EQ(world_.guard.counters().withheld_acks, 1U);
 }
 

@@ -3,7 +3,7 @@
 
 #include <random>
 
-#include "delivery_world.h"
+#include "delivery/delivery_world.h"
 
 namespace agent {
 namespace {
@@ -62,7 +62,7 @@ Plates LostWhenTheLinkComesBackBetween(const Duties& duties) {
   world.LinkBreaks();
   world.CarPasses(1);
   world.CarPasses(2);
-  world.link_up = true;
+  world.LinkComesUp();
   world.loop.Run();
   while (!world.in_flight.empty()) {
     world.Acknowledge();
@@ -82,7 +82,7 @@ Plates LostWhenTheLinkFlickersBeforeTheStep(const Duties& duties) {
   world.CarPasses(1);
   world.LinkBreaks();
   world.CarPasses(2);
-  world.link_up = true;
+  world.LinkComesUp();
   world.loop.Run();
   while (!world.in_flight.empty()) {
     world.Acknowledge();
@@ -101,6 +101,7 @@ Plates LostWhenAnAcknowledgementComesLate(const Duties& duties) {
   world.CarPasses(1);
   world.loop.Run();
   world.LinkBreaksAfterDelivery();
+  world.LinkComesUp();
   world.CarPasses(2);
   world.loop.Run();
   world.LateAcknowledgement();
@@ -188,7 +189,9 @@ std::size_t LostAtRandom(const Duties& duties, unsigned seed) {
         }
         break;
       case 3:
-        world.link_up = true;
+        if (!world.link_up) {
+          world.LinkComesUp();
+        }
         break;
       case 4:
         if (random() % 4 == 0) {
@@ -212,7 +215,12 @@ std::size_t LostAtRandom(const Duties& duties, unsigned seed) {
       case 9:
       case 10:
         if (!world.in_flight.empty()) {
-          world.Acknowledge(random() % 32 != 0);
+          if (random() % 64 == 0) {
+            world.AcknowledgeUnheard();
+            world.guard.AssumeListener();
+          } else {
+            world.Acknowledge(random() % 32 != 0);
+          }
         }
         break;
       default:

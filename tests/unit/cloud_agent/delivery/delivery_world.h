@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
-#include "cloud_agent/delivery_guard.h"
+#include "cloud_agent/delivery/delivery_guard.h"
+#include "delivery/plugin_model.h"
 #include "fake_loop.h"
-#include "plugin_model.h"
 
 namespace agent {
 
@@ -46,6 +46,7 @@ struct DeliveryWorld {
             &store, loop.Post(),
             [this](std::function<void()> step) { later.push_back(std::move(step)); },
             [this](unsigned long long tag, unsigned plate_id) { PluginPublishes(tag, plate_id); }) {
+    guard.OnLinkUp();
   }
 
   /// The camera recognises a car.
@@ -66,7 +67,10 @@ struct DeliveryWorld {
     const Published published{++last_id, tag, plate_id};
     in_flight.push_back(published);
     history.push_back(plate_id);
-    guard.OnPublished(published.id, tag, payload);
+    Sent sent;
+    sent.tag = tag;
+    sent.plate_id = plate_id;
+    guard.OnPublished(published.id, sent);
   }
 
   /// The broker takes the oldest publication, and the answer arrives.
@@ -76,7 +80,14 @@ struct DeliveryWorld {
     if (taken) {
       delivered.insert(published.plate_id);
     }
-    guard.OnAcknowledged(published.id, taken);
+    guard.OnAcknowledged(published.id, taken ? Answer::kTaken : Answer::kRefused);
+  }
+
+  /// The broker takes the oldest publication, and has nobody to pass it on to.
+  void AcknowledgeUnheard() {
+    const Published published = in_flight.front();
+    in_flight.pop_front();
+    guard.OnAcknowledged(published.id, Answer::kUnheard);
   }
 
   /// The broker takes the oldest publication, but the link ends before its answer.
@@ -94,11 +105,16 @@ struct DeliveryWorld {
     guard.OnLinkDown();
   }
 
+  void LinkComesUp() {
+    link_up = true;
+    guard.OnLinkUp();
+  }
+
   /// An answer of before the loss comes up after all.
   void LateAcknowledgement() {
     const Published published = late.front();
     late.pop_front();
-    guard.OnAcknowledged(published.id, true);
+    guard.OnAcknowledged(published.id, Answer::kTaken);
   }
 
   void Push(unsigned max_count) {

@@ -1,4 +1,4 @@
-#include "plugin_model.h"
+#include "delivery/plugin_model.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "cloud_agent/backoff.h"
+#include "cloud_agent/mqtt/backoff.h"
 
 #include <gtest/gtest.h>
 

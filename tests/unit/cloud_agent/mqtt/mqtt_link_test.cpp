@@ -1,4 +1,4 @@
-#include "cloud_agent/mqtt_link.h"
+#include "cloud_agent/mqtt/mqtt_link.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 #include <mutex>
 #include <thread>
 
-#include "scripted_broker.h"
+#include "mqtt/scripted_broker.h"
 
 namespace agent {
 namespace {
@@ -103,7 +103,9 @@ class LinkTest : public ::testing::Test, private LinkListener {
     return first;
   }
 
-  void OnLinkUp() override { heard_.push_back("up"); }
+  void OnLinkUp(int subscription_code) override {
+    heard_.push_back(subscription_code < kFirstFailureCode ? "up" : "up without requests");
+  }
   void OnLinkDown(const std::string& reason) override {
     heard_.push_back("down");
     reason_ = reason;
@@ -164,20 +166,40 @@ TEST_F(LinkTest, ReportsTheAcknowledgementOfEachPublication) {
 TEST_F(LinkTest, PublishesNothingBeforeItStands) {
   StartLink();
   EXPECT_EQ(link_->Publish(Message("t", "one")).result, PublishResult::kLinkDown);
-  EXPECT_EQ(link_->Send(Message("t", "one")), PublishResult::kLinkDown);
 }
 
 TEST_F(LinkTest, PublishesNothingBeforeTheEventThreadKnowsOfTheConnection) {
   StartLink();
   BrokerSession session = broker_.Accept();
   session.LetIn();
-  // Not before a response has come through is the link surely up on its own thread.
-  while (link_->Send(Message("t", "probe")) != PublishResult::kAccepted) {
-    std::this_thread::yield();
-  }
+  ASSERT_TRUE(queue_.HoldsSoon(1));
   EXPECT_EQ(link_->Publish(Message("t", "one")).result, PublishResult::kLinkDown);
   EXPECT_EQ(Heard(), "up");
   EXPECT_EQ(link_->Publish(Message("t", "one")).result, PublishResult::kAccepted);
+}
+
+TEST_F(LinkTest, TellsWhenTheSubscriptionIsRefused) {
+  StartLink();
+  BrokerSession session = broker_.Accept();
+  session.ExpectConnect();
+  session.SendConnack(0);
+  session.ExpectSubscribe(0x87);
+  EXPECT_EQ(Heard(), "up without requests");
+}
+
+TEST_F(LinkTest, LeavesABrokerThatNeverAnswersTheSubscription) {
+  options_.broker.subscribe_timeout_s = 1;
+  StartLink();
+  {
+    BrokerSession session = broker_.Accept();
+    session.ExpectConnect();
+    session.SendConnack(0);
+    EXPECT_EQ(session.Read().type, 8);
+    EXPECT_THROW(session.Read(), std::runtime_error);  // the connection is closed
+  }
+  BrokerSession session = broker_.Accept();
+  session.LetIn();
+  EXPECT_EQ(Heard(), "up");
 }
 
 TEST_F(LinkTest, ComesBackByItselfAndNeverSendsAgainWhatWasUnderWay) {
@@ -197,41 +219,6 @@ TEST_F(LinkTest, ComesBackByItselfAndNeverSendsAgainWhatWasUnderWay) {
   EXPECT_EQ(publish.payload, "next");
   session.SendPuback(publish.message_id, 0);
   EXPECT_EQ(Heard(), "acknowledged " + std::to_string(next.id) + " 0");
-}
-
-TEST_F(LinkTest, TurnsPublicationsAwayWhileTheBrokerOwesTooManyAcknowledgements) {
-  options_.max_unacknowledged = 2;
-  BrokerSession session = Connected();
-  link_->Publish(Message("t", "1"));
-  link_->Publish(Message("t", "2"));
-  EXPECT_EQ(link_->Publish(Message("t", "3")).result, PublishResult::kBacklogFull);
-  EXPECT_EQ(link_->Send(Message("t", "response")), PublishResult::kAccepted);
-  session.SendPuback(session.ExpectPublish().message_id, 0);
-  session.SendPuback(session.ExpectPublish().message_id, 0);
-  session.SendPuback(session.ExpectPublish().message_id, 0);
-  EXPECT_EQ(Heard(), "acknowledged 1 0");
-  EXPECT_EQ(Heard(), "acknowledged 2 0");
-  EXPECT_EQ(link_->Publish(Message("t", "3")).result, PublishResult::kAccepted);
-}
-
-TEST_F(LinkTest, KeepsABoundedHeapOfResponsesForABrokerThatTakesNone) {
-  BrokerSession session = Connected();
-  const OutboundMessage response = Message("t", std::string(std::size_t{1} << 20, 'x'));
-  int accepted = 0;
-  while (accepted < 100 && link_->Send(response) == PublishResult::kAccepted) {
-    ++accepted;
-  }
-  EXPECT_EQ(accepted, 15);
-  EXPECT_EQ(link_->Publish(response).result, PublishResult::kBacklogFull);
-}
-
-TEST_F(LinkTest, HasRoomForPublicationsWhateverTheResponses) {
-  options_.max_unacknowledged = 1;
-  BrokerSession session = Connected();
-  for (int i = 0; i < 100; ++i) {
-    EXPECT_EQ(link_->Send(Message("t", "response")), PublishResult::kAccepted);
-  }
-  EXPECT_EQ(link_->Publish(Message("t", "result")).result, PublishResult::kAccepted);
 }
 
 TEST_F(LinkTest, RefusesWhatCannotBePublished) {
@@ -285,7 +272,7 @@ TEST_F(LinkTest, SendsCorrelationDataWhereAMessageHasSome) {
   OutboundMessage message = Message("my/answers", "{}");
   message.has_correlation_data = true;
   message.correlation_data = std::string("\0c", 2);
-  link_->Send(message);
+  link_->Publish(message);
   EXPECT_EQ(session.ExpectPublish().properties, "\x09" + MqttString(message.correlation_data));
 }
 
@@ -301,12 +288,29 @@ TEST_F(LinkTest, KeepsTryingWhenTheBrokerRefuses) {
   EXPECT_EQ(Heard(), "up");
 }
 
-TEST_F(LinkTest, LeavesABrokerThatOwesAnAcknowledgementForTooLong) {
-  options_.ack_timeout_s = 1;
+TEST_F(LinkTest, DropsAConnectionForTheReasonGiven) {
   BrokerSession session = Connected();
-  link_->Publish(Message("t", "one"));
+  link_->Drop("enough");
   EXPECT_EQ(Heard(), "down");
-  EXPECT_THAT(reason_, HasSubstr("no acknowledgement"));
+  EXPECT_EQ(reason_, "enough");
+}
+
+TEST_F(LinkTest, SaysThatAnotherClientUsesItsClientId) {
+  BrokerSession session = Connected();
+  session.SendDisconnect(0x8E);
+  EXPECT_EQ(Heard(), "down");
+  EXPECT_THAT(reason_, HasSubstr("another client has connected as CAM1"));
+  EXPECT_THAT(reason_, HasSubstr("--client-id"));
+}
+
+TEST_F(LinkTest, ToldOfARefusalOfItsOwnReportsNoAcknowledgement) {
+  options_.max_requests_waiting = 0;
+  BrokerSession session = Connected();
+  session.SendPublish("cameras/CAM1/request/get_sn", "one");
+  session.SendPuback(session.ExpectPublish().message_id, 0);
+  const Publication publication = link_->Publish(Message("t", "two"));
+  session.SendPuback(session.ExpectPublish().message_id, 0);
+  EXPECT_EQ(Heard(), "acknowledged " + std::to_string(publication.id) + " 0");
 }
 
 TEST_F(LinkTest, SaysGoodbyeWithItsLastMessage) {

@@ -1,4 +1,4 @@
-#include "scripted_broker.h"
+#include "mqtt/scripted_broker.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -138,7 +138,7 @@ void BrokerSession::SendConnack(int reason_code) {
   Send(0x20, std::string{0, static_cast<char>(reason_code), 0});
 }
 
-std::string BrokerSession::ExpectSubscribe() {
+std::string BrokerSession::ExpectSubscribe(int granted) {
   const MqttPacket packet = Read();
   if (packet.type != 8) {
     throw std::runtime_error("expected SUBSCRIBE, got type " + std::to_string(packet.type));
@@ -148,7 +148,7 @@ std::string BrokerSession::ExpectSubscribe() {
   fields.Properties();
   const std::string filter = fields.String();
   const int options = fields.Byte();
-  Send(0x90, MqttNumber(message_id) + std::string{0, 1});
+  Send(0x90, MqttNumber(message_id) + std::string{0, static_cast<char>(granted)});
   return filter + " " + std::to_string(options);
 }
 
@@ -176,6 +176,10 @@ ReadPublish BrokerSession::ExpectPublish() {
 
 void BrokerSession::SendPuback(int message_id, int reason_code) {
   Send(0x40, MqttNumber(message_id) + std::string{static_cast<char>(reason_code), 0});
+}
+
+void BrokerSession::SendDisconnect(int reason_code) {
+  Send(0xE0, std::string{static_cast<char>(reason_code), 0});
 }
 
 void BrokerSession::SendPublish(const std::string& topic, const std::string& payload,

@@ -48,7 +48,8 @@ class BrokerSession {
   void SendConnack(int reason_code);
 
   /// @return the filter, a blank, and the options as a number.
-  std::string ExpectSubscribe();
+  /// @param granted reason code of the answer.
+  std::string ExpectSubscribe(int granted = 1);
 
   /// CONNECT and SUBSCRIBE, both granted.
   void LetIn();
@@ -57,6 +58,8 @@ class BrokerSession {
   void SendPuback(int message_id, int reason_code);
   void SendPublish(const std::string& topic, const std::string& payload,
                    const std::string& properties = "", bool retain = false);
+
+  void SendDisconnect(int reason_code);
 
   MqttPacket Read();
   void Close();

@@ -1,16 +1,12 @@
-#include "cloud_agent/message_line.h"
+#include "cloud_agent/screen/message_line.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <sstream>
 
 #include "tarvex/base64.h"
 
 namespace agent {
 namespace {
-
-using ::testing::MatchesRegex;
 
 Json::Value PlatePayload(const std::string& license) {
   Json::Value payload;
@@ -53,7 +49,8 @@ TEST(MessageDescription, CutsALongPayloadBetweenCharacters) {
   const std::string description =
       DescribeMessage("x", Json::Value("a" + std::string(98, 'b') + "\xC3\xBC\xC3\xBC"), 1);
   EXPECT_LE(description.size(), 120U);
-  EXPECT_THAT(description, MatchesRegex("x tag 1 \"ab+\\.\\.\\.|x tag 1 \"ab+.u00fc?\\.\\.\\."));
+  EXPECT_THAT(description,
+              ::testing::MatchesRegex("x tag 1 \"ab+\\.\\.\\.|x tag 1 \"ab+.u00fc?\\.\\.\\."));
 }
 
 TEST(MessageDescription, SurvivesPayloadsOfAnyShape) {
@@ -66,18 +63,13 @@ TEST(MessageDescription, SurvivesPayloadsOfAnyShape) {
   EXPECT_EQ(DescribeMessage("x", payload, 1), R"(x tag 1 {"AlarmInfoPlate":"none"})");
 }
 
-TEST(LinePrinterTest, WritesTimeDescriptionAndFate) {
-  std::ostringstream out;
-  LinePrinter(out).PrintMessage("x tag 1 null", Fate::kAcknowledged);
-  EXPECT_THAT(out.str(), MatchesRegex("[0-9]{4}-[0-9-]{5} [0-9:]{8} x tag 1 null: acknowledged\n"));
-}
-
-TEST(LinePrinterTest, HasATextForEveryFate) {
+TEST(Fates, HaveATextEach) {
   EXPECT_STREQ(FateText(Fate::kLinkDown), "not sent: link down");
   EXPECT_STREQ(FateText(Fate::kLinkLost), "not acknowledged: link lost");
   EXPECT_STREQ(FateText(Fate::kOfflineBusy),
                "dropped: another re-delivery is not acknowledged yet");
   EXPECT_STREQ(FateText(Fate::kBacklogFull), "dropped: too many messages are not acknowledged yet");
+  EXPECT_STREQ(FateText(Fate::kUnheard), "heard by nobody");
   EXPECT_STREQ(FateText(Fate::kRefusedByBroker), "refused by the broker");
   EXPECT_STREQ(FateText(Fate::kNotPublishable), "dropped: cannot be published");
 }

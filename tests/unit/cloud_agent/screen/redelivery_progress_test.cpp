@@ -1,4 +1,4 @@
-#include "cloud_agent/redelivery_progress.h"
+#include "cloud_agent/screen/redelivery_progress.h"
 
 #include <gtest/gtest.h>
 
