@@ -56,19 +56,37 @@ build() {
   }
 }
 
+# Numbers of the tests whose names match an extended regular expression, without regard
+# to case, '_' and '-', each after a comma.
+# usage: matching_tests BUILD_DIRECTORY NAME
+matching_tests() {
+  ctest --test-dir "$1" --show-only | WANTED=$2 awk '
+    function plain(text) { text = tolower(text); gsub(/[-_ ]/, "", text); return text }
+    match($0, /^ *Test +#[0-9]+: /) {
+      number = substr($0, 1, RLENGTH)
+      gsub(/[^0-9]/, "", number)
+      if (plain(substr($0, RLENGTH + 1)) ~ plain(ENVIRON["WANTED"])) printf ",%s", number
+    }'
+}
+
 # usage: run_tests DIRECTORY [NAME | CTEST OPTIONS]
 run_tests() {
-  local directory=build/$1 options=()
+  local directory=build/$1 options=() numbers
   shift
   while [ $# -gt 0 ]; do
     case "$1" in
       --label-exclude) options+=(--label-exclude "$2"); shift ;;
       -*) options+=("$1") ;;
-      *) options+=(--tests-regex "$1") ;;
+      *)
+        numbers=$(matching_tests "$directory" "$1") || fail "cannot look for tests named $1"
+        [ -n "$numbers" ] || fail "no test is named like $1"
+        options+=(--tests-information "0,0,0$numbers")
+        ;;
     esac
     shift
   done
-  ctest --test-dir "$directory" --output-on-failure --no-tests=error "${options[@]}"
+  ctest --test-dir "$directory" --parallel "$(nproc)" --output-on-failure --no-tests=error \
+    "${options[@]}"
 }
 
 # The project's own C++ files.

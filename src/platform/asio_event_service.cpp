@@ -8,6 +8,7 @@
 #include <utility>
 
 #include <boost/asio/post.hpp>
+#include <boost/make_shared.hpp>
 
 #include "platform/log.h"
 
@@ -17,6 +18,16 @@ namespace {
 using std::chrono::steady_clock;
 
 bool IsUsableScale(double scale) { return std::isfinite(scale) && scale > 0; }
+
+/// A task waits in line as a message to a handler that runs it.
+struct Task : MessageData {
+  explicit Task(std::function<void()> what_to_do) : run(std::move(what_to_do)) {}
+  const std::function<void()> run;
+};
+
+struct TaskRunner : MessageHandler {
+  void OnMessage(Message* msg) override { static_cast<const Task&>(*msg->data).run(); }
+} task_runner;
 
 }  // namespace
 
@@ -67,7 +78,7 @@ void AsioEventService::Clear(MessageHandler* handler, unsigned int id,
 }
 
 void AsioEventService::PostTask(std::function<void()> task) {
-  boost::asio::post(context_, std::move(task));
+  Post(&task_runner, 0, boost::make_shared<Task>(std::move(task)), false);
 }
 
 void AsioEventService::PostTaskAfter(std::chrono::milliseconds delay, std::function<void()> task) {
@@ -97,8 +108,7 @@ std::chrono::nanoseconds AsioEventService::Scaled(int delay_ms) const {
       std::min(Milliseconds(delay_ms / clock_scale_), kNever));
 }
 
-/// One delivery per message keeps messages in order with tasks; a delivery whose
-/// message was cleared finds nothing to do.
+/// One delivery per message: one whose message was cleared finds nothing to do.
 void AsioEventService::ScheduleDelivery(std::size_t count) {
   for (; count > 0; --count) {
     boost::asio::post(context_, [this] { DeliverNext(); });

@@ -17,8 +17,8 @@
 
 namespace tarvex {
 
-/// Everything is delivered on the thread that is in Run(), in the order posted,
-/// except that time-sensitive messages overtake waiting ones that are not. After
+/// Everything is delivered on the thread that is in Run(), messages and tasks in one
+/// line, except that time-sensitive messages overtake all that is not. After
 /// Clear() nothing pending of that handler and id arrives. An exception that leaves
 /// a handler or a task is logged as an error, and the loop goes on.
 class AsioEventService : public EventService {
@@ -39,7 +39,8 @@ class AsioEventService : public EventService {
                    boost::shared_ptr<MessageData> data) override;
   void Clear(MessageHandler* handler, unsigned int id, std::list<Message>* removed) override;
 
-  /// Has a task run on the service's thread, in order with the messages. Any thread.
+  /// Has a task run on the service's thread, in line with the messages that are not
+  /// time-sensitive. Any thread.
   void PostTask(std::function<void()> task);
 
   /// The same after a delay of real time, which is not scaled. Cannot be cancelled.

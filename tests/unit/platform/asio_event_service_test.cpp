@@ -66,6 +66,14 @@ TEST_F(AsioEventServiceTest, RunsTasksInOrderWithTheMessages) {
   EXPECT_THAT(arrived_, ElementsAre(1, 2, 3));
 }
 
+TEST_F(AsioEventServiceTest, KeepsATaskBehindAnEarlierMessageThatIsOvertaken) {
+  service_.Post(&noting_, 1, {}, false);
+  service_.PostTask([this] { arrived_.push_back(2); });
+  service_.Post(&noting_, 3, {}, true);
+  RunToTheEnd();
+  EXPECT_THAT(arrived_, ElementsAre(3, 1, 2));
+}
+
 TEST_F(AsioEventServiceTest, HandsTheDataToTheHandlerAndLetsGoOfIt) {
   const auto data = boost::make_shared<tarvex::MessageData>();
   boost::shared_ptr<tarvex::MessageData> received;
