@@ -22,6 +22,10 @@
 /// Order of calls: create_adapter, Initialize, GetMessageNames, then
 /// SubscribeMessage per name and RequestMessage per request, the notifications as
 /// the link changes, destory_adapter last.
+///
+/// What a host may rely on: arguments, in either direction, live for the call only.
+/// A payload and a response own their memory, keys included: a copy outlives the
+/// adapter, and the library when that is unloaded.
 class BaseAdapter {
  public:
   /// @param event_service the host's event service, shared with the adapter.
@@ -55,7 +59,7 @@ class BaseAdapter {
   /// Carries out one cloud request. May block for the request's own timeout.
   /// @param payload  {"type": name, "body": ...}, of any shape.
   /// @param version  version of the message format, such as "1.0".
-  /// @param response filled by those requests that answer directly.
+  /// @param response filled by those requests that answer directly; the host's own.
   /// @return true when the request was carried out.
   virtual bool RequestMessage(const std::string& name, const Json::Value& payload,
                               const std::string& version, Json::Value& response) = 0;
@@ -74,7 +78,7 @@ class BaseAdapter {
   virtual void OnPushError(const std::string&) {}
 
   /// Emitted to have a message published: (name, payload, version, tag). The host
-  /// connects to it before Initialize; the arguments live for the call only.
+  /// connects to it before Initialize, and copies what it needs after the call.
   sigslot::signal4<const std::string&, const Json::Value&, const std::string&, unsigned long long,
                    sigslot::single_threaded>
       SignalPushMessage;

@@ -3,29 +3,51 @@
 #include <algorithm>
 #include <utility>
 
+#include "cloud_agent/delivery/plugin_protocol.h"
+#include "cloud_agent/mqtt/mqtt_connection.h"
 #include "json_text.h"
 #include "platform/log.h"
 
 namespace agent {
 namespace {
 
-constexpr unsigned long long kOfflineResultTag = 16;
-constexpr unsigned long long kOfflineCountTag = 17;
-using Clock = std::chrono::steady_clock;
-constexpr int kFirstFailureCode = 0x80;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
 
 // The event thread waits for it, so it is kept short.
 constexpr int kStoreTimeout_ms = 300;
 
-Fate FateOf(PublishResult result) {
-  switch (result) {
-    case PublishResult::kBacklogFull:
-      return Fate::kBacklogFull;
-    case PublishResult::kRefused:
-      return Fate::kNotPublishable;
-    default:
-      return Fate::kLinkDown;
+constexpr seconds kAckLook{1};
+
+// Between two lines in the log about messages that the broker refuses.
+constexpr std::chrono::minutes kRefusalLogPause{1};
+
+Json::Value PushRequest(int max_count) {
+  Json::Value payload(Json::objectValue);
+  payload["type"] = kOfflineRequest;
+  payload["body"]["enable"] = "push";
+  payload["body"]["max_count"] = max_count;
+  payload["body"]["min_id"] = 0;
+  return payload;
+}
+
+Answer AnswerOf(int reason_code) {
+  if (reason_code >= kFirstFailureCode) {
+    return Answer::kRefused;
   }
+  return reason_code == kNoMatchingSubscribers ? Answer::kUnheard : Answer::kTaken;
+}
+
+Fate FateOf(Answer answer) {
+  switch (answer) {
+    case Answer::kRefused:
+      return Fate::kRefusedByBroker;
+    case Answer::kUnheard:
+      return Fate::kUnheard;
+    case Answer::kTaken:
+      break;
+  }
+  return Fate::kAcknowledged;
 }
 
 }  // namespace
@@ -33,17 +55,17 @@ Fate FateOf(PublishResult result) {
 Agent::Agent(const Options& options, Parts parts)
     : options_(options),
       parts_(std::move(parts)),
-      guard_(options.guard, parts_.post, [this](unsigned long long tag) { Confirm(tag); }) {
-  if (options_.auto_push) {
-    auto_push_ = std::make_unique<AutoPush>(
-        [this](int delay_ms, std::function<void()> task) {
-          const auto real_ms = static_cast<std::int64_t>(delay_ms / options_.clock_scale);
-          parts_.post_after(std::chrono::milliseconds(real_ms), std::move(task));
-        },
-        [this] { return QueryUndelivered(parts_.bus.get(), kStoreTimeout_ms); },
-        [this] { PushEverything(); });
-  }
-}
+      guard_(options.guard, parts_.post,
+             [this](unsigned long long tag) { adapter_->OnMessagePublished(tag); }),
+      auto_push_(
+          options.auto_push, &guard_,
+          AutoPush::Host{
+              [this](int delay_ms, std::function<void()> task) {
+                const auto real_ms = static_cast<std::int64_t>(delay_ms / options_.clock_scale);
+                parts_.post_after(milliseconds(real_ms), std::move(task));
+              },
+              parts_.now, [this] { return QueryUndelivered(parts_.bus.get(), kStoreTimeout_ms); },
+              [this](int max_count) { Push(max_count); }}) {}
 
 Agent::~Agent() = default;
 
@@ -56,46 +78,62 @@ bool Agent::Start() {
   adapter_->SignalPushMessage.connect(this, &Agent::OnPushMessage);
   const int error =
       adapter_->Initialize([this](const std::string& source, const std::string& name) {
-        return parts_.pictures->Store(source, name);
+        return StorePicture(source, name);
       });
   if (error != 0) {
     SYS_LOG(kLogError, "the adapter is not completely initialised (%d); going on without the rest",
             error);
   }
   adapter_->GetMessageNames(requests_, publishes_);
-  router_ = std::make_unique<RequestRouter>(
-      options_.base, requests_, options_.max_request_bytes,
-      [this](const std::string& name, const Json::Value& payload, const std::string& version,
-             Json::Value& response) { return RunRequest(name, payload, version, response); });
-  for (const std::string& name : publishes_) {
-    if (!adapter_->SubscribeMessage(name)) {
-      SYS_LOG(kLogWarning, "the adapter does not publish %s: its events could not be subscribed to",
-              name.c_str());
-    }
-  }
   SYS_LOG(kLogInfo, "adapter ready: %zu requests, %zu messages", requests_.size(),
           publishes_.size());
   parts_.link->Start(this);
-  ScheduleStatus();
+  Repeat(seconds(options_.status_interval_s), &Agent::SendStatus);
+  Repeat(kAckLook, &Agent::LeaveBrokerThatOwes);
+  Repeat(AutoPush::kLook, &Agent::LookForWork);
   return true;
 }
 
-void Agent::Shutdown() {
+bool Agent::Shutdown() {
   SYS_LOG(kLogInfo, "stopping");
   OutboundMessage goodbye;
-  goodbye.topic = options_.base + "/status";
+  goodbye.topic = options_.topics.base + "/status";
   goodbye.payload = OfflineStatus();
   goodbye.retain = true;
-  parts_.link->Stop(goodbye);
+  const bool is_stopped = parts_.link->Stop(goodbye);
   is_link_up_ = false;
-  if (auto_push_) {
-    auto_push_->OnLinkDown();
-  }
+  auto_push_.OnLinkDown();
   adapter_.reset();
+  return is_stopped;
+}
+
+void Agent::Repeat(seconds interval, void (Agent::*task)()) {
+  parts_.post_after(interval, [this, interval, task] {
+    if (adapter_ != nullptr) {
+      if (is_link_up_) {
+        (this->*task)();
+      }
+      Repeat(interval, task);
+    }
+  });
 }
 
 void Agent::OnBusMessage(const tarvex::DpMessage& message, std::function<void()> deliver) {
   guard_.OnBusMessage(message.method, std::move(deliver));
+}
+
+std::string Agent::StorePicture(const std::string& source, const std::string& name) {
+  PictureStore::Picture picture = parts_.pictures->Store(source, name);
+  if (!picture.name.empty()) {
+    new_pictures_.push_back(std::move(picture.name));
+  }
+  return picture.url;
+}
+
+void Agent::RemovePictures(const std::vector<std::string>& names) {
+  for (const std::string& name : names) {
+    parts_.pictures->Remove(name);
+  }
 }
 
 void Agent::OnPushMessage(const std::string& name, const Json::Value& payload,
@@ -109,116 +147,201 @@ void Agent::OnPushMessage(const std::string& name, const Json::Value& payload,
 
 void Agent::Publish(const std::string& name, const Json::Value& payload, const std::string& version,
                     unsigned long long tag) {
-  const std::string description =
-      parts_.printer != nullptr ? DescribeMessage(name, payload, tag) : "";
-  if (tag == kOfflineResultTag && auto_push_) {
-    auto_push_->OnOfflineActivity();
+  Sent sent;
+  sent.tag = tag;
+  sent.description = parts_.screen->Describe(name, payload, tag);
+  sent.pictures = std::exchange(new_pictures_, {});
+  sent.plate_id = PlateId(payload);
+  if (tag == kOfflineResultTag) {
+    auto_push_.OnOfflineActivity();
   }
   if (!guard_.MayPublish(tag, payload)) {
-    Print(description, Fate::kOfflineBusy);
+    NoteAnswer(sent, Fate::kOfflineBusy);
     return;
-  }
-  const Publication publication = SendToBroker(name, payload, version, tag);
-  if (publication.result == PublishResult::kAccepted) {
-    ++counters_.published;
-    guard_.OnPublished(publication.id, tag, payload);
-    sent_[publication.id] = {tag, description};
-    FollowRedelivery(tag);
-    return;
-  }
-  guard_.OnNotPublished(tag);
-  const Fate fate = FateOf(publication.result);
-  ++(fate == Fate::kLinkDown      ? counters_.dropped_link_down
-     : fate == Fate::kBacklogFull ? counters_.dropped_backlog_full
-                                  : counters_.dropped_not_publishable);
-  Print(description, fate);
-}
-
-void Agent::FollowRedelivery(unsigned long long tag) {
-  if (parts_.printer == nullptr) {
-    return;
-  }
-  if (tag == kOfflineCountTag) {
-    progress_.OnEnded();
-  } else if (tag == kOfflineResultTag && progress_.OnPublished(Clock::now())) {
-    const auto undelivered = QueryUndelivered(parts_.bus.get(), kStoreTimeout_ms);
-    progress_.OnCount(undelivered ? undelivered->count : 0);
-  }
-}
-
-Publication Agent::SendToBroker(const std::string& name, const Json::Value& payload,
-                                const std::string& version, unsigned long long tag) {
-  if (!is_link_up_) {
-    return {};
   }
   Json::Value body(Json::objectValue);
   body["version"] = version;
   body["tag"] = Json::UInt64{tag};
   body["payload"] = payload;
   OutboundMessage message;
-  message.topic = options_.base + "/message/" + name;
-  if (!Json::Json2String(body, message.payload)) {
-    return {PublishResult::kRefused, 0};
+  message.topic = options_.topics.base + "/message/" + name;
+  std::optional<Fate> failure = Fate::kNotPublishable;
+  if (Json::Json2String(body, message.payload)) {
+    failure = SendToBroker(message, sent);
   }
-  return parts_.link->Publish(message);
+  if (failure) {
+    guard_.OnNotPublished(tag);
+    NoteAnswer(sent, *failure);
+    return;
+  }
+  ++counters_.published;
+  if (parts_.screen->OnPublished(tag, parts_.now())) {
+    const auto undelivered = QueryUndelivered(parts_.bus.get(), kStoreTimeout_ms);
+    parts_.screen->ShowUndelivered(undelivered ? undelivered->count : 0);
+  }
 }
 
-void Agent::OnLinkUp() {
+std::optional<Fate> Agent::SendToBroker(const OutboundMessage& message, Sent sent) {
+  sent.topic = message.topic;
+  sent.bytes = message.topic.size() + message.payload.size();
+  sent.sent_at = parts_.now();
+  if (!is_link_up_) {
+    return Fate::kLinkDown;
+  }
+  if (!guard_.HasRoom(sent.tag, sent.bytes)) {
+    return Fate::kBacklogFull;
+  }
+  const Publication publication = parts_.link->Publish(message);
+  switch (publication.result) {
+    case PublishResult::kLinkDown:
+      return Fate::kLinkDown;
+    case PublishResult::kRefused:
+      return Fate::kNotPublishable;
+    case PublishResult::kAccepted:
+      break;
+  }
+  guard_.OnPublished(publication.id, std::move(sent));
+  return std::nullopt;
+}
+
+// What becomes of a message of the plug-in. Pictures of one that the cloud surely does not
+// have are not needed: a re-delivery makes new ones.
+void Agent::NoteAnswer(const Sent& sent, Fate fate) {
+  parts_.screen->ShowFate(sent.description, fate);
+  switch (fate) {
+    case Fate::kAcknowledged:
+      ++counters_.acknowledged;
+      return;
+    case Fate::kLinkLost:
+      return;
+    case Fate::kUnheard:
+      ++counters_.acknowledged;
+      if (options_.guard.confirm_unheard) {
+        return;
+      }
+      break;
+    case Fate::kRefusedByBroker:
+      ++counters_.refused_by_broker;
+      break;
+    case Fate::kLinkDown:
+      ++counters_.dropped_link_down;
+      break;
+    case Fate::kBacklogFull:
+      ++counters_.dropped_backlog_full;
+      break;
+    case Fate::kNotPublishable:
+      ++counters_.dropped_not_publishable;
+      break;
+    case Fate::kOfflineBusy:
+      break;  // the guard counts it
+  }
+  RemovePictures(sent.pictures);
+}
+
+void Agent::OnLinkUp(int subscription_code) {
   is_link_up_ = true;
   ++counters_.connections;
-  if (parts_.printer != nullptr) {
-    parts_.printer->PrintEvent("broker connected");
+  if (subscription_code >= kFirstFailureCode) {
+    ++counters_.subscriptions_refused;
+    LogRefusal("the subscription to " + options_.topics.base + "/request/#", subscription_code,
+               &subscription_refusal_logged_at_);
   }
+  parts_.screen->ShowEvent("broker connected");
   adapter_->OnMQTTConnected();
+  guard_.OnLinkUp();
   SendStatus();
-  if (auto_push_) {
-    auto_push_->OnLinkUp();
+  not_subscribed_ = publishes_;
+  SubscribeMissing();
+  for (const std::string& name : not_subscribed_) {
+    SYS_LOG(kLogWarning, "%s cannot be subscribed to at the adapter; trying again", name.c_str());
   }
+  auto_push_.OnLinkUp();
 }
 
 void Agent::OnLinkDown(const std::string& reason) {
   is_link_up_ = false;
-  for (const auto& [publication, sent] : sent_) {
-    Print(sent.description, Fate::kLinkLost);
+  for (const std::string& name : publishes_) {
+    adapter_->UnsubscribeMessage(name);
   }
-  sent_.clear();
-  if (parts_.printer != nullptr) {
-    parts_.printer->PrintEvent("broker lost: " + reason);
-  }
+  not_subscribed_.clear();
   adapter_->OnMQTTDisconnected();
-  guard_.OnLinkDown();
-  progress_.OnEnded();
-  if (auto_push_) {
-    auto_push_->OnLinkDown();
+  for (const Sent& sent : guard_.OnLinkDown()) {
+    if (sent.tag != 0) {
+      NoteAnswer(sent, Fate::kLinkLost);
+    }
+  }
+  parts_.screen->ShowEvent("broker lost: " + reason);
+  parts_.screen->OnLinkDown();
+  auto_push_.OnLinkDown();
+}
+
+void Agent::SubscribeMissing() {
+  const std::set<std::string> names = std::exchange(not_subscribed_, {});
+  for (const std::string& name : names) {
+    if (!adapter_->SubscribeMessage(name)) {
+      not_subscribed_.insert(name);
+    }
   }
 }
 
 void Agent::OnAcknowledged(std::uint64_t publication, int reason_code) {
-  const bool is_taken = reason_code < kFirstFailureCode;
-  const auto found = sent_.find(publication);
-  const bool is_redelivered = found != sent_.end() && found->second.tag == kOfflineResultTag;
-  if (found != sent_.end()) {
-    ++(is_taken ? counters_.acknowledged : counters_.refused_by_broker);
-    Print(found->second.description, is_taken ? Fate::kAcknowledged : Fate::kRefusedByBroker);
-    if (is_redelivered && auto_push_) {
-      auto_push_->OnOfflineActivity();
-    }
-    sent_.erase(found);
+  const bool nobody_listened = guard_.NobodyListens();
+  const Answer answer = AnswerOf(reason_code);
+  const std::optional<Sent> sent = guard_.OnAcknowledged(publication, answer);
+  if (!sent) {
+    return;
   }
-  guard_.OnAcknowledged(publication, is_taken);
-  const auto line = is_redelivered && is_taken ? progress_.OnDelivered(Clock::now()) : std::nullopt;
-  if (line && parts_.printer != nullptr) {
-    parts_.printer->PrintEvent(*line);
+  if (answer == Answer::kRefused) {
+    LogRefusal("to publish " + sent->topic, reason_code, &publication_refusal_logged_at_);
+  }
+  if (sent->tag != 0) {
+    NoteAnswer(*sent, FateOf(answer));
+  }
+  if (answer == Answer::kTaken) {
+    parts_.screen->OnDelivered(sent->tag, parts_.now());
+  }
+  if (sent->tag == kOfflineResultTag) {
+    auto_push_.OnOfflineActivity();
+  }
+  if (guard_.NobodyListens() != nobody_listened) {
+    SYS_LOG(kLogWarning, "%s",
+            nobody_listened ? "somebody listens to results again"
+                            : "nobody listens to results: they stay in the camera's store");
   }
 }
 
-void Agent::Confirm(unsigned long long tag) { adapter_->OnMessagePublished(tag); }
+void Agent::LogRefusal(const std::string& what, int reason_code,
+                       std::optional<TimePoint>* logged_at) {
+  const TimePoint now = parts_.now();
+  if (*logged_at && now - **logged_at < kRefusalLogPause) {
+    return;
+  }
+  *logged_at = now;
+  SYS_LOG(kLogError, "the broker refuses %s: %s; look at what it allows this user",
+          what.substr(0, 200).c_str(), ReasonText(reason_code).c_str());
+}
 
-void Agent::OnRequest(const InboundRequest& request) {
-  for (const OutboundMessage& response : router_->Answer(request)) {
-    const PublishResult result = parts_.link->Send(response);
-    if (result != PublishResult::kAccepted) {
-      SYS_LOG(kLogWarning, "a response is lost: %s", FateText(FateOf(result)));
+void Agent::OnRequest(const InboundRequest& inbound) {
+  ++counters_.requests;
+  Request request = ReadRequest(inbound, options_.topics, requests_, options_.max_request_bytes);
+  Json::Value filled_in;
+  bool is_done = false;
+  if (request.error.empty()) {
+    try {
+      is_done = RunRequest(request.name, request.payload, request.version, filled_in);
+    } catch (...) {
+      request.error = "the request failed";
+    }
+  }
+  const Json::Value response = ResponseJson(request, is_done, filled_in);
+  if (response.isMember("error")) {
+    ++counters_.request_errors;
+    SYS_LOG(kLogWarning, "request %s: %s", request.name.substr(0, 64).c_str(),
+            response["error"].asCString());
+  }
+  for (const OutboundMessage& message : Responses(inbound, options_.topics, response)) {
+    if (const std::optional<Fate> failure = SendToBroker(message, {})) {
+      SYS_LOG(kLogWarning, "a response is lost: %s", FateText(*failure));
     }
   }
 }
@@ -232,58 +355,48 @@ bool Agent::RunRequest(const std::string& name, const Json::Value& payload,
   return is_done;
 }
 
-void Agent::PushEverything() {
-  SYS_LOG(kLogInfo, "asking for the re-delivery of undelivered results");
+void Agent::Push(int max_count) {
+  SYS_LOG(kLogInfo, "asking for the re-delivery of undelivered results, %d at most", max_count);
   Json::Value response;
-  if (!RunRequest("check_offline_record", PushEverythingRequest(), "1.0", response)) {
+  if (!RunRequest(kOfflineRequest, PushRequest(max_count), "1.0", response)) {
     SYS_LOG(kLogWarning, "the adapter refused to re-deliver");
   }
+}
+
+void Agent::LookForWork() {
+  SubscribeMissing();
+  auto_push_.Look();
 }
 
 void Agent::SendStatus() {
   const std::optional<Undelivered> undelivered =
       QueryUndelivered(parts_.bus.get(), kStoreTimeout_ms);
   OutboundMessage message;
-  message.topic = options_.base + "/status";
+  message.topic = options_.topics.base + "/status";
   message.payload = OnlineStatus(requests_, publishes_, Counters(), undelivered);
   message.retain = true;
-  parts_.link->Send(message);
+  SendToBroker(message, {});
   if (undelivered) {
-    progress_.OnCount(undelivered->count);
-  }
-  if (auto_push_) {
-    auto_push_->OnTick(undelivered);
+    parts_.screen->ShowUndelivered(undelivered->count);
   }
 }
 
-void Agent::ScheduleStatus() {
-  parts_.post_after(std::chrono::seconds(options_.status_interval_s), [this] {
-    if (is_link_up_ && adapter_ != nullptr) {
-      SendStatus();
-    }
-    ScheduleStatus();
-  });
+void Agent::LeaveBrokerThatOwes() {
+  if (guard_.OwesOneSentBefore(parts_.now() - seconds(options_.ack_timeout_s))) {
+    parts_.link->Drop("no acknowledgement of a message in " +
+                      std::to_string(options_.ack_timeout_s) + " s");
+  }
 }
 
 StatusCounters Agent::Counters() const {
   StatusCounters counters = counters_;
-  const DeliveryGuard::Counters& guard = guard_.counters();
-  counters.dropped_offline_busy = guard.dropped_offline_busy;
+  counters.delivery = guard_.counters();
   counters.results_waiting = guard_.ResultsWaiting();
-  counters.results_overflowed = guard.results_overflowed;
-  counters.results_without_publication = guard.results_without_publication;
-  counters.ignored_acks = guard.ignored_acks;
-  counters.withheld_acks = guard.withheld_acks;
+  counters.pictures_failed = parts_.pictures->failed();
   const std::uint64_t turned_away = parts_.link->TurnedAwayRequests();
-  counters.requests = turned_away + (router_ ? router_->Requests() : 0);
-  counters.request_errors = turned_away + (router_ ? router_->Errors() : 0);
+  counters.requests += turned_away;
+  counters.request_errors += turned_away;
   return counters;
-}
-
-void Agent::Print(const std::string& description, Fate fate) {
-  if (parts_.printer != nullptr) {
-    parts_.printer->PrintMessage(description, fate);
-  }
 }
 
 }  // namespace agent

@@ -4,37 +4,42 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <map>
-#include <memory>
+#include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include <json/value.h>
 #include <boost/shared_ptr.hpp>
 
-#include "cloud_agent/auto_push.h"
-#include "cloud_agent/delivery_guard.h"
-#include "cloud_agent/link.h"
-#include "cloud_agent/message_line.h"
-#include "cloud_agent/picture_store.h"
+#include "cloud_agent/delivery/auto_push.h"
+#include "cloud_agent/delivery/delivery_guard.h"
+#include "cloud_agent/mqtt/link.h"
+#include "cloud_agent/pictures/picture_store.h"
 #include "cloud_agent/plugin.h"
-#include "cloud_agent/redelivery_progress.h"
-#include "cloud_agent/request_router.h"
+#include "cloud_agent/requests.h"
+#include "cloud_agent/screen/screen.h"
 #include "cloud_agent/status.h"
-#include "platform/bus_gate.h"
 #include "sigslot.h"
 #include "tarvex/dp_client.h"
 
 namespace agent {
 
 /// Everything happens on the event thread. Life cycle: Start() once, Shutdown() once.
+///
+/// The plug-in listens to the device's events only while the link stands: what happens
+/// during an outage stays in the camera's store, and after every connection the plug-in
+/// tells the cloud how many results that are.
 class Agent : public sigslot::has_slots<sigslot::single_threaded>, private LinkListener {
  public:
+  using TimePoint = std::chrono::steady_clock::time_point;
+
   struct Options {
-    std::string base;  ///< "<root>/<sn>"
+    Topics topics;
     DeliveryGuard::Options guard;
     std::size_t max_request_bytes = std::size_t{256} << 10;
     int status_interval_s = 10;
+    int ack_timeout_s = 30;  ///< a broker that owes one longer is left
     bool auto_push = false;
     double clock_scale = 1.0;  ///< of the event service's delayed messages
   };
@@ -44,22 +49,24 @@ class Agent : public sigslot::has_slots<sigslot::single_threaded>, private LinkL
   struct Parts {
     std::function<void(std::function<void()>)> post;  ///< to the event thread, in order
     std::function<void(std::chrono::milliseconds, std::function<void()>)> post_after;
+    std::function<TimePoint()> now;  ///< the time of post_after
     std::function<AdapterPtr()> create_adapter;
     Link* link = nullptr;
     PictureStore* pictures = nullptr;
-    LinePrinter* printer = nullptr;           ///< null: nothing is printed
+    Screen* screen = nullptr;
     boost::shared_ptr<tarvex::DpClient> bus;  ///< for the store's figures; may be empty
   };
 
   Agent(const Options& options, Parts parts);
   ~Agent() override;
 
-  /// Makes the adapter, initialises and subscribes it, then starts the link.
+  /// Makes the adapter and initialises it, then starts the link.
   /// @return false, after a line in the log, when there is no adapter.
   bool Start();
 
   /// Says goodbye to the cloud, then destroys the adapter. Takes a few seconds at most.
-  void Shutdown();
+  /// @return as Link::Stop().
+  bool Shutdown();
 
   /// For tarvex::SetBusGate().
   void OnBusMessage(const tarvex::DpMessage& message, std::function<void()> deliver);
@@ -67,42 +74,42 @@ class Agent : public sigslot::has_slots<sigslot::single_threaded>, private LinkL
   StatusCounters Counters() const;
 
  private:
-  struct Sent {
-    unsigned long long tag;
-    std::string description;  // empty when nothing is printed
-  };
-
   void OnPushMessage(const std::string& name, const Json::Value& payload,
                      const std::string& version, unsigned long long tag);
-  void OnLinkUp() override;
+  void OnLinkUp(int subscription_code) override;
   void OnLinkDown(const std::string& reason) override;
   void OnAcknowledged(std::uint64_t publication, int reason_code) override;
-  void OnRequest(const InboundRequest& request) override;
+  void OnRequest(const InboundRequest& inbound) override;
 
+  std::string StorePicture(const std::string& source, const std::string& name);
+  void RemovePictures(const std::vector<std::string>& names);
   void Publish(const std::string& name, const Json::Value& payload, const std::string& version,
                unsigned long long tag);
-  void FollowRedelivery(unsigned long long tag);
-  Publication SendToBroker(const std::string& name, const Json::Value& payload,
-                           const std::string& version, unsigned long long tag);
+  /// @return empty when the message is on its way.
+  std::optional<Fate> SendToBroker(const OutboundMessage& message, Sent sent);
+  void NoteAnswer(const Sent& sent, Fate fate);
+  void LogRefusal(const std::string& what, int reason_code, std::optional<TimePoint>* logged_at);
+  void SubscribeMissing();
   bool RunRequest(const std::string& name, const Json::Value& payload, const std::string& version,
                   Json::Value& response);
-  void Confirm(unsigned long long tag);
-  void PushEverything();
+  void Push(int max_count);
+  void LookForWork();
   void SendStatus();
-  void ScheduleStatus();
-  void Print(const std::string& description, Fate fate);
+  void LeaveBrokerThatOwes();
+  void Repeat(std::chrono::seconds interval, void (Agent::*task)());
 
   const Options options_;
   Parts parts_;
   AdapterPtr adapter_;
   std::set<std::string> requests_;
   std::set<std::string> publishes_;
+  std::set<std::string> not_subscribed_;   ///< of publishes_, while the link stands
+  std::vector<std::string> new_pictures_;  ///< stored since the latest publication
   DeliveryGuard guard_;
-  std::unique_ptr<RequestRouter> router_;
-  std::unique_ptr<AutoPush> auto_push_;  // null when it is off
-  RedeliveryProgress progress_;          // printed, so kept only with a printer
-  std::map<std::uint64_t, Sent> sent_;   // by publication, until its fate is known
-  StatusCounters counters_;              // those that nobody else counts
+  AutoPush auto_push_;
+  StatusCounters counters_;  ///< those that nobody else counts
+  std::optional<TimePoint> publication_refusal_logged_at_;
+  std::optional<TimePoint> subscription_refusal_logged_at_;
   bool is_link_up_ = false;
 };
 

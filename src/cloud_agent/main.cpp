@@ -1,6 +1,6 @@
 // cloud_agent: hosts an adapter plug-in and connects it to an MQTT broker.
 
-#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <functional>
@@ -8,14 +8,17 @@
 #include <thread>
 
 #include <unistd.h>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/make_shared.hpp>
 
 #include "chw_info.h"
 #include "cloud_agent/address_text.h"
 #include "cloud_agent/agent.h"
-#include "cloud_agent/mqtt_link.h"
+#include "cloud_agent/mqtt/mqtt_link.h"
 #include "cloud_agent/options.h"
-#include "cloud_agent/picture_store.h"
+#include "cloud_agent/pictures/picture_store.h"
 #include "cloud_agent/plugin.h"
 #include "platform/asio_event_service.h"
 #include "platform/bus_gate.h"
@@ -23,49 +26,51 @@
 
 namespace {
 
-/// Hears SIGINT and SIGTERM on a thread of its own; the second one ends the process.
+// A request of the plug-in that is under way is waited for as long as this.
+constexpr std::chrono::seconds kStopPatience{10};
+
+/// Hears SIGINT and SIGTERM on a thread of its own, because the event thread can be
+/// waiting for the camera. The second signal ends the process, and so does time.
 class StopSignals {
  public:
-  // To be made before any other thread, which then ignores the signals too.
-  StopSignals() {
+  /// @param on_stop called once, on that thread.
+  explicit StopSignals(std::function<void()> on_stop) : on_stop_(std::move(on_stop)) {
     std::signal(SIGPIPE, SIG_IGN);
-    sigemptyset(&signals_);
-    sigaddset(&signals_, SIGINT);
-    sigaddset(&signals_, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+    signals_.async_wait([this](const boost::system::error_code& error, int) {
+      if (!error) {
+        OnFirst();
+      }
+    });
+    thread_ = std::thread([this] { context_.run(); });
   }
-  ~StopSignals() { Forget(); }
+  ~StopSignals() {
+    context_.stop();
+    thread_.join();
+  }
   StopSignals(const StopSignals&) = delete;
   StopSignals& operator=(const StopSignals&) = delete;
 
-  void Watch(std::function<void()> on_stop) {
-    thread_ = std::thread([this, on_stop = std::move(on_stop)] {
-      int signal = 0;
-      sigwait(&signals_, &signal);
-      if (is_over_) {
-        return;
-      }
-      on_stop();
-      sigwait(&signals_, &signal);
-      if (!is_over_) {
+ private:
+  void OnFirst() {
+    on_stop_();
+    signals_.async_wait([](const boost::system::error_code& error, int) {
+      if (!error) {
         _exit(1);
+      }
+    });
+    patience_.expires_after(kStopPatience);
+    patience_.async_wait([](const boost::system::error_code& error) {
+      if (!error) {
+        SYS_LOG(kLogWarning, "ending although a request is still under way");
+        _exit(0);  // without a goodbye, so the broker publishes the will
       }
     });
   }
 
-  // What Watch() was given is not called any more.
-  void Forget() {
-    if (thread_.joinable()) {
-      is_over_ = true;
-      // The thread waits for this signal, which is blocked: nothing is terminated.
-      pthread_kill(thread_.native_handle(), SIGTERM);  // NOLINT(bugprone-bad-signal-to-kill-thread)
-      thread_.join();
-    }
-  }
-
- private:
-  sigset_t signals_ = {};
-  std::atomic<bool> is_over_{false};
+  std::function<void()> on_stop_;
+  boost::asio::io_context context_{1};
+  boost::asio::signal_set signals_{context_, SIGINT, SIGTERM};
+  boost::asio::steady_timer patience_{context_};
   std::thread thread_;
 };
 
@@ -75,7 +80,6 @@ int Fail(const std::string& error) {
 }
 
 int Run(agent::ProgramOptions options) {
-  StopSignals signals;
   std::string error;
   const std::shared_ptr<agent::Plugin> plugin = agent::Plugin::Load(options.plugin_path, &error);
   if (plugin == nullptr) {
@@ -95,23 +99,25 @@ int Run(agent::ProgramOptions options) {
   agent::CompleteOptions(serial_number, clock_scale, &options);
 
   const auto service = boost::make_shared<tarvex::AsioEventService>(clock_scale);
+  const StopSignals signals([&service] { service->Stop(); });
   const auto post = [&service](std::function<void()> task) { service->PostTask(std::move(task)); };
-  agent::MqttLink link(
-      options.link, post, [base = options.agent.base](const agent::InboundRequest& request) {
-        return agent::RequestRouter::Refusal(base, request, "too many requests are waiting");
-      });
-  agent::LinePrinter printer(std::cout);
+  agent::MqttLink link(options.link, post,
+                       [topics = options.agent.topics](const agent::InboundRequest& request) {
+                         return agent::Refusal(request, topics, "too many requests are waiting");
+                       });
+  agent::Screen screen(options.print_messages ? &std::cout : nullptr);
   agent::Agent::Parts parts;
   parts.post = post;
   parts.post_after = [&service](std::chrono::milliseconds delay, std::function<void()> task) {
     service->PostTaskAfter(delay, std::move(task));
   };
+  parts.now = [] { return std::chrono::steady_clock::now(); };
   parts.create_adapter = [&] {
     return agent::Plugin::CreateAdapter(plugin, service, options.adapter_id);
   };
   parts.link = &link;
   parts.pictures = &pictures;
-  parts.printer = options.print_messages ? &printer : nullptr;
+  parts.screen = &screen;
   parts.bus = tarvex::DpClient::CreateDpClient(service, tarvex::SocketAddress("127.0.0.1", 6101),
                                                "cloud_agent");
   agent::Agent the_agent(options.agent, std::move(parts));
@@ -119,23 +125,17 @@ int Run(agent::ProgramOptions options) {
     the_agent.OnBusMessage(message, std::move(deliver));
   });
 
-  int exit_status = 0;
-  service->PostTask([&] {
-    if (!the_agent.Start()) {
-      exit_status = Fail("the plug-in made no adapter");
-      service->Stop();
-    }
-  });
-  signals.Watch([&] {
-    service->PostTask([&] {
-      the_agent.Shutdown();
-      service->Stop();
-    });
-  });
+  // This thread is the event thread. What waits in its line when it is stopped is not run.
+  if (!the_agent.Start()) {
+    return Fail("the plug-in made no adapter");
+  }
   service->Run();
-  signals.Forget();
+  const bool is_stopped = the_agent.Shutdown();
   tarvex::SetBusGate({});
-  return exit_status;
+  if (!is_stopped) {
+    _exit(0);  // the network thread hangs in a look-up of the broker's name
+  }
+  return 0;
 }
 
 }  // namespace

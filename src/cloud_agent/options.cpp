@@ -35,6 +35,7 @@ CLI::Validator Readable() { return CLI::Validator(CLI::ExistingFile).description
 struct RawOptions {
   std::string broker = "127.0.0.1";
   std::string password_file;
+  std::string unheard = "keep";
   std::vector<std::string> switched_off_duties;
 };
 
@@ -89,7 +90,7 @@ void AddBrokerOptions(CLI::App* app, ProgramOptions* options, RawOptions* raw) {
       ->capture_default_str()
       ->type_name("MS")
       ->group(group);
-  app->add_option("--ack-timeout", options->link.ack_timeout_s,
+  app->add_option("--ack-timeout", options->agent.ack_timeout_s,
                   "Seconds after which a broker that owes an acknowledgement is left")
       ->check(Between(1, 3600))
       ->capture_default_str()
@@ -138,9 +139,15 @@ void AddPictureOptions(CLI::App* app, ProgramOptions* options) {
       ->capture_default_str()
       ->type_name("N")
       ->group(group);
+  app->add_option("--keep-picture-bytes", options->pictures.keep_bytes,
+                  "How many bytes of pictures stay")
+      ->check(CLI::Range(std::uint64_t{1} << 10, std::uint64_t{1} << 50).description(""))
+      ->capture_default_str()
+      ->type_name("N")
+      ->group(group);
 }
 
-void AddTrafficOptions(CLI::App* app, ProgramOptions* options) {
+void AddTrafficOptions(CLI::App* app, ProgramOptions* options, RawOptions* raw) {
   const char* group = "Traffic";
   app->add_option("--max-request-bytes", options->agent.max_request_bytes,
                   "Larger requests are answered with an error")
@@ -168,6 +175,12 @@ void AddTrafficOptions(CLI::App* app, ProgramOptions* options) {
       ->check(Between(1, 86400))
       ->capture_default_str()
       ->type_name("S")
+      ->group(group);
+  app->add_option("--unheard", raw->unheard,
+                  "What becomes of a result that nobody subscribes to: keep it in the store "
+                  "until somebody does, or confirm it as delivered")
+      ->check(CLI::IsMember({"keep", "confirm"}))
+      ->capture_default_str()
       ->group(group);
   app->add_flag("--print-messages", options->print_messages,
                 "Print a line for each published message")
@@ -206,12 +219,13 @@ std::string Finish(const RawOptions& raw, ProgramOptions* options) {
     }
     error = ReadPassword(raw.password_file, &broker.password);
   }
-  Duties& duties = options->agent.guard.duties;
+  options->agent.guard.confirm_unheard = raw.unheard == "confirm";
+#ifdef CLOUD_AGENT_WITHOUT_DUTIES
   for (const std::string& name : raw.switched_off_duties) {
-    (name == "one-at-a-time" ? duties.one_at_a_time
-     : name == "stale-acks"  ? duties.ignore_stale_acks
-                             : duties.one_offline) = false;
+    Duties& duties = options->agent.guard.duties;
+    (name == "one-at-a-time" ? duties.one_at_a_time : duties.one_offline) = false;
   }
+#endif
   return error;
 }
 
@@ -228,7 +242,7 @@ void CompleteOptions(const std::string& serial_number, double clock_scale,
   broker.will_payload = OfflineStatus();
   broker.request_filter = base + "/request/#";
   broker.max_request_bytes = options->agent.max_request_bytes;
-  options->agent.base = base;
+  options->agent.topics = {options->root, base};
   options->agent.clock_scale = clock_scale;
 }
 
@@ -243,11 +257,13 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, ProgramOption
   AddBrokerOptions(&app, options, &raw);
   AddTlsOptions(&app, options);
   AddPictureOptions(&app, options);
-  AddTrafficOptions(&app, options);
-  // Shows what a duty is for; in no help text, for it loses results.
-  app.add_option("--no-duty", raw.switched_off_duties, "")
-      ->check(CLI::IsMember({"one-at-a-time", "stale-acks", "one-offline"}))
-      ->group("");
+  AddTrafficOptions(&app, options, &raw);
+#ifdef CLOUD_AGENT_WITHOUT_DUTIES
+  // Built for tests only: it loses results, to show what a duty is for.
+  app.add_option("--no-duty", raw.switched_off_duties, "A duty of a host not to be kept")
+      ->check(CLI::IsMember({"one-at-a-time", "one-offline"}))
+      ->group("Tests");
+#endif
   try {
     app.parse(argc, argv);
     const std::string error = Finish(raw, options);

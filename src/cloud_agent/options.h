@@ -5,8 +5,8 @@
 #include <string>
 
 #include "cloud_agent/agent.h"
-#include "cloud_agent/mqtt_link.h"
-#include "cloud_agent/picture_store.h"
+#include "cloud_agent/mqtt/mqtt_link.h"
+#include "cloud_agent/pictures/picture_store.h"
 
 namespace agent {
 
@@ -17,7 +17,7 @@ struct ProgramOptions {
   bool print_messages = false;
   MqttLink::Options link;  ///< without topics
   PictureStore::Options pictures;
-  Agent::Options agent;  ///< without base and clock scale
+  Agent::Options agent;  ///< without topics and clock scale
 };
 
 /// Reads the command line, and the file that it names. What is wrong with either, and

@@ -6,7 +6,8 @@
 #include <set>
 #include <string>
 
-#include "cloud_agent/undelivered.h"
+#include "cloud_agent/delivery/delivery_guard.h"
+#include "cloud_agent/delivery/undelivered.h"
 
 namespace agent {
 
@@ -19,12 +20,10 @@ struct StatusCounters {
   std::uint64_t dropped_link_down = 0;
   std::uint64_t dropped_backlog_full = 0;
   std::uint64_t dropped_not_publishable = 0;
-  std::uint64_t dropped_offline_busy = 0;
+  std::uint64_t pictures_failed = 0;        ///< published without, for lack of a copy
+  std::uint64_t subscriptions_refused = 0;  ///< connections on which no request can arrive
+  DeliveryGuard::Counters delivery;
   std::uint64_t results_waiting = 0;  ///< now
-  std::uint64_t results_overflowed = 0;
-  std::uint64_t results_without_publication = 0;
-  std::uint64_t ignored_acks = 0;
-  std::uint64_t withheld_acks = 0;
   std::uint64_t requests = 0;
   std::uint64_t request_errors = 0;
 };

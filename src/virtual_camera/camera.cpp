@@ -1,7 +1,5 @@
 #include "virtual_camera/camera.h"
 
-#include <algorithm>
-#include <chrono>
 #include <exception>
 #include <optional>
 #include <utility>
@@ -29,27 +27,7 @@ std::vector<std::string> Queues() {
   return queues;
 }
 
-template <class Clock>
-auto SinceEpoch() {
-  return Clock::now().time_since_epoch();
-}
-
 }  // namespace
-
-int64_t AsioTimeline::SteadyMs() const {
-  using std::chrono::milliseconds;
-  return std::chrono::duration_cast<milliseconds>(SinceEpoch<std::chrono::steady_clock>()).count();
-}
-
-int64_t AsioTimeline::SystemUs() const {
-  using std::chrono::microseconds;
-  return std::chrono::duration_cast<microseconds>(SinceEpoch<std::chrono::system_clock>()).count();
-}
-
-void AsioTimeline::After(int64_t delay_ms, std::function<void()> task) {
-  event_service_.PostTaskAfter(std::chrono::milliseconds(std::max<int64_t>(delay_ms, 0)),
-                               std::move(task));
-}
 
 Camera::Camera(const CameraOptions& options, std::function<void()> on_ready)
     : timeline_(event_service_),

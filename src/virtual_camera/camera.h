@@ -9,16 +9,16 @@
 #include <json/value.h>
 
 #include "platform/asio_event_service.h"
-#include "virtual_camera/bus_server.h"
 #include "virtual_camera/control.h"
-#include "virtual_camera/device.h"
-#include "virtual_camera/nats_key_values.h"
-#include "virtual_camera/pace.h"
-#include "virtual_camera/pty_lines.h"
-#include "virtual_camera/replay.h"
-#include "virtual_camera/service.h"
-#include "virtual_camera/service_modes.h"
-#include "virtual_camera/timeline.h"
+#include "virtual_camera/device/device.h"
+#include "virtual_camera/services/service.h"
+#include "virtual_camera/services/service_modes.h"
+#include "virtual_camera/surroundings/asio_timeline.h"
+#include "virtual_camera/surroundings/bus_server.h"
+#include "virtual_camera/surroundings/nats_key_values.h"
+#include "virtual_camera/surroundings/pty_lines.h"
+#include "virtual_camera/world/pace.h"
+#include "virtual_camera/world/replay.h"
 
 namespace virtual_camera {
 
@@ -27,19 +27,6 @@ struct CameraOptions {
   double cars_per_minute = 0;
   std::string replay_file;  ///< empty: nothing is replayed
   double replay_per_second = 1;
-};
-
-/// Real time, on the event service's thread.
-class AsioTimeline : public Timeline {
- public:
-  explicit AsioTimeline(tarvex::AsioEventService& event_service) : event_service_(event_service) {}
-
-  int64_t SteadyMs() const override;
-  int64_t SystemUs() const override;
-  void After(int64_t delay_ms, std::function<void()> task) override;
-
- private:
-  tarvex::AsioEventService& event_service_;
 };
 
 /// Everything happens on the thread that is in Run().

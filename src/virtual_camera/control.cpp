@@ -6,8 +6,8 @@
 
 #include "json_text.h"
 #include "platform/log.h"
-#include "virtual_camera/request_error.h"
-#include "virtual_camera/service.h"
+#include "virtual_camera/device/request_error.h"
+#include "virtual_camera/services/service.h"
 
 namespace virtual_camera {
 

@@ -6,8 +6,8 @@
 
 #include <json/value.h>
 
-#include "virtual_camera/device.h"
-#include "virtual_camera/service_modes.h"
+#include "virtual_camera/device/device.h"
+#include "virtual_camera/services/service_modes.h"
 
 namespace virtual_camera {
 

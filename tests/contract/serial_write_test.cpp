@@ -105,6 +105,20 @@ TEST_F(SerialWrite, SendsWhatDecodingGaveUpToTheFirstError) {
   EXPECT_EQ(BusHeard(), "EVS_RS485_WRITE word=111 channel=0 data=abc timeout=300");
 }
 
+TEST_F(SerialWrite, ReadsNumbersAndTruthValuesAsTheTextTheyAreWrittenIn) {
+  const std::vector<std::pair<std::string, std::string>> rows = {
+      {"1234", "\xD7\x6D\xF8"}, {"true", "\xB6\xBB\x9E"}, {"12345678", "\xD7\x6D\xF8\xE7\xAE\xFC"}};
+  for (const auto& [data, bytes] : rows) {
+    EXPECT_TRUE(Write(R"([{"data":)" + data + "}]"));
+    EXPECT_EQ(BusHeard(), "EVS_RS485_WRITE word=111 channel=0 data=" + bytes + " timeout=300");
+  }
+}
+
+TEST_F(SerialWrite, SkipsDataThatIsNoText) {
+  EXPECT_TRUE(Write(R"([{"data":null},{"data":[]},{"data":["YQ=="]},{"data":{"a":"YQ=="}}])"));
+  EXPECT_EQ(LogLines(3), (std::vector<std::string>(4, "Err Data Is Null.")));
+}
+
 TEST_F(SerialWrite, DecodesStrictlyWithPaddingToTheEndOfTheText) {
   Write(R"([{"data":"YQ=="}])");
   BusHeard();

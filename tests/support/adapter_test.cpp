@@ -33,6 +33,26 @@ std::string Rendered(const fake::BusRequest& request) {
   return line + " timeout=" + std::to_string(request.timeout_ms);
 }
 
+/// The start of the loaded file that an address lies in; null where it lies in none.
+const void* FileOf(const void* address) {
+  Dl_info info = {};
+  return dladdr(address, &info) != 0 ? info.dli_fbase : nullptr;
+}
+
+/// Calls `visit` with the address of every key and text of a value.
+void ForEachText(const Json::Value& value, const std::function<void(const char*)>& visit) {
+  const char* end = nullptr;
+  if (const char* text = nullptr; value.isString() && value.getString(&text, &end)) {
+    visit(text);
+  }
+  for (auto member = value.begin(); member != value.end(); ++member) {
+    if (value.isObject()) {
+      visit(member.memberName(&end));
+    }
+    ForEachText(*member, visit);
+  }
+}
+
 }  // namespace
 
 Json::Value Parsed(const std::string& text) {
@@ -73,6 +93,7 @@ void AdapterTest::Create() {
   const auto create =
       reinterpret_cast<decltype(&create_adapter)>(dlsym(library_, "create_adapter"));
   destroy_ = reinterpret_cast<decltype(&destory_adapter)>(dlsym(library_, "destory_adapter"));
+  library_file_ = FileOf(reinterpret_cast<const void*>(create));
   adapter_ = create(events_, 7);
   adapter_->SignalPushMessage.connect(this, &AdapterTest::OnPush);
 }
@@ -88,10 +109,8 @@ void AdapterTest::Destroy() {
     destroy_(adapter_);
     adapter_ = nullptr;
   }
-  response_ = Json::Value();
   if (library_ != nullptr) {
     // Unloading it, so that the picture counters start again with the next test.
-    published_.clear();
     dlclose(library_);
     library_ = nullptr;
   }
@@ -99,7 +118,9 @@ void AdapterTest::Destroy() {
 
 bool AdapterTest::CloudSends(const std::string& name, const std::string& payload,
                              const std::string& version) {
-  return adapter_->RequestMessage(name, Parsed(payload), version, response_);
+  const bool done = adapter_->RequestMessage(name, Parsed(payload), version, response_);
+  ExpectOwnedByTheHost(response_);
+  return done;
 }
 
 std::string AdapterTest::BusHeard() {
@@ -220,9 +241,15 @@ fake::Platform& AdapterTest::platform() { return fake::ThePlatform(); }
 
 void AdapterTest::OnPush(const std::string& name, const Json::Value& payload,
                          const std::string& version, unsigned long long tag) {
-  // The copy keeps keys that live in the library; Destroy drops it before unloading.
+  ExpectOwnedByTheHost(payload);
   published_.push_back({name, payload, version, tag});
   if (on_publication_) {
     on_publication_();
   }
+}
+
+void AdapterTest::ExpectOwnedByTheHost(const Json::Value& value) {
+  ForEachText(value, [this](const char* text) {
+    EXPECT_NE(FileOf(text), library_file_) << "a text in the library's own memory: " << text;
+  });
 }

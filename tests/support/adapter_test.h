@@ -2,7 +2,7 @@
 // it, and driven only through BaseAdapter and the fake platform.
 //
 // What the plug-in sent on the bus or published must be claimed by the test; what
-// is left over fails it.
+// is left over fails it, and so does a payload or response that points into the library.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -120,8 +120,10 @@ class AdapterTest : public testing::Test, public sigslot::has_slots<sigslot::sin
   };
   void OnPush(const std::string& name, const Json::Value& payload, const std::string& version,
               unsigned long long tag);
+  void ExpectOwnedByTheHost(const Json::Value& value);
 
   void* library_ = nullptr;
+  const void* library_file_ = nullptr;
   void (*destroy_)(BaseAdapter*) = nullptr;
   std::deque<Publication> published_;
 };

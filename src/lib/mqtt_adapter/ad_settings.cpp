@@ -14,9 +14,9 @@ constexpr char kReadRequest[] = R"({"type":"get_ad_voice_config","module":"AD_CO
 
 Json::Value WriteRequest(const Json::Value& record) {
   Json::Value request;
-  request[Key("type")] = "set_ad_voice_config";
-  request[Key("module")] = "AD_CONFIG_REQUESTION";
-  request[Key("body")] = Member(record, "body");
+  request["type"] = "set_ad_voice_config";
+  request["module"] = "AD_CONFIG_REQUESTION";
+  request["body"] = Member(record, "body");
   return request;
 }
 
@@ -37,7 +37,7 @@ bool MQTTAdapter::WriteAdRecord(const Json::Value& request, Json::Value& respons
     return false;
   }
   // "state" here, not "state_code" as elsewhere: deliberate.
-  response[Key("state")] = kStateOk;
+  response["state"] = kStateOk;
   return true;
 }
 
@@ -48,7 +48,7 @@ bool MQTTAdapter::DoCmdGetAdVoice(const Json::Value& /*payload*/, const std::str
     return false;
   }
   const Json::Value& settings = Member(record, "body");
-  response[Key("body")][Key("media_voice_time_ctrl")] = Member(settings, "media_voice_time_ctrl");
+  response["body"]["media_voice_time_ctrl"] = Member(settings, "media_voice_time_ctrl");
   Publish("get_ad_voice", response, kTagGetAdVoice);
   return true;
 }
@@ -60,9 +60,9 @@ bool MQTTAdapter::DoCmdGetLcdBright(const Json::Value& /*payload*/, const std::s
     return false;
   }
   const Json::Value& settings = Member(record, "body");
-  Json::Value& body = response[Key("body")];
-  body[Key("lcd_bright_mode")] = Member(settings, "led_bright_mode");
-  body[Key("lcd_bright_time_ctrl")] = Member(settings, "led_bright_time_ctrl");
+  Json::Value& body = response["body"];
+  body["lcd_bright_mode"] = Member(settings, "led_bright_mode");
+  body["lcd_bright_time_ctrl"] = Member(settings, "led_bright_time_ctrl");
   Publish("get_lcd_bright", response, kTagGetLcdBright);
   return true;
 }
@@ -79,7 +79,7 @@ bool MQTTAdapter::DoCmdSetAdVoice(const Json::Value& payload, const std::string&
     ADAPTER_LOG(kLogError, "SetAdVoice Fail, Dont have media_voice_time_ctrl");
     return false;
   }
-  request[Key("body")][Key("media_voice_time_ctrl")] = body["media_voice_time_ctrl"];
+  request["body"]["media_voice_time_ctrl"] = body["media_voice_time_ctrl"];
   return WriteAdRecord(request, response);
 }
 
@@ -95,8 +95,8 @@ bool MQTTAdapter::DoCmdSetLcdBright(const Json::Value& payload, const std::strin
     ADAPTER_LOG(kLogError, "SetLcdBright Fail, Dont have lcd_bright_time_ctrl or lcd_bright_mode");
     return false;
   }
-  request[Key("body")][Key("led_bright_mode")] = body["lcd_bright_mode"];
-  request[Key("body")][Key("led_bright_time_ctrl")] = body["lcd_bright_time_ctrl"];
+  request["body"]["led_bright_mode"] = body["lcd_bright_mode"];
+  request["body"]["led_bright_time_ctrl"] = body["lcd_bright_time_ctrl"];
   return WriteAdRecord(request, response);
 }
 

@@ -11,9 +11,9 @@ namespace {
 
 std::string AgentRequest(const char* type, const Json::Value* body) {
   Json::Value request;
-  request[Key("type")] = type;
+  request["type"] = type;
   if (body != nullptr) {
-    request[Key("body")] = *body;
+    request["body"] = *body;
   }
   std::string text;
   Json::Json2String(request, text);
@@ -41,8 +41,8 @@ Json::Value MQTTAdapter::AgentResult(const std::string& reply, std::string* text
     parsed = Json::Value();
   }
   Json::Value result;
-  result[Key("body")] = Member(parsed, "body");
-  result[Key("state_code")] = kStateOk;
+  result["body"] = Member(parsed, "body");
+  result["state_code"] = kStateOk;
   Json::Json2String(result, *text);
   return result;
 }
@@ -75,7 +75,7 @@ bool MQTTAdapter::DoCmdAgentRtspUrl(const Json::Value& payload, const std::strin
     return false;
   }
   Json::Value body;
-  body[Key("sn")] = sn.asString();
+  body["sn"] = sn.asString();
   const std::string request = AgentRequest("user_get_rtsp_info", &body);
   std::string reply;
   if (version != kVersion ||
@@ -100,8 +100,8 @@ bool MQTTAdapter::DoCmdAgentTalkbackPort(const Json::Value& payload, const std::
     return false;
   }
   Json::Value body;
-  body[Key("sn")] = sn.asString();
-  body[Key("window_size")] = window_size.asInt();
+  body["sn"] = sn.asString();
+  body["window_size"] = window_size.asInt();
   const std::string request = AgentRequest("user_request_talkback", &body);
   std::string reply;
   if (version != kVersion ||

@@ -105,8 +105,8 @@ bool MQTTAdapter::DoCmdSetTime(const Json::Value& payload, const std::string& ve
   snprintf(text, sizeof(text), "%4d-%2d-%2d %2d:%2d:%2d", date[0], date[1], date[2], date[3],
            date[4], date[5]);
   Json::Value request;
-  request[Key("type")] = "ss_set_timing";
-  request[Key("body")][Key("datetime")] = text;
+  request["type"] = "ss_set_timing";
+  request["body"]["datetime"] = text;
   std::string request_text;
   Json::Json2String(request, request_text);
   // Only now, with the request already built: deliberate.
@@ -129,7 +129,7 @@ bool MQTTAdapter::DoCmdReboot(const Json::Value& payload, const std::string& ver
     return false;
   }
   Json::Value request;
-  request[Key("type")] = "reboot_dev";
+  request["type"] = "reboot_dev";
   std::string request_text;
   Json::Json2String(request, request_text);
   std::string reply;
@@ -142,7 +142,7 @@ bool MQTTAdapter::DoCmdGetSn(const Json::Value& payload, const std::string& vers
     return false;
   }
   Json::Value answer;
-  answer[Key("value")] = hw_sn();
+  answer["value"] = hw_sn();
   Publish("get_sn", answer, kTagGetSn);
   return true;
 }
@@ -154,7 +154,7 @@ bool MQTTAdapter::DoCmdGetDeviceTimestamp(const Json::Value& payload, const std:
     return false;
   }
   // Unlike most, this one fills the response and publishes that very object.
-  response[Key("timestamp")] = static_cast<Json::Int64>(time(nullptr));
+  response["timestamp"] = static_cast<Json::Int64>(time(nullptr));
   Publish("get_device_timestamp", response, kTagGetDeviceTimestamp);
   return true;
 }
@@ -170,8 +170,8 @@ bool MQTTAdapter::DoCmdGetIoOutStatus(const Json::Value& payload, const std::str
     return false;
   }
   Json::Value request;
-  request[Key("type")] = "evs_get_gpioout";
-  request[Key("body")][Key("source")] = gpio;
+  request["type"] = "evs_get_gpioout";
+  request["body"]["source"] = gpio;
   std::string request_text;
   if (!Json::Json2String(request, request_text)) {
     return false;
@@ -183,8 +183,8 @@ bool MQTTAdapter::DoCmdGetIoOutStatus(const Json::Value& payload, const std::str
     return false;
   }
   Json::Value answer;
-  answer[Key("value")] = Member(Member(status, "body"), "gpio_out_status");
-  answer[Key("gpio")] = gpio;
+  answer["value"] = Member(Member(status, "body"), "gpio_out_status");
+  answer["gpio"] = gpio;
   Publish("get_io_out_status", answer, kTagGetIoOutStatus);
   return true;
 }

@@ -72,19 +72,19 @@ std::string MQTTAdapter::GetOemSn() {
 }
 
 void MQTTAdapter::GetDevInfoJson(Json::Value& out) {
-  out[Key("user_data")] = ReadUserData(m_ukvdb_client_);
-  out[Key("serialno")] = m_sn_;
-  out[Key("deviceName")] = GetDevName();
-  out[Key("ipaddr")] = GetDeviceIpFromDb();
-  out[Key("channel")] = 0;
+  out["user_data"] = ReadUserData(m_ukvdb_client_);
+  out["serialno"] = m_sn_;
+  out["deviceName"] = GetDevName();
+  out["ipaddr"] = GetDeviceIpFromDb();
+  out["channel"] = 0;
 }
 
 int MQTTAdapter::PackPlateBasicInfo(Json::Value& out) {
-  out[Key("channel")] = 0;
-  out[Key("user_data")] = ReadUserData(m_ukvdb_client_);
-  out[Key("serialno")] = m_sn_;
-  out[Key("deviceName")] = m_dev_name_;
-  out[Key("ipaddr")] = m_dev_ip_;
+  out["channel"] = 0;
+  out["user_data"] = ReadUserData(m_ukvdb_client_);
+  out["serialno"] = m_sn_;
+  out["deviceName"] = m_dev_name_;
+  out["ipaddr"] = m_dev_ip_;
   return 0;
 }
 

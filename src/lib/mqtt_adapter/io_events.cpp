@@ -21,13 +21,13 @@ void MQTTAdapter::OnGpioEvent(const std::string& text) {
   }
   const Json::Value& body = Member(event, "body");
   Json::Value payload;
-  Json::Value& alarm = payload[Key("body")][Key("AlarmGioIn")];
-  Json::Value& trigger = alarm[Key("result")][Key("TriggerResult")];
-  trigger[Key("value")] = Member(body, "flag");
-  trigger[Key("source")] = Member(body, "source");
-  alarm[Key("serialno")] = m_sn_;
-  alarm[Key("deviceName")] = GetDevName();
-  alarm[Key("ipaddr")] = GetDeviceIpFromDb();
+  Json::Value& alarm = payload["body"]["AlarmGioIn"];
+  Json::Value& trigger = alarm["result"]["TriggerResult"];
+  trigger["value"] = Member(body, "flag");
+  trigger["source"] = Member(body, "source");
+  alarm["serialno"] = m_sn_;
+  alarm["deviceName"] = GetDevName();
+  alarm["ipaddr"] = GetDeviceIpFromDb();
   std::string payload_text;
   Json::Json2String(payload, payload_text);
   ADAPTER_LOG(kLogDebug, "GetGpioPushData:%s", payload_text.c_str());
@@ -46,14 +46,14 @@ void MQTTAdapter::GetSerialPushData(const std::string& text) {
   }
   const Json::Value& body = Member(event, "body");
   Json::Value payload;
-  Json::Value& serial = payload[Key("body")][Key("SerialData")];
-  serial[Key("serialno")] = m_sn_;
+  Json::Value& serial = payload["body"]["SerialData"];
+  serial["serialno"] = m_sn_;
   // The name as last read, not asked anew as for an input: deliberate.
-  serial[Key("deviceName")] = m_dev_name_;
-  serial[Key("ipaddr")] = GetDeviceIpFromDb();
-  serial[Key("serialChannel")] = Member(body, "source").asInt();
-  serial[Key("data")] = Member(body, "rs485_data").asString();
-  serial[Key("dataLen")] = Member(body, "data_len").asInt();
+  serial["deviceName"] = m_dev_name_;
+  serial["ipaddr"] = GetDeviceIpFromDb();
+  serial["serialChannel"] = Member(body, "source").asInt();
+  serial["data"] = Member(body, "rs485_data").asString();
+  serial["dataLen"] = Member(body, "data_len").asInt();
   std::string payload_text;
   Json::Json2String(payload, payload_text);
   printf("GetSerialPushData:%s\n", payload_text.c_str());

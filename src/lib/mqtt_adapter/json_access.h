@@ -1,13 +1,13 @@
 // Reading JSON whose shape is not known. jsoncpp throws when a value is asked for
 // what its type does not have; these do not.
+//
+// Keys are written as plain texts, which jsoncpp copies. With Json::StaticString it
+// would keep pointers into this library, and the host's copies die with it.
 #pragma once
 
 #include <json/value.h>
 
 namespace qex {
-
-/// A key written as a literal: it is not copied into each object.
-using Key = Json::StaticString;
 
 /// A member of an object; null where it is missing or `value` is no object.
 inline const Json::Value& Member(const Json::Value& value, const char* key) {

@@ -35,34 +35,34 @@ Json::Value WithoutFileName(const Json::Value& image) {
 }  // namespace
 
 void MQTTAdapter::PackLanectrlResult(const Json::Value& message, Json::Value& output) {
-  output[Key("device_info")] = Member(message, "device_info");
-  output[Key("device_info")][Key("soft_ver")] = SoftwareVersion();
-  output[Key("time")] = tarvex::XTimeUtil::TimeLocalToString(tarvex::XTimeUtil::TimeSecond());
-  output[Key("isoffline")] = 0;
+  output["device_info"] = Member(message, "device_info");
+  output["device_info"]["soft_ver"] = SoftwareVersion();
+  output["time"] = tarvex::XTimeUtil::TimeLocalToString(tarvex::XTimeUtil::TimeSecond());
+  output["isoffline"] = 0;
 
   const Json::Value& results = Member(message, "results");
   const Json::Value& first = Element(results, 0);
   if (HasMember(first, "result_id")) {
-    output[Key("result_id")] = first["result_id"].asInt();
+    output["result_id"] = first["result_id"].asInt();
   }
   if (HasMember(first, "event_type")) {
-    output[Key("event_type")] = first["event_type"].asInt();
+    output["event_type"] = first["event_type"].asInt();
   }
   if (HasMember(message, "uid")) {
-    output[Key("plateid")] = message["uid"];
+    output["plateid"] = message["uid"];
   }
 
   const Json::Value& full_images = Member(message, "full_image");
   const Json::Value& small_images = Member(message, "small_image");
-  Json::Value& out = output[Key("result")];  // stays null without a full image
+  Json::Value& out = output["result"];  // stays null without a full image
   for (Json::ArrayIndex i = 0; full_images.isArray() && i < full_images.size(); ++i) {
-    out[i][Key("full_image")] = WithoutFileName(full_images[i]);
+    out[i]["full_image"] = WithoutFileName(full_images[i]);
     if (small_images.isArray() && i < small_images.size()) {
-      out[i][Key("small_image")] = WithoutFileName(small_images[i]);
+      out[i]["small_image"] = WithoutFileName(small_images[i]);
     }
     const Json::Value& result = Element(results, i);
     if (HasMember(result, "plate_result")) {
-      out[i][Key("plate_result")] = result["plate_result"];
+      out[i]["plate_result"] = result["plate_result"];
     }
   }
 }
@@ -70,7 +70,7 @@ void MQTTAdapter::PackLanectrlResult(const Json::Value& message, Json::Value& ou
 int MQTTAdapter::OnLanectrlResultEvent(Json::Value& message, int isoffline) {
   Json::Value output;
   PackLanectrlResult(message, output);
-  if (PackLanectrlImgInfo(output, output[Key("result")]) != kStateOk) {
+  if (PackLanectrlImgInfo(output, output["result"]) != kStateOk) {
     ADAPTER_LOG(kLogError, " OnLanectrlResultEvent PackLanectrlImgInfo error.");
     return kStateBad;
   }
@@ -82,7 +82,7 @@ int MQTTAdapter::OnLanectrlResultEvent(Json::Value& message, int isoffline) {
 int MQTTAdapter::SendLanectrlResultEvent(Json::Value& message) {
   Json::Value output;
   PackLanectrlResult(message, output);
-  if (PackLanectrlImgInfo(output, output[Key("result")]) != kStateOk) {
+  if (PackLanectrlImgInfo(output, output["result"]) != kStateOk) {
     ADAPTER_LOG(kLogError, " OnLanectrlResultEvent PackLanectrlImgInfo error.");
     return kStateBad;
   }
@@ -102,8 +102,7 @@ int MQTTAdapter::PackLanectrlImgInfo(Json::Value snapshot, Json::Value& result) 
       const std::string id = std::to_string(Member(entry["full_image"], "full_image_id").asInt());
       printf("decode_path:big:%s\r\n", id.c_str());
       const std::string name = stem + std::to_string(g_lane_image_counter++) + "_full.jpg";
-      result[i][Key("full_image")][Key("full_image_path")] =
-          tarvex::Base64::Encode(m_image_func_(id, name));
+      result[i]["full_image"]["full_image_path"] = tarvex::Base64::Encode(m_image_func_(id, name));
     }
     if (HasMember(entry, "small_image")) {
       // The counter advances also when no picture follows.
@@ -111,7 +110,7 @@ int MQTTAdapter::PackLanectrlImgInfo(Json::Value snapshot, Json::Value& result) 
       const Json::Value& image_id = Member(entry["small_image"], "small_image_id");
       if (image_id.isInt()) {
         const std::string id = std::to_string(image_id.asInt());
-        result[i][Key("small_image")][Key("small_image_path")] =
+        result[i]["small_image"]["small_image_path"] =
             tarvex::Base64::Encode(m_image_func_(id, name));
         printf("decode_path:small:%s\r\n", id.c_str());
       }
@@ -121,54 +120,54 @@ int MQTTAdapter::PackLanectrlImgInfo(Json::Value snapshot, Json::Value& result) 
 }
 
 void MQTTAdapter::IvsStruct2Json(IVS_EVENT_PARAM* event, Json::Value& out) {
-  out[Key("cmd")] = "common_alarm_result";
-  out[Key("module")] = "TCP_BUS_REQUEST";
-  out[Key("type")] = "common_alarm_result";
-  out[Key("uid")] = event->uid;
+  out["cmd"] = "common_alarm_result";
+  out["module"] = "TCP_BUS_REQUEST";
+  out["type"] = "common_alarm_result";
+  out["uid"] = event->uid;
 
-  Json::Value& device = out[Key("device_info")];
-  device[Key("alg_chn")] = event->alg_chn;
-  device[Key("chn_id")] = event->chn_id;
-  device[Key("dev_ip")] = GetDeviceIpFromDb();
-  device[Key("dev_port")] = 80;
-  device[Key("rule_id")] = event->rule_id;
+  Json::Value& device = out["device_info"];
+  device["alg_chn"] = event->alg_chn;
+  device["chn_id"] = event->chn_id;
+  device["dev_ip"] = GetDeviceIpFromDb();
+  device["dev_port"] = 80;
+  device["rule_id"] = event->rule_id;
 
   // The file names are fixed test paths, by intention.
-  Json::Value& full = out[Key("full_image")][0U];
-  Json::Value& crop = full[Key("fe_crop_info")];
-  crop[Key("left")] = event->crop_left;
-  crop[Key("top")] = event->crop_top;
-  crop[Key("width")] = event->crop_width;
-  crop[Key("height")] = event->crop_height;
-  full[Key("file_name")] = "/nfsroot/test_big.jpeg";
-  full[Key("full_image_id")] = event->full_image_id;
-  full[Key("image_type")] = event->full_image_type;
+  Json::Value& full = out["full_image"][0U];
+  Json::Value& crop = full["fe_crop_info"];
+  crop["left"] = event->crop_left;
+  crop["top"] = event->crop_top;
+  crop["width"] = event->crop_width;
+  crop["height"] = event->crop_height;
+  full["file_name"] = "/nfsroot/test_big.jpeg";
+  full["full_image_id"] = event->full_image_id;
+  full["image_type"] = event->full_image_type;
 
-  Json::Value& small = out[Key("small_image")][0U];
-  small[Key("image_type")] = event->small_image_type;
-  small[Key("file_name")] = "/nfsroot/test_small.jpeg";
-  small[Key("small_image_id")] = event->small_image_id;
+  Json::Value& small = out["small_image"][0U];
+  small["image_type"] = event->small_image_type;
+  small["file_name"] = "/nfsroot/test_small.jpeg";
+  small["small_image_id"] = event->small_image_id;
 
-  Json::Value& result = out[Key("results")][0U];
-  result[Key("type")] = "common_alarm_lane_control";
-  result[Key("event_type")] = event->event_type;
-  result[Key("result_id")] = event->rule_id;  // the rule again
+  Json::Value& result = out["results"][0U];
+  result["type"] = "common_alarm_lane_control";
+  result["event_type"] = event->event_type;
+  result["result_id"] = event->rule_id;  // the rule again
   char time_text[64];
   snprintf(time_text, sizeof(time_text), "%4d-%2d-%2d %2d:%2d:%2d", event->year, event->month,
            event->day, event->hour, event->minute, event->second);
-  result[Key("time")] = time_text;
+  result["time"] = time_text;
   if (event->event_type == kPersonStays) {
-    result[Key("lane_ctrl_prop")][Key("person_stay_result")][Key("alarm_state")] = 1;
+    result["lane_ctrl_prop"]["person_stay_result"]["alarm_state"] = 1;
   } else if (event->event_type == kVehicleStays) {
-    result[Key("lane_ctrl_prop")][Key("car_stay_result")][Key("alarm_state")] = 1;
+    result["lane_ctrl_prop"]["car_stay_result"]["alarm_state"] = 1;
   }
   if (event->plate_true_width > 0) {
-    Json::Value& plate = result[Key("plate_result")];
-    plate[Key("plate_true_width")] = event->plate_true_width;
-    plate[Key("confidence")] = event->confidence;
-    plate[Key("color_type")] = RecordText(*event, offsetof(IVS_EVENT_PARAM, color_type));
-    plate[Key("license")] = RecordText(*event, offsetof(IVS_EVENT_PARAM, license));
-    plate[Key("type")] = RecordText(*event, offsetof(IVS_EVENT_PARAM, type));
+    Json::Value& plate = result["plate_result"];
+    plate["plate_true_width"] = event->plate_true_width;
+    plate["confidence"] = event->confidence;
+    plate["color_type"] = RecordText(*event, offsetof(IVS_EVENT_PARAM, color_type));
+    plate["license"] = RecordText(*event, offsetof(IVS_EVENT_PARAM, license));
+    plate["type"] = RecordText(*event, offsetof(IVS_EVENT_PARAM, type));
   }
 }
 

@@ -42,7 +42,7 @@ int MqttOfflineMgr::GetCountOfflineRecords() {
     return static_cast<int>(m_offline_records_.size());
   }
   Json::Value request;
-  request[Key("type")] = "STP_GET_MQTT_OFFLINE_COUNT";
+  request["type"] = "STP_GET_MQTT_OFFLINE_COUNT";
   Json::Value reply;
   if (!Json::String2Json(AskStore(request), reply)) {
     return 0;
@@ -60,9 +60,9 @@ int MqttOfflineMgr::StartCheckOfflineRecords() {
     return 0;
   }
   Json::Value request;
-  request[Key("type")] = "STP_SELECT_MQTT_OFFLINE_RECORD";
-  request[Key("body")][Key("count")] = std::min(m_remain_count_, kBatchSize);
-  request[Key("body")][Key("id")] = m_min_id_;
+  request["type"] = "STP_SELECT_MQTT_OFFLINE_RECORD";
+  request["body"]["count"] = std::min(m_remain_count_, kBatchSize);
+  request["body"]["id"] = m_min_id_;
   const std::string reply = AskStore(request);
   if (reply.size() % sizeof(IvsOfflineInfo) != 0) {
     return 0;
@@ -89,9 +89,9 @@ IvsOfflineInfo* MqttOfflineMgr::GetFirstOfflieRecord() {
 
 int MqttOfflineMgr::SetOfflinePushSuccess(uint32_t plate_id, bool is_offline) {
   Json::Value request;
-  request[Key("type")] = "STP_SET_MQTT_OFFLINE_STATUS";
-  request[Key("body")][Key("plate_id")] = plate_id;
-  request[Key("body")][Key("push_status")] = 0;
+  request["type"] = "STP_SET_MQTT_OFFLINE_STATUS";
+  request["body"]["plate_id"] = plate_id;
+  request["body"]["push_status"] = 0;
   AskStore(request);
   if (is_offline && !m_offline_records_.empty()) {
     // The current record's own id decides, whatever `plate_id` says.
@@ -107,7 +107,7 @@ int MqttOfflineMgr::SetOfflinePushSuccess(uint32_t plate_id, bool is_offline) {
 
 int MqttOfflineMgr::ClearAllOfflineRecord() {
   Json::Value request;
-  request[Key("type")] = "STP_CLEAR_MQTT_OFFLINE";
+  request["type"] = "STP_CLEAR_MQTT_OFFLINE";
   AskStore(request);
   return kStateOk;
 }

@@ -54,7 +54,7 @@ int MQTTAdapter::OnNotifyOfflineCount() {
     return kStateOk;
   }
   Json::Value notice;
-  notice[Key("body")][Key("offline_record")] = m_offline_mgr_->GetCountOfflineRecords();
+  notice["body"]["offline_record"] = m_offline_mgr_->GetCountOfflineRecords();
   printf("\033[31m SUB_OFFLINE_RECORD:%s \033[0m \n", notice.toStyledString().c_str());
   Publish("offline_record", notice, kTagOfflineRecord);
   return kStateOk;

@@ -90,10 +90,10 @@ bool MQTTAdapter::DoCmdCtrlCloud(const Json::Value& payload, const std::string& 
   }
 
   Json::Value request;
-  request[Key("module")] = "BUS_REQUEST_MESSAGE";
-  request[Key("type")] = "set_cloud_ctrl";
-  request[Key("body")][Key("dir")] = move->dir;
-  request[Key("body")][Key("degree")] = move->degree;
+  request["module"] = "BUS_REQUEST_MESSAGE";
+  request["type"] = "set_cloud_ctrl";
+  request["body"]["dir"] = move->dir;
+  request["body"]["degree"] = move->degree;
   std::string text;
   if (!Json::Json2String(request, text)) {
     ADAPTER_LOG(kLogInfo, "Json2String is error");

@@ -49,8 +49,8 @@ bool MQTTAdapter::DoCmdGetImageById(const Json::Value& payload, const std::strin
   }
   ADAPTER_LOG(kLogInfo, "DoCmdGetImageById:%d", id.asInt());
   Json::Value request;
-  request[Key("type")] = "get_img_path_by_id";
-  request[Key("body")][Key("plateid")] = id;
+  request["type"] = "get_img_path_by_id";
+  request["body"]["plateid"] = id;
   std::string text;
   Json::Json2String(request, text);
   // Only now, with the id logged and the request built: deliberate.
@@ -68,8 +68,8 @@ bool MQTTAdapter::DoCmdGetImageById(const Json::Value& payload, const std::strin
     return false;
   }
   Json::Value picture;
-  picture[Key("imgPath")] = PictureReference(path.asString(), &g_image_by_id_counter);
-  picture[Key("state_code")] = kStateOk;
+  picture["imgPath"] = PictureReference(path.asString(), &g_image_by_id_counter);
+  picture["state_code"] = kStateOk;
   std::string picture_text;
   Json::Json2String(picture, picture_text);
   ADAPTER_LOG(kLogDebug, "DoCmdGetImageById:%s ", picture_text.c_str());
@@ -83,7 +83,7 @@ bool MQTTAdapter::DoCmdSnapshot(const Json::Value& payload, const std::string& v
     return false;
   }
   Json::Value request;
-  request[Key("type")] = "AV_SRV_GET_SNAPSHOT";
+  request["type"] = "AV_SRV_GET_SNAPSHOT";
   std::string text;
   Json::Json2String(request, text);
   if (version != kVersion) {
@@ -103,9 +103,9 @@ bool MQTTAdapter::DoCmdSnapshot(const Json::Value& payload, const std::string& v
     return false;
   }
   Json::Value picture;
-  picture[Key("imageformat")] = "jpg";
-  picture[Key("imgPath")] = PictureReference(ImagePath(parsed).asString(), &g_snapshot_counter);
-  picture[Key("state_code")] = kStateOk;
+  picture["imageformat"] = "jpg";
+  picture["imgPath"] = PictureReference(ImagePath(parsed).asString(), &g_snapshot_counter);
+  picture["state_code"] = kStateOk;
   std::string picture_text;
   Json::Json2String(picture, picture_text);
   printf("SnapshotPushData:%s\n", picture_text.c_str());

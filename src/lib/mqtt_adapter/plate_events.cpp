@@ -49,7 +49,7 @@ void MQTTAdapter::SendIvsResultEvent(const IVS_RESULT_PARAM* record) {
 
 int MQTTAdapter::SendLastResult(const Json::Value& /*body*/) {
   Json::Value request;
-  request[Key("type")] = "get_last_ivs";
+  request["type"] = "get_last_ivs";
   std::string text;
   if (!Json::Json2String(request, text)) {
     return 0;

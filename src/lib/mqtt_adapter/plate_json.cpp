@@ -15,10 +15,10 @@ namespace {
 uint32_t g_plate_image_counter = 0;
 
 void PackRect(const Rect& rect, Json::Value& out) {
-  out[Key("bottom")] = rect.bottom;
-  out[Key("left")] = rect.left;
-  out[Key("right")] = rect.right;
-  out[Key("top")] = rect.top;
+  out["bottom"] = rect.bottom;
+  out["left"] = rect.left;
+  out["right"] = rect.right;
+  out["top"] = rect.top;
 }
 
 std::string PictureName(const IVS_RESULT_PARAM& record, const std::string& sn, const char* ending) {
@@ -36,11 +36,11 @@ std::string EncodedReference(const std::string& reference) {
 
 void MQTTAdapter::PackPlateResult(const IVS_RESULT_PARAM& record, int isoffline,
                                   Json::Value& body) {
-  Json::Value& alarm = body[Key("AlarmInfoPlate")];
+  Json::Value& alarm = body["AlarmInfoPlate"];
   GetDevInfoJson(alarm);
-  Json::Value& result = alarm[Key("result")];
+  Json::Value& result = alarm["result"];
   PackPlateLicenseInfo(&record, result, isoffline);
-  Json::Value& plate_result = result[Key("PlateResult")];
+  Json::Value& plate_result = result["PlateResult"];
   PackPlateTimestapInfo(&record.plate, plate_result);
   PackPlateDetailInfo(&record.plate, plate_result);
   PackPlateLocationInfo(&record.plate, plate_result);
@@ -51,65 +51,65 @@ void MQTTAdapter::PackPlateResult(const IVS_RESULT_PARAM& record, int isoffline,
 int MQTTAdapter::PackPlateLicenseInfo(const IVS_RESULT_PARAM* record, Json::Value& result,
                                       int isoffline) {
   const TH_PlateResult& plate = record->plate;
-  Json::Value& out = result[Key("PlateResult")];
-  Json::Value& outputs = out[Key("gioouts")];
+  Json::Value& out = result["PlateResult"];
+  Json::Value& outputs = out["gioouts"];
   if (outputs.isNull()) {
     outputs.resize(0);
   }
-  out[Key("colorType")] = plate.color_type;
-  out[Key("type")] = plate.type;
-  out[Key("direction")] = plate.direction;
-  out[Key("triggerType")] = plate.trigger_type;
-  out[Key("isoffline")] = isoffline != 0 ? 1 : 0;
-  out[Key("plateid")] = plate.plate_id;
-  out[Key("license")] = GetPlateInfoJson(record);
-  out[Key("license_ext_type")] = record->license_ext_type;
-  out[Key("clean_time")] = plate.time_used & 0x0FFFFFFF;
+  out["colorType"] = plate.color_type;
+  out["type"] = plate.type;
+  out["direction"] = plate.direction;
+  out["triggerType"] = plate.trigger_type;
+  out["isoffline"] = isoffline != 0 ? 1 : 0;
+  out["plateid"] = plate.plate_id;
+  out["license"] = GetPlateInfoJson(record);
+  out["license_ext_type"] = record->license_ext_type;
+  out["clean_time"] = plate.time_used & 0x0FFFFFFF;
   // Deliberately the whole word here, the masked one in the JSON.
   ADAPTER_LOG(kLogInfo, "Pack Antuo Clean Time:%d.", plate.time_used);
   return kStateOk;
 }
 
 int MQTTAdapter::PackPlateTimestapInfo(const TH_PlateResult* plate, Json::Value& plate_result) {
-  Json::Value& time = plate_result[Key("timeStamp")][Key("Timeval")];
-  time[Key("decyear")] = plate->dec_year;
-  time[Key("decmon")] = plate->dec_mon;
-  time[Key("decday")] = plate->dec_day;
-  time[Key("dechour")] = plate->dec_hour;
-  time[Key("decmin")] = plate->dec_min;
-  time[Key("decsec")] = plate->dec_sec;
-  time[Key("sec")] = plate->sec;
-  time[Key("usec")] = plate->usec;
+  Json::Value& time = plate_result["timeStamp"]["Timeval"];
+  time["decyear"] = plate->dec_year;
+  time["decmon"] = plate->dec_mon;
+  time["decday"] = plate->dec_day;
+  time["dechour"] = plate->dec_hour;
+  time["decmin"] = plate->dec_min;
+  time["decsec"] = plate->dec_sec;
+  time["sec"] = plate->sec;
+  time["usec"] = plate->usec;
   return kStateOk;
 }
 
 int MQTTAdapter::PackPlateDetailInfo(const TH_PlateResult* plate, Json::Value& plate_result) {
   const std::string color = RecordText(WholeRecord(*plate), offsetof(TH_PlateResult, color_value));
-  plate_result[Key("bright")] = plate->bright;
-  plate_result[Key("carBright")] = plate->car_bright;
-  plate_result[Key("carColor")] = plate->car_color;
-  plate_result[Key("confidence")] = plate->confidence;
-  plate_result[Key("colorValue")] = static_cast<int>(strtol(color.c_str(), nullptr, 16));
+  plate_result["bright"] = plate->bright;
+  plate_result["carBright"] = plate->car_bright;
+  plate_result["carColor"] = plate->car_color;
+  plate_result["confidence"] = plate->confidence;
+  plate_result["colorValue"] = static_cast<int>(strtol(color.c_str(), nullptr, 16));
   return kStateOk;
 }
 
 int MQTTAdapter::PackPlateLocationInfo(const TH_PlateResult* plate, Json::Value& plate_result) {
-  PackRect(plate->location, plate_result[Key("location")][Key("RECT")]);
-  plate_result[Key("timeUsed")] = plate->time_used;
+  PackRect(plate->location, plate_result["location"]["RECT"]);
+  plate_result["timeUsed"] = plate->time_used;
   return kStateOk;
 }
 
 int MQTTAdapter::PackPlateExtInfo(const TH_PlateResult* plate, Json::Value& plate_result) {
-  plate_result[Key("plate_true_width")] = plate->plate_true_width;
-  plate_result[Key("plate_distance")] = plate->plate_distance;
-  plate_result[Key("is_fake_plate")] = plate->is_fake_plate;
-  PackRect(plate->car_location, plate_result[Key("car_location")][Key("RECT")]);
-  Json::Value& brand = plate_result[Key("car_brand")];
-  brand[Key("brand")] = plate->car_brand;
-  brand[Key("year")] = plate->car_year;
-  brand[Key("type")] = plate->car_type;
+  plate_result["plate_true_width"] = plate->plate_true_width;
+  plate_result["plate_distance"] = plate->plate_distance;
+  plate_result["is_fake_plate"] = plate->is_fake_plate;
+  PackRect(plate->car_location, plate_result["car_location"]["RECT"]);
+  Json::Value& brand = plate_result["car_brand"];
+  brand["brand"] = plate->car_brand;
+  brand["year"] = plate->car_year;
+  brand["type"] = plate->car_type;
   // A constant by intention: it stands for no field of the record.
-  plate_result[Key("feature_code")] = true;
+  plate_result["feature_code"] = true;
   return kStateOk;
 }
 
@@ -118,10 +118,10 @@ int MQTTAdapter::PackPlateImgInfo(const IVS_RESULT_PARAM* record, Json::Value& p
     return 0;
   }
   const std::string full_path = RecordText(*record, offsetof(IVS_RESULT_PARAM, full_image_path));
-  plate_result[Key("imagePath")] =
+  plate_result["imagePath"] =
       EncodedReference(m_image_func_(full_path, PictureName(*record, m_sn_, "_full.jpg")));
   const std::string clip_path = RecordText(*record, offsetof(IVS_RESULT_PARAM, clip_image_path));
-  plate_result[Key("imageFragmentPath")] =
+  plate_result["imageFragmentPath"] =
       EncodedReference(m_image_func_(clip_path, PictureName(*record, m_sn_, "_clip.jpg")));
   return 0;
 }

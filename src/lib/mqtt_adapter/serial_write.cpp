@@ -31,6 +31,12 @@ int ChannelOf(const Json::Value& value) {
   return value.isConvertibleTo(Json::intValue) ? value.asInt() : -1;
 }
 
+/// Numbers and truth values count as the text they are written in; what is no text
+/// is no data.
+std::string DataOf(const Json::Value& value) {
+  return value.isConvertibleTo(Json::stringValue) ? value.asString() : std::string();
+}
+
 }  // namespace
 
 bool MQTTAdapter::DoCmdWrite485(const Json::Value& payload, const std::string& /*version*/,
@@ -43,8 +49,7 @@ bool MQTTAdapter::DoCmdWrite485(const Json::Value& payload, const std::string& /
     return false;
   }
   for (const Json::Value& chunk : chunks) {
-    const Json::Value& data = Member(chunk, "data");
-    const std::string text = data.isString() ? data.asString() : std::string();
+    const std::string text = DataOf(Member(chunk, "data"));
     const Json::Value& length = Member(chunk, "dataLen");
     std::string decoded;
     // Whether the text was well formed is not looked at: what it gave is sent.

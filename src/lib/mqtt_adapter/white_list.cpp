@@ -25,8 +25,8 @@ bool MQTTAdapter::DoCmdForWLOperator(const Json::Value& payload, const std::stri
     return false;
   }
   Json::Value result;
-  result[Key("state_code")] = kStateFailed;
-  result[Key("operator_type")] = type;
+  result["state_code"] = kStateFailed;
+  result["operator_type"] = type;
   if (operation == "delete") {
     return DeleteWlInfo(payload["body"], result) != 0;
   }
@@ -41,10 +41,10 @@ bool MQTTAdapter::DoCmdForWLOperator(const Json::Value& payload, const std::stri
 
 int MQTTAdapter::DeleteWlInfo(const Json::Value& body, Json::Value& result) {
   Json::Value request;
-  request[Key("type")] = "delete_white_list";
+  request["type"] = "delete_white_list";
   if (HasMember(body, "plate")) {
     const Json::Value& plate = body["plate"];
-    Json::Value& plates = request[Key("body")][Key("plates")];
+    Json::Value& plates = request["body"]["plates"];
     if (plate.isArray()) {
       plates = plate;
     } else {
@@ -59,7 +59,7 @@ int MQTTAdapter::DeleteWlInfo(const Json::Value& body, Json::Value& result) {
     Json::Value parsed;
     if (AskForJson(kQueueWhiteList, text, kWhiteListTimeout_ms, &reply, &parsed)) {
       ADAPTER_LOG(kLogInfo, "Delete:%s", reply.c_str());
-      result[Key("state_code")] = kStateOk;
+      result["state_code"] = kStateOk;
       done = 1;
     }
   }
@@ -72,10 +72,10 @@ int MQTTAdapter::ReplaceWlInfo(const Json::Value& body, Json::Value& result) {
   // The one handler with a guard of its own: it publishes its failure.
   try {
     Json::Value request;
-    request[Key("type")] = "replace_white_list";
+    request["type"] = "replace_white_list";
     // Without a presence check, deliberately: a missing record becomes [null].
     const Json::Value& records = body["dldb_rec"];
-    Json::Value& out = request[Key("body")][Key("white_list_rec")];
+    Json::Value& out = request["body"]["white_list_rec"];
     if (records.isArray()) {
       out = records;
     } else {
@@ -87,7 +87,7 @@ int MQTTAdapter::ReplaceWlInfo(const Json::Value& body, Json::Value& result) {
     if (Json::Json2String(request, text) &&
         AskForJson(kQueueWhiteList, text, kWhiteListTimeout_ms, &reply, &parsed)) {
       ADAPTER_LOG(kLogInfo, "Replace:%s", reply.c_str());
-      result[Key("state_code")] = kStateOk;
+      result["state_code"] = kStateOk;
       done = 1;
     }
   } catch (const std::exception& caught) {
@@ -103,8 +103,8 @@ int MQTTAdapter::SelectWlInfo(const Json::Value& body, Json::Value& result) {
   const Json::Value& plate = Member(body, "plate");
   if (plate.isString() && !plate.asString().empty()) {
     Json::Value request;
-    request[Key("type")] = "select_white_list";
-    request[Key("body")][Key("plate")] = plate;
+    request["type"] = "select_white_list";
+    request["body"]["plate"] = plate;
     std::string text;
     std::string reply;
     Json::Value parsed;
@@ -112,7 +112,7 @@ int MQTTAdapter::SelectWlInfo(const Json::Value& body, Json::Value& result) {
         AskForJson(kQueueWhiteList, text, kWhiteListSelectTimeout_ms, &reply, &parsed)) {
       ADAPTER_LOG(kLogInfo, "Select:%s", reply.c_str());
       // "state_code" stays as it is: deliberate.
-      result[Key("dldb_rec")] = Member(Member(parsed, "body"), "white_list_rec");
+      result["dldb_rec"] = Member(Member(parsed, "body"), "white_list_rec");
       done = 1;
     }
   }
@@ -151,8 +151,8 @@ int MQTTAdapter::SetWLCheckStatus(const Json::Value& body) {
     return 0;
   }
   Json::Value request;
-  request[Key("type")] = "set_wl_check_status";
-  request[Key("body")][Key("filter_enable")] = enable.asInt();
+  request["type"] = "set_wl_check_status";
+  request["body"]["filter_enable"] = enable.asInt();
   std::string text;
   std::string reply;
   Json::Value parsed;
@@ -165,7 +165,7 @@ int MQTTAdapter::SetWLCheckStatus(const Json::Value& body) {
 
 int MQTTAdapter::SendWLCheckStatus() {
   Json::Value request;
-  request[Key("type")] = "get_wl_check_status";
+  request["type"] = "get_wl_check_status";
   std::string text;
   std::string reply;
   Json::Value status;

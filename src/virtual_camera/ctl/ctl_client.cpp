@@ -12,7 +12,7 @@
 #include "json_text.h"
 #include "platform/nats_handle.h"
 #include "virtual_camera/control.h"
-#include "virtual_camera/ivs_record.h"
+#include "virtual_camera/world/ivs_record.h"
 
 namespace virtual_camera {
 

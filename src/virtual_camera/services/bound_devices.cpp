@@ -1,6 +1,6 @@
 // Queue "user_get_mate_info": the devices that are bound to this camera.
 // {"body":{"devices":[{"sn","name","type","ip","online"},...]}}
-#include "virtual_camera/device.h"
+#include "virtual_camera/device/device.h"
 #include "virtual_camera/services/services.h"
 
 namespace virtual_camera {

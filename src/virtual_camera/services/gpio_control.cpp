@@ -1,7 +1,7 @@
 // Queue "EVS_GPIO_CONTROL": sets an output. The request is 12 bytes: output, value and
 // delay, 32 bits each; value 0 or 1 holds, 2 pulses for "delay" milliseconds.
-#include "virtual_camera/device.h"
-#include "virtual_camera/request_error.h"
+#include "virtual_camera/device/device.h"
+#include "virtual_camera/device/request_error.h"
 #include "virtual_camera/services/services.h"
 
 namespace virtual_camera {

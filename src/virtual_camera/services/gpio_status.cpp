@@ -1,7 +1,7 @@
 // Queue "EVS_BUS_REQUEST": external devices.
 //
 // evs_get_gpioout  body.source: an output; {"body":{"gpio_out_status":0|1,"source":n}}
-#include "virtual_camera/device.h"
+#include "virtual_camera/device/device.h"
 #include "virtual_camera/services/services.h"
 
 namespace virtual_camera {

@@ -2,8 +2,8 @@
 //
 // set_cloud_ctrl  body.dir: 2 left, 4 right, 8 stop; 16 up, 32 down, 64 stop; body.degree:
 //                 the speed in steps of 10 degrees per second. {"body":{"pan":p,"tilt":t}}
-#include "virtual_camera/device.h"
-#include "virtual_camera/request_error.h"
+#include "virtual_camera/device/device.h"
+#include "virtual_camera/device/request_error.h"
 #include "virtual_camera/services/services.h"
 
 namespace virtual_camera {

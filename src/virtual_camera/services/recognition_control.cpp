@@ -2,7 +2,7 @@
 //
 // AVS_TRIGGER          a car passes now; {"body":{"plate_id":n}}
 // AV_SRV_GET_SNAPSHOT  {"body":{"img_path":path}} of a picture of this moment
-#include "virtual_camera/device.h"
+#include "virtual_camera/device/device.h"
 #include "virtual_camera/services/services.h"
 
 namespace virtual_camera {

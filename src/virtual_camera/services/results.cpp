@@ -9,9 +9,9 @@
 #include <algorithm>
 
 #include "platform/log.h"
-#include "virtual_camera/device.h"
-#include "virtual_camera/ivs_record.h"
+#include "virtual_camera/device/device.h"
 #include "virtual_camera/services/services.h"
+#include "virtual_camera/world/ivs_record.h"
 
 namespace virtual_camera {
 

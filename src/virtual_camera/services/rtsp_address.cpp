@@ -1,6 +1,6 @@
 // Queue "user_get_rtsp_info": where a device's stream is.
 // body.sn: this camera's or a bound device's; {"body":{"sn":...,"rtsp_url":...}}
-#include "virtual_camera/device.h"
+#include "virtual_camera/device/device.h"
 #include "virtual_camera/services/services.h"
 
 namespace virtual_camera {

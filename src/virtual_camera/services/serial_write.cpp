@@ -1,7 +1,7 @@
 // Queue "EVS_RS485_WRITE": output on a serial channel. The request is the number 111 and
 // the channel, 32 bits each, then 1 to 1016 bytes for the wire. {"body":{"written":n}}
-#include "virtual_camera/device.h"
-#include "virtual_camera/request_error.h"
+#include "virtual_camera/device/device.h"
+#include "virtual_camera/device/request_error.h"
 #include "virtual_camera/services/services.h"
 
 namespace virtual_camera {

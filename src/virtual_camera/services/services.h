@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "virtual_camera/service.h"
+#include "virtual_camera/services/service.h"
 
 namespace virtual_camera {
 

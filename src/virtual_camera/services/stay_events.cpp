@@ -1,8 +1,8 @@
 // Queue "stay_event_enable": switches lane-control events.
 // body: [{"event":"person_stay"|"vehicle_stay","enable":0|1},...];
 // {"body":{"applied":n,"refused":m,"person_stay":0|1,"vehicle_stay":0|1}}
-#include "virtual_camera/device.h"
-#include "virtual_camera/request_error.h"
+#include "virtual_camera/device/device.h"
+#include "virtual_camera/device/request_error.h"
 #include "virtual_camera/services/services.h"
 
 namespace virtual_camera {

@@ -4,7 +4,7 @@
 //                {"body":{"datetime":the clock's time now}}. A day that the calendar does
 //                not have is refused.
 // reboot_dev     answers, then is away for a moment; {"body":{}}
-#include "virtual_camera/device.h"
+#include "virtual_camera/device/device.h"
 #include "virtual_camera/services/services.h"
 
 namespace virtual_camera {

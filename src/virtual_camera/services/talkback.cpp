@@ -1,7 +1,7 @@
 // Queue "user_request_talkback": opens a talk-back channel.
 // body.sn: this camera's or a bound device's; body.window_size: packets, 1 to 65536;
 // {"body":{"sn":...,"port":n,"window_size":n}}. Asking again changes the window.
-#include "virtual_camera/device.h"
+#include "virtual_camera/device/device.h"
 #include "virtual_camera/services/services.h"
 
 namespace virtual_camera {

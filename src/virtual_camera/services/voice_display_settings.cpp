@@ -2,8 +2,8 @@
 //
 // get_ad_voice_config  {"body":the whole record}
 // set_ad_voice_config  body: the whole record; {"body":{}}
-#include "virtual_camera/device.h"
-#include "virtual_camera/request_error.h"
+#include "virtual_camera/device/device.h"
+#include "virtual_camera/device/request_error.h"
 #include "virtual_camera/services/services.h"
 
 namespace virtual_camera {

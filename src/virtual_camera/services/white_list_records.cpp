@@ -8,8 +8,8 @@
 //                      output 0); 2 besides, an unlisted one closes it.
 //                      {"body":{"filter_enable":n}}
 // get_wl_check_status  {"body":{"filter_enable":n}}
-#include "virtual_camera/device.h"
-#include "virtual_camera/request_error.h"
+#include "virtual_camera/device/device.h"
+#include "virtual_camera/device/request_error.h"
 #include "virtual_camera/services/services.h"
 
 namespace virtual_camera {

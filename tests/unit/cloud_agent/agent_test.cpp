@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <sstream>
 #include <vector>
@@ -10,6 +12,7 @@
 #include "fake_bus.h"
 #include "fake_loop.h"
 #include "json_text.h"
+#include "support/temp_directory.h"
 
 namespace agent {
 namespace {
@@ -38,14 +41,19 @@ class FakeAdapter : public BaseAdapter {
   }
   bool SubscribeMessage(const std::string& name) override {
     calls_->push_back("Subscribe " + name);
-    return name != "get_sn";
+    return name != refused_name;
   }
-  void UnsubscribeMessage(const std::string&) override {}
+  void UnsubscribeMessage(const std::string& name) override {
+    calls_->push_back("Unsubscribe " + name);
+  }
   bool RequestMessage(const std::string& name, const Json::Value& payload, const std::string&,
                       Json::Value&) override {
     std::string text;
     Json::Json2String(payload, text);
     calls_->push_back("Request " + name + " " + text);
+    if (throws) {
+      throw std::runtime_error("no reason");
+    }
     return true;
   }
   void OnMQTTDisconnected() override { calls_->push_back("Disconnected"); }
@@ -55,6 +63,8 @@ class FakeAdapter : public BaseAdapter {
   }
 
   int initialize_result = 0;
+  bool throws = false;
+  std::string refused_name;
   std::function<std::string(const std::string&, const std::string&)> image_function;
 
  private:
@@ -70,20 +80,18 @@ class FakeLink : public Link {
     listener = new_listener;
   }
   Publication Publish(const OutboundMessage& message) override {
-    if (result == PublishResult::kAccepted) {
-      sent.push_back(message.topic + " " + message.payload);
-      return {result, ++last_id};
+    if (result != PublishResult::kAccepted) {
+      return {result, 0};
     }
-    return {result, 0};
-  }
-  PublishResult Send(const OutboundMessage& message) override {
     sent.push_back(message.topic + (message.retain ? " retained " : " ") + message.payload);
-    return PublishResult::kAccepted;
+    return {result, ++last_id};
   }
+  void Drop(const std::string& reason) override { calls_->push_back("Drop link, " + reason); }
   std::uint64_t TurnedAwayRequests() const override { return 2; }
-  void Stop(const OutboundMessage& last) override {
+  bool Stop(const OutboundMessage& last) override {
     calls_->push_back("Stop link, " + last.topic + (last.retain ? " retained " : " ") +
                       last.payload);
+    return true;
   }
 
   LinkListener* listener = nullptr;
@@ -97,7 +105,7 @@ class FakeLink : public Link {
 
 class AgentTest : public ::testing::Test {
  protected:
-  AgentTest() { options_.base = "cameras/CAM1"; }
+  AgentTest() { options_.topics = {"cameras", "cameras/CAM1"}; }
 
   /// Starts the agent; calls_ holds what happened by then.
   void Start() {
@@ -111,9 +119,10 @@ class AgentTest : public ::testing::Test {
         delete adapter;
       });
     };
+    parts.now = Now();
     parts.link = &link_;
     parts.pictures = &pictures_;
-    parts.printer = &printer_;
+    parts.screen = &screen_;
     parts.bus = bus_;
     agent_ = std::make_unique<Agent>(options_, std::move(parts));
     ASSERT_TRUE(agent_->Start());
@@ -121,10 +130,15 @@ class AgentTest : public ::testing::Test {
 
   void StartAndConnect() {
     Start();
-    link_.listener->OnLinkUp();
+    link_.listener->OnLinkUp(1);
     calls_.clear();
     link_.sent.clear();
+    link_.last_id = 0;
     out_.str("");
+  }
+
+  std::function<Agent::TimePoint()> Now() {
+    return [this] { return Agent::TimePoint(loop_.now()); };
   }
 
   void AdapterPublishes(const std::string& name, unsigned long long tag,
@@ -156,13 +170,38 @@ class AgentTest : public ::testing::Test {
     return all;
   }
 
+  PictureStore::Options PictureOptions() const {
+    PictureStore::Options options;
+    options.directory = (directory_.path() / "pictures").string();
+    options.url = "http://camera";
+    return options;
+  }
+
+  /// Has the adapter ask for a copy of a picture, as it does before it publishes.
+  std::string AdapterStoresPicture() {
+    std::string error;
+    pictures_.Open(&error);
+    const std::string source = (directory_.path() / "source.jpg").string();
+    std::ofstream(source) << "light";
+    return adapter_->image_function(source, "a.jpg");
+  }
+
+  std::size_t PicturesKept() const {
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(directory_.path() / "pictures")) {
+      count += entry.path().extension() == ".jpg" ? 1U : 0U;
+    }
+    return count;
+  }
+
   Calls calls_;
   FakeLoop loop_;
   FakeLink link_{&calls_};
   FakeAdapter* adapter_ = new FakeAdapter(&calls_);
-  PictureStore pictures_{PictureStore::Options{}};
+  TempDirectory directory_;
+  PictureStore pictures_{PictureOptions()};
   std::ostringstream out_;
-  LinePrinter printer_{out_};
+  Screen screen_{&out_};
   boost::shared_ptr<FakeBus> bus_{new FakeBus};
   Agent::Options options_;
   std::unique_ptr<Agent> agent_;
@@ -170,8 +209,7 @@ class AgentTest : public ::testing::Test {
 
 TEST_F(AgentTest, TakesTheAdapterThroughItsLifeInOrder) {
   Start();
-  EXPECT_THAT(calls_, ElementsAre("create", "Initialize", "GetMessageNames", "Subscribe get_sn",
-                                  "Subscribe ivs_result", "Start link"));
+  EXPECT_THAT(calls_, ElementsAre("create", "Initialize", "GetMessageNames", "Start link"));
   calls_.clear();
   agent_->Shutdown();
   EXPECT_THAT(calls_, ElementsAre(R"(Stop link, cameras/CAM1/status retained {"online":false})",
@@ -190,6 +228,7 @@ TEST_F(AgentTest, DoesNotStartWithoutAnAdapter) {
   parts.post = loop_.Post();
   parts.post_after = loop_.PostAfter();
   parts.create_adapter = [] { return AdapterPtr(); };
+  parts.now = Now();
   parts.link = &link_;
   EXPECT_FALSE(Agent(options_, std::move(parts)).Start());
   EXPECT_THAT(calls_, ElementsAre());
@@ -198,8 +237,8 @@ TEST_F(AgentTest, DoesNotStartWithoutAnAdapter) {
 TEST_F(AgentTest, TellsTheAdapterAndTheCloudThatTheLinkStands) {
   Start();
   calls_.clear();
-  link_.listener->OnLinkUp();
-  EXPECT_THAT(calls_, ElementsAre("Connected"));
+  link_.listener->OnLinkUp(1);
+  EXPECT_THAT(calls_, ElementsAre("Connected", "Subscribe get_sn", "Subscribe ivs_result"));
   ASSERT_EQ(link_.sent.size(), 1U);
   EXPECT_THAT(link_.sent[0], HasSubstr("cameras/CAM1/status retained {"));
   EXPECT_THAT(link_.sent[0], HasSubstr(R"("online":true)"));
@@ -209,9 +248,36 @@ TEST_F(AgentTest, TellsTheAdapterAndTheCloudThatTheLinkStands) {
 TEST_F(AgentTest, AssertsThatItIsOnlineAfterEveryConnection) {
   StartAndConnect();
   link_.listener->OnLinkDown("why");
-  link_.listener->OnLinkUp();
+  link_.listener->OnLinkUp(1);
   EXPECT_THAT(link_.sent, Contains(HasSubstr(R"("connections":2)")));
-  EXPECT_THAT(calls_, ElementsAre("Disconnected", "Connected"));
+}
+
+TEST_F(AgentTest, ListensToTheDeviceOnlyWhileTheLinkStands) {
+  StartAndConnect();
+  link_.listener->OnLinkDown("why");
+  EXPECT_THAT(calls_, ElementsAre("Unsubscribe get_sn", "Unsubscribe ivs_result", "Disconnected"));
+  calls_.clear();
+  link_.listener->OnLinkUp(1);
+  EXPECT_THAT(calls_, ElementsAre("Connected", "Subscribe get_sn", "Subscribe ivs_result"));
+}
+
+TEST_F(AgentTest, SubscribesAgainToWhatTheDeviceRefused) {
+  options_.ack_timeout_s = 3600;
+  adapter_->refused_name = "ivs_result";
+  StartAndConnect();
+  loop_.Advance(std::chrono::seconds(5));
+  EXPECT_THAT(calls_, ElementsAre("Subscribe ivs_result"));
+  adapter_->refused_name.clear();
+  loop_.Advance(std::chrono::seconds(5));
+  calls_.clear();
+  loop_.Advance(std::chrono::seconds(60));
+  EXPECT_THAT(calls_, ElementsAre());
+}
+
+TEST_F(AgentTest, CountsConnectionsOnWhichNoRequestCanArrive) {
+  Start();
+  link_.listener->OnLinkUp(0x87);
+  EXPECT_EQ(agent_->Counters().subscriptions_refused, 1U);
 }
 
 TEST_F(AgentTest, PublishesWhatTheAdapterPushes) {
@@ -238,6 +304,50 @@ TEST_F(AgentTest, TakesNoMatchingSubscribersForAnAcknowledgement) {
   EXPECT_THAT(calls_, ElementsAre("Published 25"));
 }
 
+TEST_F(AgentTest, LeavesAResultThatNobodyHeardInTheStoreAndHoldsTheNextBack) {
+  StartAndConnect();
+  BusDelivers("BUS_SRV_IVS_RESULT");
+  AdapterPublishes("ivs_result", 11);
+  link_.listener->OnAcknowledged(1, 0x10);
+  BusDelivers("BUS_SRV_IVS_RESULT");
+  loop_.Run();
+  EXPECT_THAT(calls_, ElementsAre("Deliver BUS_SRV_IVS_RESULT"));
+  EXPECT_EQ(Printed(), "ivs_result tag 11 \"p\": heard by nobody\n");
+  EXPECT_EQ(agent_->Counters().delivery.results_unheard, 1U);
+}
+
+TEST_F(AgentTest, OffersAStoredResultUntilSomebodyListens) {
+  bus_->reply = R"({"body":{"offline_count":4,"oldest_age_s":90}})";
+  StartAndConnect();
+  AdapterPublishes("ivs_result", 11);
+  link_.listener->OnAcknowledged(1, 0x10);
+  loop_.Advance(std::chrono::seconds(10));
+  EXPECT_THAT(calls_, ElementsAre(HasSubstr(R"("enable":"push","max_count":1,)")));
+}
+
+TEST_F(AgentTest, RemovesThePicturesOfWhatTheCloudDoesNotHave) {
+  StartAndConnect();
+  EXPECT_NE(AdapterStoresPicture(), "");
+  AdapterPublishes("ivs_result", 11);
+  link_.listener->OnAcknowledged(1, 0x10);
+  EXPECT_EQ(PicturesKept(), 0U);
+  AdapterStoresPicture();
+  AdapterPublishes("snapshot", 15);
+  link_.listener->OnAcknowledged(2, 0x87);
+  EXPECT_EQ(PicturesKept(), 0U);
+}
+
+TEST_F(AgentTest, KeepsThePicturesOfWhatTheCloudHasOrMayHave) {
+  StartAndConnect();
+  AdapterStoresPicture();
+  AdapterPublishes("ivs_result", 11);
+  link_.listener->OnAcknowledged(1, 0);
+  AdapterStoresPicture();
+  AdapterPublishes("ivs_result", 11);
+  link_.listener->OnLinkDown("why");
+  EXPECT_EQ(PicturesKept(), 2U);
+}
+
 TEST_F(AgentTest, DoesNotConfirmWhatTheBrokerRefuses) {
   StartAndConnect();
   AdapterPublishes("get_sn", 25);
@@ -253,7 +363,7 @@ TEST_F(AgentTest, CountsWhatIsPublishedWithoutALinkAndKeepsNothing) {
   AdapterPublishes("get_sn", 25);
   EXPECT_EQ(Printed(), "get_sn tag 25 \"p\": not sent: link down\n");
   EXPECT_EQ(agent_->Counters().dropped_link_down, 1U);
-  link_.listener->OnLinkUp();
+  link_.listener->OnLinkUp(1);
   EXPECT_THAT(link_.sent, Not(Contains(HasSubstr("message/get_sn"))));
 }
 
@@ -261,25 +371,29 @@ TEST_F(AgentTest, NeverConfirmsWhatWasUnderWayWhenTheLinkBroke) {
   StartAndConnect();
   AdapterPublishes("get_sn", 25);
   link_.listener->OnLinkDown("why");
-  link_.listener->OnLinkUp();
+  link_.listener->OnLinkUp(1);
   link_.listener->OnAcknowledged(1, 0);
-  EXPECT_THAT(calls_, ElementsAre("Disconnected", "Connected"));
+  EXPECT_THAT(calls_, Not(Contains("Published 25")));
   EXPECT_EQ(Printed(),
             "get_sn tag 25 \"p\": not acknowledged: link lost\n"
             "broker lost: why\n"
             "broker connected\n");
-  EXPECT_EQ(agent_->Counters().ignored_acks, 1U);
+  EXPECT_EQ(agent_->Counters().delivery.ignored_acks, 1U);
 }
 
 TEST_F(AgentTest, CountsWhatTheLinkHasNoRoomForOrCannotPublish) {
   StartAndConnect();
-  link_.result = PublishResult::kBacklogFull;
+  for (int i = 0; i < 256; ++i) {
+    AdapterPublishes("get_sn", 25);
+  }
+  EXPECT_EQ(agent_->Counters().dropped_backlog_full, 0U);
   AdapterPublishes("get_sn", 25);
+  link_.listener->OnAcknowledged(1, 0);
   link_.result = PublishResult::kRefused;
   AdapterPublishes("get_sn", 25);
   EXPECT_EQ(agent_->Counters().dropped_backlog_full, 1U);
   EXPECT_EQ(agent_->Counters().dropped_not_publishable, 1U);
-  EXPECT_EQ(agent_->Counters().published, 0U);
+  EXPECT_EQ(agent_->Counters().published, 256U);
 }
 
 TEST_F(AgentTest, HandsOverOneResultAtATime) {
@@ -299,13 +413,13 @@ TEST_F(AgentTest, HandsOverOneResultAtATime) {
 
 TEST_F(AgentTest, GoesOnWithTheNextResultWhenOneCouldNotBeSent) {
   StartAndConnect();
-  link_.result = PublishResult::kBacklogFull;
+  link_.result = PublishResult::kRefused;
   BusDelivers("BUS_SRV_IVS_RESULT");
   BusDelivers("BUS_SRV_IVS_RESULT");
   AdapterPublishes("ivs_result", 11);
   loop_.Run();
   EXPECT_THAT(calls_, ElementsAre("Deliver BUS_SRV_IVS_RESULT", "Deliver BUS_SRV_IVS_RESULT"));
-  EXPECT_EQ(agent_->Counters().results_without_publication, 1U);  // the second, so far
+  EXPECT_EQ(agent_->Counters().delivery.results_without_publication, 1U);  // the second, so far
 }
 
 TEST_F(AgentTest, DropsASecondRedeliveredRecordUnderWay) {
@@ -313,7 +427,7 @@ TEST_F(AgentTest, DropsASecondRedeliveredRecordUnderWay) {
   AdapterPublishes("ivs_result", 16);
   AdapterPublishes("ivs_result", 16);
   EXPECT_EQ(link_.sent.size(), 1U);
-  EXPECT_EQ(agent_->Counters().dropped_offline_busy, 1U);
+  EXPECT_EQ(agent_->Counters().delivery.dropped_offline_busy, 1U);
 }
 
 TEST_F(AgentTest, WithholdsAConfirmationAfterTheCloudStoppedTheRedelivery) {
@@ -322,7 +436,7 @@ TEST_F(AgentTest, WithholdsAConfirmationAfterTheCloudStoppedTheRedelivery) {
   CloudSends("check_offline_record", R"({"version":"1.0","payload":{"body":{"enable":"stop"}}})");
   link_.listener->OnAcknowledged(1, 0);
   EXPECT_THAT(calls_, Not(Contains("Published 16")));
-  EXPECT_EQ(agent_->Counters().withheld_acks, 1U);
+  EXPECT_EQ(agent_->Counters().delivery.withheld_acks, 1U);
 }
 
 TEST_F(AgentTest, AnswersARequest) {
@@ -331,6 +445,24 @@ TEST_F(AgentTest, AnswersARequest) {
   EXPECT_THAT(calls_, ElementsAre(R"(Request get_sn {"type":"get_sn"})"));
   EXPECT_THAT(link_.sent, ElementsAre(R"(cameras/CAM1/response/get_sn )"
                                       R"({"id":"r1","response":null,"result":true})"));
+}
+
+TEST_F(AgentTest, AnswersARequestThatTheAdapterThrowsAt) {
+  StartAndConnect();
+  adapter_->throws = true;
+  CloudSends("get_sn", R"({"id":"x","version":"1.0","payload":{}})");
+  EXPECT_THAT(link_.sent, ElementsAre(R"(cameras/CAM1/response/get_sn )"
+                                      R"({"error":"the request failed","id":"x","result":false})"));
+}
+
+TEST_F(AgentTest, LeavesABrokerThatOwesAnAcknowledgementForTooLong) {
+  options_.ack_timeout_s = 15;
+  StartAndConnect();
+  AdapterPublishes("get_sn", 25);
+  loop_.Advance(std::chrono::seconds(15));
+  EXPECT_THAT(calls_, ElementsAre());
+  loop_.Advance(std::chrono::seconds(1));
+  EXPECT_THAT(calls_, ElementsAre("Drop link, no acknowledgement of a message in 15 s"));
 }
 
 TEST_F(AgentTest, KnowsTheRequestsOfItsAdapterOnly) {
@@ -359,6 +491,7 @@ TEST_F(AgentTest, LendsTheAdapterAnImageFunctionThatSurvivesNonsense) {
 }
 
 TEST_F(AgentTest, AsksForRedeliveryByItselfOnlyWhenToldTo) {
+  options_.ack_timeout_s = 3600;
   bus_->reply = R"({"body":{"offline_count":4,"oldest_age_s":90}})";
   StartAndConnect();
   loop_.Advance(std::chrono::seconds(60));

@@ -50,6 +50,8 @@ class FakeLoop {
     now_ = end;
   }
 
+  std::chrono::milliseconds now() const { return now_; }
+
  private:
   std::chrono::milliseconds now_{0};
   std::deque<std::function<void()>> tasks_;

@@ -126,11 +126,16 @@ TEST_F(Options, RefuseWhatCannotBe) {
   EXPECT_THAT(RefusalOf({"--nonsense"}), HasSubstr("--nonsense"));
 }
 
-TEST_F(Options, SwitchDutiesOffOneByOne) {
-  EXPECT_EQ(Parse({"--no-duty", "one-at-a-time", "--no-duty", "one-offline"}), std::nullopt);
-  EXPECT_FALSE(options_.agent.guard.duties.one_at_a_time);
-  EXPECT_TRUE(options_.agent.guard.duties.ignore_stale_acks);
-  EXPECT_FALSE(options_.agent.guard.duties.one_offline);
+TEST_F(Options, LetNobodySwitchADutyOff) {
+  EXPECT_THAT(RefusalOf({"--no-duty", "one-at-a-time"}), HasSubstr("--no-duty"));
+}
+
+TEST_F(Options, SayWhatBecomesOfUnheardResults) {
+  EXPECT_EQ(Parse({}), std::nullopt);
+  EXPECT_FALSE(options_.agent.guard.confirm_unheard);
+  EXPECT_EQ(Parse({"--unheard", "confirm"}), std::nullopt);
+  EXPECT_TRUE(options_.agent.guard.confirm_unheard);
+  EXPECT_THAT(RefusalOf({"--unheard", "lose"}), HasSubstr("--unheard"));
 }
 
 TEST_F(Options, AreExplainedOnRequest) {
@@ -144,7 +149,8 @@ TEST_F(Options, AreExplainedOnRequest) {
 TEST_F(Options, AreCompletedByTheSerialNumber) {
   Parse({"--root", "eu"});
   CompleteOptions("CAM1", 10.0, &options_);
-  EXPECT_EQ(options_.agent.base, "eu/CAM1");
+  EXPECT_EQ(options_.agent.topics.root, "eu");
+  EXPECT_EQ(options_.agent.topics.base, "eu/CAM1");
   EXPECT_EQ(options_.link.broker.client_id, "CAM1");
   EXPECT_EQ(options_.link.broker.will_topic, "eu/CAM1/status");
   EXPECT_EQ(options_.link.broker.will_payload, R"({"online":false})");

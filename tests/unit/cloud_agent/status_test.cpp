@@ -36,19 +36,23 @@ TEST(Status, HasEveryCounter) {
   for (std::uint64_t* counter :
        {&counters.connections, &counters.published, &counters.acknowledged,
         &counters.refused_by_broker, &counters.dropped_link_down, &counters.dropped_backlog_full,
-        &counters.dropped_not_publishable, &counters.dropped_offline_busy,
-        &counters.results_waiting, &counters.results_overflowed,
-        &counters.results_without_publication, &counters.ignored_acks, &counters.withheld_acks,
-        &counters.requests, &counters.request_errors}) {
+        &counters.dropped_not_publishable, &counters.pictures_failed,
+        &counters.subscriptions_refused, &counters.delivery.dropped_offline_busy,
+        &counters.results_waiting, &counters.delivery.results_overflowed,
+        &counters.delivery.results_held_back, &counters.delivery.results_unheard,
+        &counters.delivery.results_without_publication, &counters.delivery.ignored_acks,
+        &counters.delivery.withheld_acks, &counters.requests, &counters.request_errors}) {
     *counter = ++number;
   }
   EXPECT_EQ(Parsed(OnlineStatus({}, {}, counters, std::nullopt))["counters"],
             Parsed(R"({"connections":1,"published":2,"acknowledged":3,"refused_by_broker":4,
                        "dropped_link_down":5,"dropped_backlog_full":6,
-                       "dropped_not_publishable":7,"dropped_offline_busy":8,
-                       "results_waiting":9,"results_overflowed":10,
-                       "results_without_publication":11,"ignored_acks":12,"withheld_acks":13,
-                       "requests":14,"request_errors":15})"));
+                       "dropped_not_publishable":7,"pictures_failed":8,
+                       "subscriptions_refused":9,"dropped_offline_busy":10,
+                       "results_waiting":11,"results_overflowed":12,"results_held_back":13,
+                       "results_unheard":14,"results_without_publication":15,
+                       "ignored_acks":16,"withheld_acks":17,
+                       "requests":18,"request_errors":19})"));
 }
 
 TEST(Status, TellsWhatIsUndelivered) {

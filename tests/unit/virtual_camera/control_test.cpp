@@ -2,7 +2,7 @@
 #include "virtual_camera/control.h"
 
 #include "desk_camera.h"
-#include "virtual_camera/request_error.h"
+#include "virtual_camera/device/request_error.h"
 
 namespace virtual_camera {
 namespace {

@@ -17,7 +17,7 @@
 #include <json/value.h>
 
 #include "json_text.h"
-#include "virtual_camera/device.h"
+#include "virtual_camera/device/device.h"
 #include "virtual_camera/services/services.h"
 
 namespace virtual_camera {

@@ -1,0 +1,278 @@
+#include "cloud_agent/mqtt/mqtt_link.h"
+
+#include <mosquitto.h>
+
+#include <chrono>
+#include <random>
+#include <utility>
+
+#include "platform/log.h"
+
+namespace agent {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr int kLoop_ms = 1000;
+constexpr int kGoodbyeLoop_ms = 50;
+// The back-off starts again after a connection that stood for as long as this.
+constexpr seconds kStable{5};
+constexpr seconds kGoodbye{1};
+constexpr seconds kStopPatience{3};
+
+// Responses to requests that were turned away; the broker that acknowledges none gets no more.
+constexpr std::size_t kMaxRefusals = 4096;
+
+// Message ids have 16 bits.
+constexpr unsigned kMessageIdBits = 16;
+
+std::uint32_t RandomBelow(std::uint32_t limit) {
+  static std::mt19937 generator(std::random_device{}());
+  return std::uniform_int_distribution<std::uint32_t>(0, limit - 1)(generator);
+}
+
+std::uint64_t PublicationId(std::uint64_t connection_number, int message_id) {
+  return connection_number << kMessageIdBits | static_cast<std::uint64_t>(message_id);
+}
+
+}  // namespace
+
+MqttLink::MqttLink(Options options, std::function<void(std::function<void()>)> post,
+                   std::function<std::vector<OutboundMessage>(const InboundRequest&)> turn_away)
+    : options_(std::move(options)),
+      post_(std::move(post)),
+      turn_away_(std::move(turn_away)),
+      backoff_(options_.backoff_min_ms, options_.backoff_max_ms, RandomBelow) {}
+
+MqttLink::~MqttLink() {
+  if (thread_.joinable() && !MqttLink::Stop({})) {
+    thread_.join();
+  }
+}
+
+void MqttLink::Start(LinkListener* listener) {
+  listener_ = listener;
+  thread_ = std::thread([this] { Run(); });
+}
+
+Publication MqttLink::Publish(const OutboundMessage& message) {
+  if (connection_ == nullptr) {
+    return {};
+  }
+  int message_id = 0;
+  const int error = connection_->Publish(message, &message_id);
+  if (error == MOSQ_ERR_NO_CONN || error == MOSQ_ERR_CONN_LOST) {
+    return {};
+  }
+  if (error != MOSQ_ERR_SUCCESS) {
+    SYS_LOG(kLogError, "%s cannot be published: %s", message.topic.substr(0, 200).c_str(),
+            mosquitto_strerror(error));
+    return {PublishResult::kRefused, 0};
+  }
+  return {PublishResult::kAccepted, PublicationId(connection_number_, message_id)};
+}
+
+void MqttLink::Drop(const std::string& reason) {
+  if (connection_ == nullptr) {
+    return;
+  }
+  const std::lock_guard<std::mutex> lock(mutex_);
+  drop_reason_ = reason;
+}
+
+std::uint64_t MqttLink::TurnedAwayRequests() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return turned_away_;
+}
+
+bool MqttLink::Stop(const OutboundMessage& last) {
+  is_stopped_ = true;
+  if (!thread_.joinable()) {
+    return true;
+  }
+  {
+    std::unique_lock<std::mutex> lock(mutex_);
+    is_stopping_ = true;
+    int message_id = 0;
+    // Wakes the network thread as well.
+    if (connection_ != nullptr && !last.topic.empty() &&
+        connection_->Publish(last, &message_id) == MOSQ_ERR_SUCCESS) {
+      goodbye_id_ = message_id;
+    }
+    changed_.notify_all();
+    if (!changed_.wait_for(lock, kStopPatience, [this] { return is_finished_; })) {
+      return false;
+    }
+  }
+  thread_.join();
+  connection_.reset();
+  return true;
+}
+
+void MqttLink::Run() {
+  while (!IsStopping()) {
+    RunConnection();
+  }
+  const std::lock_guard<std::mutex> lock(mutex_);
+  is_finished_ = true;
+  changed_.notify_all();
+}
+
+void MqttLink::RunConnection() {
+  const std::uint64_t number = ++last_connection_number_;
+  std::shared_ptr<MqttConnection> connection;
+  std::string reason;
+  Clock::time_point ready_at;
+  was_ready_ = false;
+  refusals_.clear();
+  try {
+    MqttConnection::Handlers handlers;
+    handlers.on_ready = [&](int subscription_code) {
+      ready_at = Clock::now();
+      OnReady(connection, subscription_code);
+    };
+    handlers.on_puback = [this, number](int message_id, int reason_code) {
+      OnPuback(number, message_id, reason_code);
+    };
+    handlers.on_request = [&](InboundRequest request) {
+      OnRequest(connection.get(), std::move(request));
+    };
+    connection = std::make_shared<MqttConnection>(options_.broker, std::move(handlers));
+    reason = Drive(connection.get());
+  } catch (const std::exception& failure) {
+    reason = failure.what();
+  }
+  if (IsStopping()) {
+    return;
+  }
+  if (was_ready_) {
+    PostToListener([this, reason] {
+      connection_.reset();
+      listener_->OnLinkDown(reason);
+    });
+  }
+  const bool was_taken_over = connection != nullptr && connection->WasTakenOver();
+  if (was_ready_ && !was_taken_over && Clock::now() - ready_at >= kStable) {
+    backoff_.Reset();
+  }
+  const int delay_ms = backoff_.NextDelay_ms();
+  SYS_LOG(kLogWarning, "%s %s:%d: %s; next attempt in %d ms",
+          was_ready_ ? "lost" : "no connection to", options_.broker.host.c_str(),
+          options_.broker.port, reason.c_str(), delay_ms);
+  std::unique_lock<std::mutex> lock(mutex_);
+  changed_.wait_for(lock, milliseconds(delay_ms), [this] { return is_stopping_; });
+}
+
+std::string MqttLink::Drive(MqttConnection* connection) {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    drop_reason_.clear();
+  }
+  const std::string error = connection->Open();
+  if (!error.empty()) {
+    return error;
+  }
+  while (connection->Loop(kLoop_ms)) {
+    std::string drop_reason;
+    bool is_stopping = false;
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      drop_reason = drop_reason_;
+      is_stopping = is_stopping_;
+    }
+    if (is_stopping) {
+      SayGoodbye(connection);
+      return "stopped";
+    }
+    if (!drop_reason.empty()) {
+      return drop_reason;
+    }
+  }
+  return connection->LastError();
+}
+
+void MqttLink::SayGoodbye(MqttConnection* connection) {
+  const Clock::time_point deadline = Clock::now() + kGoodbye;
+  const auto is_unacknowledged = [this] {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return goodbye_id_.has_value();
+  };
+  while (is_unacknowledged() && Clock::now() < deadline && connection->Loop(kGoodbyeLoop_ms)) {
+  }
+  connection->Disconnect();
+  while (Clock::now() < deadline && connection->Loop(kGoodbyeLoop_ms)) {
+  }
+}
+
+void MqttLink::OnReady(const std::shared_ptr<MqttConnection>& connection, int subscription_code) {
+  was_ready_ = true;
+  SYS_LOG(kLogInfo, "connected to %s:%d as %s", options_.broker.host.c_str(), options_.broker.port,
+          options_.broker.client_id.c_str());
+  PostToListener([this, connection, number = last_connection_number_, subscription_code] {
+    connection_ = connection;
+    connection_number_ = number;
+    listener_->OnLinkUp(subscription_code);
+  });
+}
+
+void MqttLink::OnPuback(std::uint64_t connection_number, int message_id, int reason_code) {
+  if (refusals_.erase(message_id) != 0) {
+    return;
+  }
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (goodbye_id_ == message_id) {
+      goodbye_id_.reset();
+    }
+  }
+  PostToListener([this, publication = PublicationId(connection_number, message_id), reason_code] {
+    listener_->OnAcknowledged(publication, reason_code);
+  });
+}
+
+void MqttLink::OnRequest(MqttConnection* connection, InboundRequest request) {
+  bool is_too_much = false;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    is_too_much = requests_waiting_ >= options_.max_requests_waiting;
+    ++(is_too_much ? turned_away_ : requests_waiting_);
+  }
+  if (is_too_much) {
+    for (const OutboundMessage& message : turn_away_(request)) {
+      int message_id = 0;
+      if (refusals_.size() < kMaxRefusals &&
+          connection->Publish(message, &message_id) == MOSQ_ERR_SUCCESS) {
+        refusals_.insert(message_id);
+      }
+    }
+    return;
+  }
+  PostToListener([this, request = std::move(request)] {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      --requests_waiting_;
+    }
+    listener_->OnRequest(request);
+  });
+}
+
+bool MqttLink::IsStopping() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return is_stopping_;
+}
+
+// Nothing is posted any more once Stop() has begun: the event service may go.
+void MqttLink::PostToListener(std::function<void()> task) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (!is_stopping_) {
+    post_([this, task = std::move(task)] {
+      if (!is_stopped_) {
+        task();
+      }
+    });
+  }
+}
+
+}  // namespace agent

@@ -1,0 +1,90 @@
+// The MQTT link: keeps a connection to the broker up from a thread of its own.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "cloud_agent/mqtt/backoff.h"
+#include "cloud_agent/mqtt/link.h"
+#include "cloud_agent/mqtt/mqtt_connection.h"
+
+namespace agent {
+
+/// The event thread learns of a connection by a posted task and publishes on it until
+/// another task tells of its end, so neither thread waits for the other. What both touch
+/// stands below the mutex.
+class MqttLink : public Link {
+ public:
+  struct Options {
+    BrokerOptions broker;
+    int backoff_min_ms = 500;
+    int backoff_max_ms = 30000;
+    std::size_t max_requests_waiting = 64;  ///< for the event thread
+  };
+
+  /// @param post runs a task on the event thread; callable from any thread. Tasks that
+  ///             were posted must not run after the link is destroyed.
+  /// @param turn_away makes the responses to a request that finds too many waiting;
+  ///                  called on the network thread.
+  MqttLink(Options options, std::function<void(std::function<void()>)> post,
+           std::function<std::vector<OutboundMessage>(const InboundRequest&)> turn_away);
+
+  /// Stops the link where that was not done, and waits for the network thread.
+  ~MqttLink() override;
+
+  void Start(LinkListener* listener) override;
+  Publication Publish(const OutboundMessage& message) override;
+  void Drop(const std::string& reason) override;
+  std::uint64_t TurnedAwayRequests() const override;
+  bool Stop(const OutboundMessage& last) override;
+
+ private:
+  // The network thread.
+  void Run();
+  void RunConnection();
+  std::string Drive(MqttConnection* connection);
+  void SayGoodbye(MqttConnection* connection);
+  void OnReady(const std::shared_ptr<MqttConnection>& connection, int subscription_code);
+  void OnPuback(std::uint64_t connection_number, int message_id, int reason_code);
+  void OnRequest(MqttConnection* connection, InboundRequest request);
+  bool IsStopping() const;
+
+  /// Runs a task on the event thread, unless the link is stopped by then.
+  void PostToListener(std::function<void()> task);
+
+  const Options options_;
+  const std::function<void(std::function<void()>)> post_;
+  const std::function<std::vector<OutboundMessage>(const InboundRequest&)> turn_away_;
+  std::thread thread_;
+
+  // Event thread only.
+  LinkListener* listener_ = nullptr;
+  std::shared_ptr<MqttConnection> connection_;  // while it stands, as far as the listener knows
+  std::uint64_t connection_number_ = 0;         // of connection_
+  bool is_stopped_ = false;
+
+  // Network thread only.
+  Backoff backoff_;
+  std::uint64_t last_connection_number_ = 0;
+  bool was_ready_ = false;
+  std::set<int> refusals_;  // message ids of responses that the listener knows nothing of
+
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  bool is_stopping_ = false;
+  bool is_finished_ = false;
+  std::optional<int> goodbye_id_;  // message id, until it is acknowledged
+  std::string drop_reason_;
+  std::size_t requests_waiting_ = 0;
+  std::uint64_t turned_away_ = 0;
+};
+
+}  // namespace agent

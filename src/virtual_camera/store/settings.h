@@ -1,0 +1,32 @@
+// Small values that the camera keeps over restarts, by name.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include <json/value.h>
+
+#include "virtual_camera/store/database.h"
+
+namespace virtual_camera {
+
+/// Every change is on the disk when its function returns; a failing disk throws
+/// std::runtime_error.
+class Settings {
+ public:
+  /// Creates its table where it is missing.
+  explicit Settings(Database& database);
+
+  std::optional<std::string> Text(const std::string& name);
+  void SetText(const std::string& name, const std::string& text);
+
+  /// @return `otherwise` when the value is not there or is not JSON.
+  Json::Value JsonValue(const std::string& name, const Json::Value& otherwise);
+  void SetJson(const std::string& name, const Json::Value& value);
+
+ private:
+  Statement select_;
+  Statement replace_;
+};
+
+}  // namespace virtual_camera

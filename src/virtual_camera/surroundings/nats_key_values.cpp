@@ -1,0 +1,180 @@
+#include "virtual_camera/surroundings/nats_key_values.h"
+
+#include <chrono>
+#include <utility>
+
+#include "platform/log.h"
+#include "platform/nats_handle.h"
+
+namespace virtual_camera {
+
+namespace {
+
+constexpr char kHost[] = "127.0.0.1";
+constexpr int kPort = 6102;
+constexpr int64_t kAnswer_ms = 1000;
+constexpr std::chrono::milliseconds kRetry{300};
+
+using KvEntry = tarvex::NatsHandle<kvEntry, kvEntry_Destroy>;
+
+// The bucket of a database, created where the server has none.
+tarvex::NatsStore Open(jsCtx* context, const std::string& database) {
+  const std::string bucket = tarvex::KvBucket(database);
+  kvStore* store = nullptr;
+  natsStatus status = js_KeyValue(&store, context, bucket.c_str());
+  if (status == NATS_NOT_FOUND) {
+    kvConfig config;
+    kvConfig_Init(&config);
+    config.Bucket = bucket.c_str();
+    config.History = 1;
+    status = js_CreateKeyValue(&store, context, &config);
+  }
+  return tarvex::NatsStore(status == NATS_OK ? store : nullptr);
+}
+
+std::string TextOf(kvEntry* entry) {
+  const void* value = kvEntry_Value(entry);
+  return value == nullptr ? std::string()
+                          : std::string(static_cast<const char*>(value),
+                                        static_cast<size_t>(kvEntry_ValueLen(entry)));
+}
+
+}  // namespace
+
+NatsKeyValues::NatsKeyValues(tarvex::AsioEventService& event_service)
+    : event_service_(event_service) {}
+
+NatsKeyValues::~NatsKeyValues() {
+  if (thread_.joinable()) {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      is_ending_ = true;
+    }
+    wake_.notify_all();
+    thread_.join();
+  }
+}
+
+void NatsKeyValues::Begin(const std::vector<KeyValue>& values,
+                          std::function<void(const std::string&, const std::string&)> on_adopted) {
+  values_ = values;
+  on_adopted_ = std::move(on_adopted);
+  link_ = tarvex::NatsLink::Connect(tarvex::SocketAddress(kHost, kPort), "virtual_camera",
+                                    [this](bool connected) {
+                                      const std::lock_guard<std::mutex> lock(mutex_);
+                                      is_due_ = is_due_ || connected;
+                                      wake_.notify_all();
+                                    });
+  if (!link_) {
+    SYS_LOG(kLogError, "there can be no key-value databases");
+    return;
+  }
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    is_due_ = true;
+  }
+  thread_ = std::thread([this] { Work(); });
+}
+
+void NatsKeyValues::Put(const std::string& key, const std::string& value,
+                        std::function<void(bool)> done) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  for (KeyValue& known : values_) {
+    if (known.key == key) {
+      known.value = value;
+      known.is_newer = true;
+    }
+  }
+  waiting_.push_back({key, value, std::move(done)});
+  is_due_ = true;
+  wake_.notify_all();
+  if (!thread_.joinable()) {
+    Answer(std::exchange(waiting_, {}), false);
+  }
+}
+
+void NatsKeyValues::Work() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  while (!is_ending_) {
+    if (!is_due_) {
+      wake_.wait(lock);
+      continue;
+    }
+    is_due_ = false;
+    const std::vector<KeyValue> values = values_;
+    std::vector<Waiting> waiting = std::exchange(waiting_, {});
+    lock.unlock();
+    const bool is_done = link_->IsConnected() && SyncAll(values);
+    Answer(std::move(waiting), is_done);
+    lock.lock();
+    if (!is_done && link_->IsConnected()) {
+      // The server is there but not ready yet: its databases come up after its port.
+      wake_.wait_for(lock, kRetry, [this] { return is_ending_; });
+      is_due_ = true;
+    }
+  }
+}
+
+bool NatsKeyValues::SyncAll(const std::vector<KeyValue>& values) {
+  bool is_done = true;
+  for (const KeyValue& value : values) {
+    is_done = is_done && SyncOne(link_->get(), value);
+  }
+  return is_done;
+}
+
+bool NatsKeyValues::SyncOne(natsConnection* connection, const KeyValue& wanted) {
+  jsOptions options;
+  jsOptions_Init(&options);
+  options.Wait = kAnswer_ms;
+  jsCtx* raw_context = nullptr;
+  if (natsConnection_JetStream(&raw_context, connection, &options) != NATS_OK) {
+    return false;
+  }
+  const tarvex::NatsJetStream context(raw_context);
+  const tarvex::NatsStore store = Open(context.get(), wanted.database);
+  if (!store) {
+    return false;
+  }
+  kvEntry* raw_entry = nullptr;
+  const natsStatus status = kvStore_Get(&raw_entry, store.get(), wanted.key.c_str());
+  const KvEntry entry(status == NATS_OK ? raw_entry : nullptr);
+  if (status == NATS_OK && (!wanted.is_newer || TextOf(entry.get()) == wanted.value)) {
+    Settle(wanted, TextOf(entry.get()));
+    return true;
+  }
+  if (status != NATS_OK && status != NATS_NOT_FOUND) {
+    return false;
+  }
+  if (kvStore_Put(nullptr, store.get(), wanted.key.c_str(), wanted.value.data(),
+                  static_cast<int>(wanted.value.size())) != NATS_OK) {
+    return false;
+  }
+  SYS_LOG(kLogInfo, "%s of %s is filled in", wanted.key.c_str(), wanted.database.c_str());
+  Settle(wanted, wanted.value);
+  return true;
+}
+
+void NatsKeyValues::Settle(const KeyValue& wanted, const std::string& in_database) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  for (KeyValue& known : values_) {
+    // One that has changed meanwhile is newer still, and due again.
+    if (known.key != wanted.key || known.value != wanted.value) {
+      continue;
+    }
+    known.is_newer = false;
+    if (in_database != known.value) {
+      known.value = in_database;
+      event_service_.PostTask(
+          [adopted = on_adopted_, key = known.key, value = known.value] { adopted(key, value); });
+    }
+  }
+}
+
+void NatsKeyValues::Answer(std::vector<Waiting> waiting, bool written) {
+  for (Waiting& one : waiting) {
+    event_service_.PostTask([done = std::move(one.done), written] { done(written); });
+  }
+}
+
+}  // namespace virtual_camera
