@@ -13,6 +13,7 @@
 #include <string>
 
 #include "platform/log_entry.h"
+#include "platform/log_writer.h"
 
 namespace {
 
@@ -26,18 +27,10 @@ struct LogSettings {
   }
 };
 
-/// One write per entry, so that the entries of different threads do not mix; more
-/// only where the system takes less at a time.
-void WriteToStandardError(const std::string& entry) {
-  std::size_t written = 0;
-  while (written < entry.size()) {
-    const ssize_t count = write(STDERR_FILENO, entry.data() + written, entry.size() - written);
-    if (count > 0) {
-      written += static_cast<std::size_t>(count);
-    } else if (errno != EINTR) {
-      return;  // nobody reads: the log never stands in the way
-    }
-  }
+/// Never destroyed: other static objects may log as they die.
+tarvex::LogWriter& StandardError() {
+  static auto& writer = *new tarvex::LogWriter(STDERR_FILENO);
+  return writer;
 }
 
 }  // namespace
@@ -68,8 +61,8 @@ void __sys_log(int priority, const char* source, const char* function, int line,
              source == nullptr ? "-" : source, function == nullptr ? "-" : function, line,
              text.c_str());
     } else {
-      WriteToStandardError(tarvex::LogEntry(std::chrono::system_clock::now(), priority, source,
-                                            function, line, text));
+      StandardError().Write(tarvex::LogEntry(std::chrono::system_clock::now(), priority, source,
+                                             function, line, text));
     }
   } catch (...) {
     // No memory for the entry: a log call never fails.
