@@ -96,7 +96,9 @@ int NatsDpClient::SendRequest(const std::string& type, int /*flags*/, const char
 }
 
 int NatsDpClient::ListenMessage(const std::string& topic, int /*flags*/) {
-  if (listenings_.count(topic) != 0) {
+  // One that is there without a subscription has lost it, see ConnectAfresh().
+  const auto found = listenings_.find(topic);
+  if (found != listenings_.end() && found->second.subscription) {
     return kListening;
   }
   if (!IsPlainSubject(BusSubject(topic))) {
@@ -108,7 +110,7 @@ int NatsDpClient::ListenMessage(const std::string& topic, int /*flags*/) {
   if (!subscription) {
     return kNotListening;
   }
-  listenings_.emplace(topic, Listening{std::move(bus_topic), std::move(subscription)});
+  listenings_.insert_or_assign(topic, Listening{std::move(bus_topic), std::move(subscription)});
   if (link_->IsConnected()) {
     // From here on the topic's messages arrive, whoever sends them. Without an answer
     // the connection is about to be lost; the next one begins with all topics.
@@ -147,7 +149,8 @@ NatsSubscription NatsDpClient::Subscribe(const std::shared_ptr<const BusTopic>& 
 
 /// The library keeps what it could not send, and sends it with the next connection. A
 /// request that has failed must not reach its service an outage later: no gate is to
-/// open then. So it goes down with its connection.
+/// open then. So it goes down with its connection. A topic that cannot be listened to on
+/// the new one is left without a subscription; ListenMessage() tries it again.
 void NatsDpClient::ConnectAfresh() {
   auto fresh = connect_();
   if (!fresh) {

@@ -44,9 +44,9 @@ class NatsLink {
 
   bool IsConnected() const;
 
-  /// Ends a subscription of this link and takes it over. While the link stands, none is
-  /// to be destroyed in another way: the library's reading thread may be about to hand
-  /// it one more message. One that outlives its link may be destroyed freely.
+  /// Ends a subscription of this link and takes it over; it may be null. While the link
+  /// stands, none is to be destroyed in another way: the library's reading thread may be
+  /// about to hand it one more message. One that outlives its link may be destroyed freely.
   void Retire(natsSubscription* subscription);
 
  private:

@@ -1,6 +1,7 @@
 // What a bus client does while its server is away, and when it comes back.
 #include <atomic>
 #include <future>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -8,6 +9,8 @@
 #include <gtest/gtest.h>
 
 #include "bus_fixture.h"
+#include "platform/nats_dp_client.h"
+#include "scoped_environment.h"
 
 namespace {
 
@@ -155,6 +158,47 @@ TEST_F(BusOutage, OfAFrozenServerEndsRequestsAfterTheirTimeout) {
   EXPECT_EQ(Request("queue", "text", 50), 0);
   server_.Thaw();
   EXPECT_TRUE(IsAnsweredEventually("queue"));
+}
+
+/// A client whose second connection finds a prefix that cannot begin a subject.
+class FailedResubscription : public BusOutage {
+ protected:
+  FailedResubscription() {
+    const auto connect = [this] {
+      auto link =
+          tarvex::NatsLink::Connect(tarvex::SocketAddress("127.0.0.1", server_.port()), "adapter");
+      if (++connections_ == 2) {
+        prefix_.emplace("TARVEX_SUBJECT_PREFIX", "not a prefix");
+      }
+      return link;
+    };
+    client_ = boost::make_shared<tarvex::NatsDpClient>(events_, connect, connect());
+    client_->SignalDpMessage.connect(&listener_, &Listener::OnDpMessage);
+    client_->ListenMessage("topic", 0);
+    device_.Serve("silent", [this](const std::string&) {
+      is_waiting_ = true;
+      return Device::kSilence;
+    });
+    auto result = std::async(std::launch::async, [this] { return Request("silent", "text"); });
+    EXPECT_TRUE(WaitUntil([&] { return is_waiting_.load(); }));
+    Restart();
+    EXPECT_EQ(result.get(), 0);
+    EXPECT_EQ(connections_, 2);
+  }
+
+  int connections_ = 0;
+  std::optional<ScopedEnvironment> prefix_;
+  std::atomic<bool> is_waiting_{false};
+};
+
+TEST_F(FailedResubscription, IsToldToWhoListensAgain) {
+  EXPECT_NE(client_->ListenMessage("topic", 0), 0);
+}
+
+TEST_F(FailedResubscription, IsMadeGoodByListeningAgain) {
+  prefix_.reset();
+  EXPECT_EQ(client_->ListenMessage("topic", 0), 0);
+  EXPECT_TRUE(HearsEventually("topic"));
 }
 
 }  // namespace
