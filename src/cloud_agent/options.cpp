@@ -6,6 +6,7 @@
 
 #include "cloud_agent/address_text.h"
 #include "cloud_agent/status.h"
+#include "platform/host_port.h"
 
 namespace agent {
 namespace {
@@ -201,7 +202,7 @@ std::string Finish(const RawOptions& raw, ProgramOptions* options) {
   BrokerOptions& broker = options->link.broker;
   broker.use_tls = broker.use_tls || !broker.ca_file.empty() || !broker.cert_file.empty();
   broker.port = broker.use_tls ? kTlsPort : kPlainPort;
-  std::string error = ParseHostAndPort(raw.broker, &broker.host, &broker.port);
+  std::string error = tarvex::ParseHostAndPort(raw.broker, &broker.host, &broker.port);
   if (!error.empty()) {
     return "--broker: " + error;
   }

@@ -78,6 +78,13 @@ void OnError(natsConnection*, natsSubscription*, natsStatus status, void*) {
 /// made to is always tried last; that takes no time.
 constexpr const char* kNowhere = "nats://255.255.255.255:1";
 
+/// "HOST:PORT", with an IPv6 address in brackets.
+std::string Place(const SocketAddress& server) {
+  const std::string& host = server.host();
+  const bool is_bare_ipv6 = host.find(':') != std::string::npos && host.front() != '[';
+  return (is_bare_ipv6 ? "[" + host + "]" : host) + ":" + std::to_string(server.port());
+}
+
 natsStatus SetServer(natsOptions* options, const std::string& place) {
   const std::string url = "nats://" + place;
   std::array<const char*, 2> urls = {url.c_str(), kNowhere};
@@ -127,7 +134,7 @@ std::shared_ptr<NatsLink> NatsLink::Connect(const SocketAddress& address,
   if (!IsUsableAddress(server)) {
     return nullptr;  // EffectiveAddress has said why
   }
-  const std::string place = server.host() + ":" + std::to_string(server.port());
+  const std::string place = Place(server);
   std::shared_ptr<NatsLink> link(new NatsLink);
   link->watcher_ = std::make_shared<Watcher>();
   link->watcher_->title = client_name + " at " + place;

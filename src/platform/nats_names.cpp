@@ -3,10 +3,10 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <cstdlib>
 #include <string>
 
+#include "platform/host_port.h"
 #include "platform/log.h"
 #include "platform/nats_link.h"
 
@@ -20,30 +20,18 @@ std::string FromEnvironment(const char* name) {
   return value == nullptr ? "" : value;
 }
 
-/// "host:port"; an empty host with port 0 when it is not.
-SocketAddress ParseAddress(const std::string& text) {
-  const std::size_t colon = text.rfind(':');
-  if (colon == std::string::npos || colon == 0) {
-    return {"", 0};
-  }
-  int port = 0;
-  const char* end = text.data() + text.size();
-  const auto parsed = std::from_chars(text.data() + colon + 1, end, port);
-  const SocketAddress address(text.substr(0, colon), port);
-  const bool complete = parsed.ec == std::errc() && parsed.ptr == end;
-  return complete && IsUsableAddress(address) ? address : SocketAddress("", 0);
-}
-
 SocketAddress FromVariable(const char* variable, const SocketAddress& otherwise) {
   const std::string text = FromEnvironment(variable);
   if (text.empty()) {
     return otherwise;
   }
-  SocketAddress address = ParseAddress(text);
-  if (address.port() == 0) {
-    SYS_LOG(kLogError, "%s is not \"host:port\": %s", variable, text.c_str());
+  std::string host;
+  int port = 0;
+  if (ParseHostAndPort(text, &host, &port).empty() && IsUsableAddress({host, port})) {
+    return {host, port};
   }
-  return address;
+  SYS_LOG(kLogError, "%s is not \"host:port\": %s", variable, text.c_str());
+  return {"", 0};
 }
 
 }  // namespace

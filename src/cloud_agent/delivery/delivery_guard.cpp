@@ -21,6 +21,7 @@ bool EmptiesOfflineQueue(const std::string& request_name, const Json::Value& pay
   if (request_name != kOfflineRequest) {
     return false;
   }
+  using tarvex::Member;
   const Json::Value& body = Member(payload, "body");
   const Json::Value& enable = Member(body, "enable");
   if (!enable.isString()) {

@@ -5,7 +5,7 @@
 
 #include <json/value.h>
 
-#include "cloud_agent/json_member.h"
+#include "platform/json_member.h"
 
 namespace agent {
 
@@ -22,11 +22,12 @@ constexpr char kOfflineRequest[] = "check_offline_record";
 
 /// The plate result in a payload "ivs_result"; null in any other.
 inline const Json::Value& PlateResult(const Json::Value& payload) {
+  using tarvex::Member;
   return Member(Member(Member(payload, "AlarmInfoPlate"), "result"), "PlateResult");
 }
 
 inline std::optional<Json::UInt> PlateId(const Json::Value& payload) {
-  const Json::Value& plate_id = Member(PlateResult(payload), "plateid");
+  const Json::Value& plate_id = tarvex::Member(PlateResult(payload), "plateid");
   return plate_id.isUInt() ? std::optional(plate_id.asUInt()) : std::nullopt;
 }
 

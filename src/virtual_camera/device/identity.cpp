@@ -3,6 +3,7 @@
 #include <boost/asio/ip/address.hpp>
 
 #include "json_text.h"
+#include "platform/json_member.h"
 #include "platform/log.h"
 #include "tarvex/base64.h"
 #include "virtual_camera/device/request_error.h"
@@ -36,8 +37,7 @@ std::string AddressText(const std::string& ip) {
 
 std::string AddressOf(const std::string& text, const std::string& otherwise) {
   Json::Value value;
-  const bool is_address =
-      Json::String2Json(text, value) && value.isObject() && value["ip"].isString();
+  const bool is_address = Json::String2Json(text, value) && tarvex::Member(value, "ip").isString();
   return is_address ? value["ip"].asString() : otherwise;
 }
 

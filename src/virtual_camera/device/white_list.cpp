@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "json_text.h"
+#include "platform/json_member.h"
 #include "virtual_camera/world/ivs_record.h"
 
 namespace virtual_camera {
@@ -27,7 +28,7 @@ int64_t CountRows(Database& database) {
 // The record as it is stored; empty when it cannot be.
 std::optional<std::string> UsableText(const Json::Value& record) {
   std::string text;
-  if (!record.isObject() || !record["plate"].isString()) {
+  if (!tarvex::Member(record, "plate").isString()) {
     return std::nullopt;
   }
   const size_t length = record["plate"].asString().size();

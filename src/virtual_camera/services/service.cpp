@@ -4,6 +4,7 @@
 #include <exception>
 
 #include "json_text.h"
+#include "platform/json_member.h"
 #include "platform/log.h"
 #include "virtual_camera/device/request_error.h"
 
@@ -17,11 +18,12 @@ std::string Text(const Json::Value& value) {
   return text;
 }
 
-const Json::Value& Member(const Json::Value& object, const char* key) {
-  if (!object.isObject() || !object.isMember(key)) {
+const Json::Value& RequiredMember(const Json::Value& object, const char* key) {
+  const Json::Value& value = tarvex::Member(object, key);
+  if (value.isNull()) {
     throw RequestError(std::string("there is no \"") + key + "\"");
   }
-  return object[key];
+  return value;
 }
 
 template <class Work>
@@ -78,7 +80,7 @@ std::string Refused(const std::string& reason) {
 void RefuseType(const std::string& type) { throw RequestError("no request \"" + type + "\" here"); }
 
 std::string RequiredText(const Json::Value& object, const char* key) {
-  const Json::Value& value = Member(object, key);
+  const Json::Value& value = RequiredMember(object, key);
   if (!value.isString()) {
     throw RequestError(std::string("\"") + key + "\" is not a text");
   }
@@ -86,7 +88,7 @@ std::string RequiredText(const Json::Value& object, const char* key) {
 }
 
 int RequiredInt(const Json::Value& object, const char* key) {
-  const Json::Value& value = Member(object, key);
+  const Json::Value& value = RequiredMember(object, key);
   if (!value.isInt()) {
     throw RequestError(std::string("\"") + key + "\" is not an integer");
   }
@@ -94,7 +96,7 @@ int RequiredInt(const Json::Value& object, const char* key) {
 }
 
 uint32_t RequiredUnsigned(const Json::Value& object, const char* key) {
-  const Json::Value& value = Member(object, key);
+  const Json::Value& value = RequiredMember(object, key);
   if (!value.isUInt()) {
     throw RequestError(std::string("\"") + key + "\" is not an unsigned integer");
   }

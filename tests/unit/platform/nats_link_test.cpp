@@ -146,6 +146,14 @@ TEST_F(NatsLinkTest, GoesWhereTheEnvironmentSends) {
   EXPECT_TRUE(link->IsConnected());
 }
 
+TEST(NatsLinkToIpv6, NamesItsServerInBrackets) {
+  for (const char* host : {"::1", "[::1]"}) {
+    testing::internal::CaptureStderr();
+    EXPECT_NE(NatsLink::Connect(SocketAddress(host, 1), "client"), nullptr);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(" client at [::1]:1: not there"));
+  }
+}
+
 TEST(NatsLinkRefusal, IsOneClearLineForAMalformedAddress) {
   const ScopedEnvironment kv("TARVEX_KV_ADDRESS", "nonsense");
   testing::internal::CaptureStderr();

@@ -32,13 +32,13 @@ TEST(ServerAddress, OfTheBusIsRedirectedByItsVariable) {
 
 TEST(ServerAddress, OfTheDatabasesIsRedirectedByItsVariable) {
   const ScopedEnvironment kv("TARVEX_KV_ADDRESS", "[::1]:65535");
-  EXPECT_EQ(Effective("127.0.0.1", 6102), "[::1]:65535");
+  EXPECT_EQ(Effective("127.0.0.1", 6102), "::1:65535");
   EXPECT_EQ(Effective("127.0.0.1", 6101), "127.0.0.1:6101");
 }
 
 TEST(ServerAddress, IsNoneWithOneErrorWhereTheVariableIsMalformed) {
   for (const char* text : {"nowhere", ":4222", "host:", "host:x", "host:1x", "host:0", "host:65536",
-                           "host:-1", "a b:1", "user@host:1"}) {
+                           "host:-1", "::1:5", "a b:1", "user@host:1"}) {
     const ScopedEnvironment bus("TARVEX_BUS_ADDRESS", text);
     testing::internal::CaptureStderr();
     EXPECT_EQ(Effective("127.0.0.1", 6101), ":0") << text;
