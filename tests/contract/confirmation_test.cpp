@@ -82,4 +82,26 @@ TEST_F(Confirmation, PostsNothingForALiveResult) {
   EXPECT_EQ(Waiting(), "nothing");
 }
 
+class ConfirmationWithoutStore : public AdapterTest {
+ protected:
+  /// A database is missing, so that Initialize ends before there is a store.
+  void SetUp() override {
+    platform().missing_databases = {"usr_data_kvdb"};
+    Start();
+  }
+  std::string Arrive(unsigned int plate_id) {
+    Deliver("BUS_SRV_IVS_RESULT", RecordBytes().PlateId(plate_id));
+    RunPosted();
+    return PublishedPayload()["AlarmInfoPlate"]["result"]["PlateResult"]["plateid"].asString();
+  }
+};
+
+TEST_F(ConfirmationWithoutStore, TakesTheResultOffTheQueueAllTheSame) {
+  for (unsigned int plate_id = 1; plate_id <= 25; ++plate_id) {
+    EXPECT_EQ(Arrive(plate_id), std::to_string(plate_id));
+    adapter_->OnMessagePublished(11);
+  }
+  EXPECT_EQ(BusHeard(), "nothing");
+}
+
 }  // namespace

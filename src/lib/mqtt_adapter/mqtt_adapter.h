@@ -167,6 +167,11 @@ class MQTTAdapter : public BaseAdapter,
   static const TopicRow kTopics[];
   static const PostedRow kPosted[];
 
+  // mqtt_adapter.cpp
+  /// Leaves each of the topics of address and name, whatever is thrown for the other.
+  /// Throws nothing.
+  void StopListeningToIdentity();
+
   // requests.cpp
   /// The shared check, logging under the name of `function`: the payload is an
   /// object and has a "type", of any kind.
@@ -192,6 +197,8 @@ class MQTTAdapter : public BaseAdapter,
   void PostToSelfDelayed(int delay_ms, unsigned int id,
                          boost::shared_ptr<tarvex::MessageData> data);
   void ClearPosted(unsigned int id);
+  /// Clears each message that is ever posted, whatever is thrown for another. Throws nothing.
+  void ClearAllPosted();
 
   // plate_json.cpp: the whole payload
   void PackPlateResult(const IVS_RESULT_PARAM& record, int isoffline, Json::Value& body);
