@@ -273,6 +273,18 @@ TEST_F(RunningCamera, IsRecordedFromTheBus) {
   EXPECT_EQ(std::filesystem::file_size(path), 2U * 552U);
 }
 
+TEST_F(RunningCamera, IsNotSaidToBeRecordedOnADiskWithoutRoom) {
+  SwitchOn();
+  ASSERT_TRUE(BecomesReady());
+  auto recording = std::async(
+      std::launch::async, [] { return CtlClient().Record("/dev/full", 1, [] { return false; }); });
+  EXPECT_TRUE(WaitUntil([&] {
+    Command(R"({"command":"car"})");
+    return recording.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+  }));
+  EXPECT_THROW(recording.get(), std::runtime_error);
+}
+
 TEST_F(RunningCamera, IsMissedByACommandWhenItIsOff) {
   try {
     Command(R"({"command":"state"})");
