@@ -14,12 +14,12 @@
 #include <boost/make_shared.hpp>
 
 #include "chw_info.h"
-#include "cloud_agent/address_text.h"
 #include "cloud_agent/agent.h"
 #include "cloud_agent/mqtt/mqtt_link.h"
 #include "cloud_agent/options.h"
 #include "cloud_agent/pictures/picture_store.h"
 #include "cloud_agent/plugin.h"
+#include "cloud_agent/topic_levels.h"
 #include "platform/asio_event_service.h"
 #include "platform/bus_gate.h"
 #include "platform/log.h"

@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -37,28 +38,42 @@ Camera::Camera(const CameraOptions& options, std::function<void()> on_ready)
       modes_(Queues()),
       key_values_(event_service_),
       bus_(event_service_, [this](bool connected) { OnBusState(connected); }),
+      claim_(bus_,
+             [this] {
+               is_taken_ = true;
+               Stop();
+             }),
       serial_lines_(event_service_.context()),
-      device_(options.device, {timeline_, bus_, key_values_, serial_lines_}),
+      device_(options.device, {timeline_, claim_, key_values_, serial_lines_}),
       control_(device_, modes_, [this] { return ConnectionState(); }),
       cars_per_second_(options.cars_per_minute / 60),
       replays_per_second_(replay_ ? options.replay_per_second : 0) {
   for (const ServiceRow& row : ServiceTable()) {
     services_[row.queue] = row.create(device_);
   }
-  bus_.Serve(kControlQueue, [this](const std::string& command, const BusServer::Reply& reply) {
-    control_.Handle(command, reply);
-  });
   modes_.OnChange([this] { ApplyModes(); });
   device_.power.OnChange([this](bool is_up) { OnPower(is_up); });
-  ApplyModes();
   // Cars come also to a camera whose bus is not there.
   timeline_.After(kWaitForBus_ms, [this] { BeginTraffic(); });
 }
 
+void Camera::Run() {
+  event_service_.Run();
+  if (is_taken_) {
+    throw std::runtime_error(
+        "another camera serves this bus; give each of them a TARVEX_SUBJECT_PREFIX of its own");
+  }
+}
+
 void Camera::OnBusState(bool connected) {
   SYS_LOG(connected ? kLogInfo : kLogWarning, connected ? "the bus is there" : "the bus is away");
-  if (!connected) {
+  if (!connected || !claim_.Claim()) {
     return;
+  }
+  if (!bus_.IsServing(kControlQueue)) {
+    bus_.Serve(kControlQueue, [this](const std::string& command, const BusServer::Reply& reply) {
+      control_.Handle(command, reply);
+    });
   }
   // Also serves what could not be served while the bus was away.
   ApplyModes();

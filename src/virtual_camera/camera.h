@@ -14,6 +14,7 @@
 #include "virtual_camera/services/service.h"
 #include "virtual_camera/services/service_modes.h"
 #include "virtual_camera/surroundings/asio_timeline.h"
+#include "virtual_camera/surroundings/bus_claim.h"
 #include "virtual_camera/surroundings/bus_server.h"
 #include "virtual_camera/surroundings/nats_key_values.h"
 #include "virtual_camera/surroundings/pty_lines.h"
@@ -37,8 +38,9 @@ class Camera {
   ///                 service.
   Camera(const CameraOptions& options, std::function<void()> on_ready);
 
-  /// Returns after Stop().
-  void Run() { event_service_.Run(); }
+  /// Returns after Stop(). Throws std::runtime_error, likewise, when another camera serves
+  /// the same bus.
+  void Run();
 
   /// Any thread.
   void Stop() { event_service_.Stop(); }
@@ -66,10 +68,12 @@ class Camera {
   ServiceModes modes_;
   NatsKeyValues key_values_;
   BusServer bus_;
+  BusClaim claim_;
   PtyLines serial_lines_;
   Device device_;
   Control control_;
   std::map<std::string, std::unique_ptr<Service>> services_;  // by queue
+  bool is_taken_ = false;                                     // the bus, by another camera
   int slow_answers_ = 0;                                      // waiting
   const double cars_per_second_;
   const double replays_per_second_;

@@ -84,6 +84,9 @@ Json::Value CtlClient::Send(const Json::Value& command) {
 int64_t CtlClient::Record(const std::string& path, int64_t count,
                           const std::function<bool()>& is_to_stop) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  if (!file) {
+    throw std::runtime_error(path + ": " + std::strerror(errno));
+  }
   natsSubscription* created = nullptr;
   natsConnection_SubscribeSync(&created, link_->get(),
                                tarvex::BusSubject("BUS_SRV_IVS_RESULT").c_str());
@@ -96,9 +99,6 @@ int64_t CtlClient::Record(const std::string& path, int64_t count,
   (void)std::fprintf(stderr, "recording to %s\n", path.c_str());
   int64_t written = 0;
   while ((count == 0 || written < count) && !is_to_stop()) {
-    if (!file) {
-      throw std::runtime_error(path + ": " + std::strerror(errno));
-    }
     natsMsg* raw_message = nullptr;
     const natsStatus status = natsSubscription_NextMsg(&raw_message, subscription.get(), kLook_ms);
     const tarvex::NatsMessage message(raw_message);
@@ -112,6 +112,9 @@ int64_t CtlClient::Record(const std::string& path, int64_t count,
       // Whole records at a time: Ctrl-C leaves none cut in two.
       file.write(natsMsg_GetData(message.get()), static_cast<std::streamsize>(kIvsRecordSize));
       file.flush();
+      if (!file) {
+        throw std::runtime_error(path + ": " + std::strerror(errno));
+      }
       ++written;
     } else {
       (void)std::fprintf(stderr, "left out a body of %d bytes\n",

@@ -29,7 +29,7 @@ Device::Device(const DeviceOptions& options, const Surroundings& around)
       settings(database),
       power(timeline, static_cast<int64_t>(options.reboot_seconds * 1000)),
       clock(timeline, settings),
-      results(database, options.retention),
+      results(database, settings, options.retention),
       pictures(directory.Under("pictures")),
       scene(options.pictures),
       pan_tilt(timeline),

@@ -3,10 +3,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <stdexcept>
 
 #include "json_text.h"
 #include "virtual_camera/device/request_error.h"
+#include "virtual_camera/world/durable_file.h"
 
 namespace virtual_camera {
 
@@ -42,6 +44,7 @@ LaneControl::LaneControl(const Parts& parts, uint32_t seed, const std::string& d
 
 LaneControl::Switched LaneControl::Switch(const Json::Value& switches) {
   Switched switched;
+  std::map<std::string, std::string> wanted;
   for (const Json::Value& one : switches) {
     const bool has_form = one.isObject() && one["event"].isString() && one["enable"].isInt();
     const std::string event = has_form ? one["event"].asString() : "";
@@ -50,9 +53,12 @@ LaneControl::Switched LaneControl::Switch(const Json::Value& switches) {
       ++switched.refused;
       continue;
     }
-    parts_.settings.SetText(event, std::to_string(enable));
-    (event == kPersonSetting ? person_on_ : vehicle_on_) = enable == 1;
+    wanted[event] = std::to_string(enable);
     ++switched.applied;
+  }
+  parts_.settings.SetTexts(wanted);
+  for (const auto& [event, enable] : wanted) {
+    (event == kPersonSetting ? person_on_ : vehicle_on_) = enable == "1";
   }
   return switched;
 }
@@ -89,6 +95,7 @@ Json::Value LaneControl::Stay(Kind kind, const std::optional<std::string>& plate
   const int32_t full_id = TakeImageIds();
   parts_.scene.DrawFull(view, PathOf(full_id));
   parts_.scene.DrawSmall(view, PathOf(full_id + 1));
+  SyncDirectory(directory_);
 
   Json::Value message = Message(kind, car, full_id);
   std::string text;

@@ -43,7 +43,8 @@ class LaneControl {
 
   /// Switches kinds on and off.
   /// @param switches [{"event": "person_stay"|"vehicle_stay", "enable": 0|1}, ...];
-  ///                 elements of another form are refused one by one.
+  ///                 elements of another form are refused one by one. Throws
+  ///                 std::runtime_error, and nothing has changed, when the disk fails.
   Switched Switch(const Json::Value& switches);
 
   bool IsOn(Kind kind) const { return kind == Kind::kPerson ? person_on_ : vehicle_on_; }

@@ -36,8 +36,8 @@ struct RecognitionParts {
   Gpio& gpio;
 };
 
-/// Used on the camera's thread. A result is announced only when it is stored, and its
-/// pictures are written before that.
+/// Used on the camera's thread. A result is announced when it is stored, and stored when
+/// its pictures are on the disk. What cannot be stored is counted as lost.
 class Recognition {
  public:
   Recognition(const RecognitionParts& parts, uint32_t seed, const std::string& snapshot_directory);
@@ -75,6 +75,7 @@ class Recognition {
   int64_t last_loss_logged_ms_ = -1000000;  // long ago
   int64_t loss_not_logged_ = 0;
   uint32_t snapshots_ = 0;
+  int64_t lost_ = 0;  // passed, but not stored because the disk failed
   int64_t recognised_ = 0;
   int64_t replayed_ = 0;
   int64_t renumbered_ = 0;

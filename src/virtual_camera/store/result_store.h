@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "virtual_camera/store/database.h"
+#include "virtual_camera/store/settings.h"
 
 namespace virtual_camera {
 
@@ -29,7 +30,7 @@ class ResultStore {
     int64_t results = 0;
     int64_t undelivered = 0;
     int64_t picture_bytes = 0;
-    int64_t undelivered_removed = 0;  ///< since this process began
+    int64_t undelivered_removed = 0;  ///< since the store was made
   };
 
   struct Inserted {
@@ -38,7 +39,8 @@ class ResultStore {
   };
 
   /// Creates its table where it is missing.
-  ResultStore(Database& database, Retention retention);
+  /// @param settings of the same database; must outlive this, as the database.
+  ResultStore(Database& database, Settings& settings, Retention retention);
 
   /// The id that the next result is to carry. Throws when no more ids are left.
   uint32_t NextId() const;
@@ -80,6 +82,7 @@ class ResultStore {
   std::optional<Victim> OldestToRemove();
 
   Database& database_;
+  Settings& settings_;
   const Retention retention_;
   Totals totals_;  // kept in step, so that counting costs nothing
   uint32_t last_id_ = 0;

@@ -15,7 +15,7 @@
 
 namespace virtual_camera {
 
-/// Requests are handed over to the camera's thread, and all else is called on it. The
+/// Messages are handed over to the camera's thread, and all else is called on it. The
 /// connection is kept up by itself.
 class BusServer : public Announcer {
  public:
@@ -39,6 +39,16 @@ class BusServer : public Announcer {
   /// Nobody serves the queue any more: who asks is told so at once.
   void StopServing(const std::string& queue);
 
+  /// Hears a topic from now on, beside all others that do. The handler's `reply` is empty
+  /// where the sender waits for no answer.
+  void Listen(const std::string& topic, Handler handler);
+
+  enum class Asked { kAnswered, kNobodyListens, kNoAnswer, kNotSent };
+
+  /// Asks whoever listens to a topic, and waits for the first answer. This camera must not
+  /// listen to it itself.
+  Asked Ask(const std::string& topic, const std::string& question, int64_t timeout_ms);
+
   bool IsServing(const std::string& queue) const { return routes_.count(queue) != 0; }
 
   /// Waits a moment until the bus has taken in all of the above.
@@ -54,12 +64,13 @@ class BusServer : public Announcer {
  private:
   struct Mailbox;
   struct Route;
-  static void OnRequest(natsConnection*, natsSubscription*, natsMsg* message, void* route);
+  void Subscribe(const std::string& name, bool is_queue, Handler handler);
+  static void OnMessage(natsConnection*, natsSubscription*, natsMsg* message, void* route);
   static void OnRouteEnds(void* route);
 
   // Shared with the routes, which live until the library lets go of them.
   std::shared_ptr<Mailbox> mailbox_;
-  std::map<std::string, natsSubscription*> routes_;  // owned
+  std::map<std::string, natsSubscription*> routes_;  // owned; by queue or topic
   std::shared_ptr<tarvex::NatsLink> link_;
 };
 

@@ -1,10 +1,9 @@
 #include "virtual_camera/world/canvas.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <stdexcept>
+
+#include "virtual_camera/world/durable_file.h"
 
 namespace virtual_camera {
 
@@ -91,12 +90,7 @@ int64_t Canvas::Save(const std::string& path, int quality) const {
   if (!bytes) {
     throw std::runtime_error(path + ": the picture could not be encoded");
   }
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file.write(static_cast<const char*>(bytes.get()), size);
-  file.close();
-  if (!file) {
-    throw std::runtime_error(path + ": " + std::strerror(errno));
-  }
+  WriteDurably(path, {static_cast<const char*>(bytes.get()), static_cast<size_t>(size)});
   return size;
 }
 

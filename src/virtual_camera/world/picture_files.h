@@ -17,6 +17,10 @@ class PictureFiles {
   std::string FullPath(uint32_t id) const;
   std::string ClipPath(uint32_t id) const;
 
+  /// Has the pictures that were written survive loss of power: their names too. Throws
+  /// std::runtime_error when that is not certain.
+  void Sync() const;
+
   /// Removes both pictures; those that are not there are no matter.
   void Remove(uint32_t id) const;
 

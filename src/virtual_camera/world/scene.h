@@ -41,8 +41,8 @@ class Scene {
 
   PixelRect PlaceOfPerson(double pan_degrees, double tilt_degrees) const;
 
-  /// Write a JPEG file: the view, the same at a quarter of the size, a plate's close-up. Throw
-  /// std::runtime_error when it cannot be written.
+  /// Write a JPEG file as WriteDurably: the view, the same at a quarter of the size, a
+  /// plate's close-up. Throw std::runtime_error when it cannot be written.
   /// @return its size in bytes.
   int64_t DrawFull(const View& view, const std::string& path) const;
   int64_t DrawSmall(const View& view, const std::string& path) const;
