@@ -115,10 +115,4 @@ TEST_F(DenyingBroker, OfAPublicationIsInTheLogOnceAndInTheStatus) {
   EXPECT_EQ(rig_.CameraState()["results"]["undelivered"].asInt(), 2);
 }
 
-TEST_F(DenyingBroker, OfTheSubscriptionIsInTheLogAndInTheStatus) {
-  StartAgainst("topic deny cameras/+/request/#");
-  EXPECT_TRUE(AgentPrints("the broker refuses the subscription to cameras/RIG0001/request/#"));
-  EXPECT_TRUE(StatusSays("subscriptions_refused"));
-}
-
 }  // namespace
