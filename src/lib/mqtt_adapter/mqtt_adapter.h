@@ -200,8 +200,9 @@ class MQTTAdapter : public BaseAdapter,
   /// Clears each message that is ever posted, whatever is thrown for another. Throws nothing.
   void ClearAllPosted();
 
-  // plate_json.cpp: the whole payload
-  void PackPlateResult(const IVS_RESULT_PARAM& record, int isoffline, Json::Value& body);
+  // plate_json.cpp: the whole payload. Takes a copy of the record: the host's image
+  // function may lead back to here and have the caller's confirmed and freed.
+  void PackPlateResult(IVS_RESULT_PARAM record, int isoffline, Json::Value& body);
 
   // lane_control.cpp: the payload without its picture references
   void PackLanectrlResult(const Json::Value& message, Json::Value& output);
@@ -214,7 +215,7 @@ class MQTTAdapter : public BaseAdapter,
   void OnStopCloudCtrl(const tarvex::Message& msg);
 
   // pictures.cpp
-  std::string PictureReference(const std::string& path, unsigned int* counter);
+  std::string NextPictureReference(const std::string& path, unsigned int* counter);
 
   // agent_commands.cpp
   bool SendToAgentService(const char* function, const char* queue, const std::string& request,

@@ -27,15 +27,26 @@ const Json::Value& ImagePath(const Json::Value& reply) {
 
 }  // namespace
 
-std::string MQTTAdapter::PictureReference(const std::string& path, unsigned int* counter) {
+/// What the host makes of a picture under the next number. A number whose picture fails
+/// goes to the one after it.
+std::string MQTTAdapter::NextPictureReference(const std::string& path, unsigned int* counter) {
   tarvex::_TimeS now = {};
   tarvex::XTimeUtil::TimeLocalMake(&now, 0);
   char time_text[64];
   snprintf(time_text, kTimeTextSize, "%04d%02d%02d%02d%02d%02d", now.year, now.month, now.day,
            now.hour, now.minute, now.second);
+  // Taken before the call, which may lead back to here: no two pictures share a name.
+  const unsigned int number = (*counter)++;
   const std::string name =
-      std::string(time_text) + "_" + m_sn_ + "_" + std::to_string((*counter)++) + ".jpg";
-  return tarvex::Base64::Encode(m_image_func_(path, name));
+      std::string(time_text) + "_" + m_sn_ + "_" + std::to_string(number) + ".jpg";
+  try {
+    return tarvex::Base64::Encode(m_image_func_(path, name));
+  } catch (...) {
+    if (*counter == number + 1) {
+      *counter = number;
+    }
+    throw;
+  }
 }
 
 bool MQTTAdapter::DoCmdGetImageById(const Json::Value& payload, const std::string& version,
@@ -68,7 +79,7 @@ bool MQTTAdapter::DoCmdGetImageById(const Json::Value& payload, const std::strin
     return false;
   }
   Json::Value picture;
-  picture["imgPath"] = PictureReference(path.asString(), &g_image_by_id_counter);
+  picture["imgPath"] = NextPictureReference(path.asString(), &g_image_by_id_counter);
   picture["state_code"] = kStateOk;
   std::string picture_text;
   Json::Json2String(picture, picture_text);
@@ -104,7 +115,7 @@ bool MQTTAdapter::DoCmdSnapshot(const Json::Value& payload, const std::string& v
   }
   Json::Value picture;
   picture["imageformat"] = "jpg";
-  picture["imgPath"] = PictureReference(ImagePath(parsed).asString(), &g_snapshot_counter);
+  picture["imgPath"] = NextPictureReference(ImagePath(parsed).asString(), &g_snapshot_counter);
   picture["state_code"] = kStateOk;
   std::string picture_text;
   Json::Json2String(picture, picture_text);
