@@ -69,12 +69,11 @@ bool MQTTAdapter::DoCmdGetImageById(const Json::Value& payload, const std::strin
     return false;
   }
   // What counts is the reply, not the result of the send; the snapshot's counts.
-  std::string reply;
-  Json::Value parsed;
-  if (!AskForJson(kQueueResults, text, kPictureTimeout_ms, &reply, &parsed)) {
+  const std::optional<Json::Value> reply = AskForJson(kQueueResults, text, kPictureTimeout_ms);
+  if (!reply) {
     return false;
   }
-  const Json::Value& path = ImagePath(parsed);
+  const Json::Value& path = ImagePath(*reply);
   if (path.isNull() || !m_image_func_) {
     return false;
   }
@@ -105,8 +104,8 @@ bool MQTTAdapter::DoCmdSnapshot(const Json::Value& payload, const std::string& v
     ADAPTER_LOG(kLogError, "send dp failed:%s", text.c_str());
     return false;
   }
-  Json::Value parsed;
-  if (reply.empty() || !Json::String2Json(reply, parsed) || ImagePath(parsed).isNull()) {
+  const std::optional<Json::Value> parsed = ParsedReply(reply);
+  if (!parsed || ImagePath(*parsed).isNull()) {
     return false;
   }
   ADAPTER_LOG(kLogInfo, "image_path:%s", reply.c_str());
@@ -115,7 +114,7 @@ bool MQTTAdapter::DoCmdSnapshot(const Json::Value& payload, const std::string& v
   }
   Json::Value picture;
   picture["imageformat"] = "jpg";
-  picture["imgPath"] = NextPictureReference(ImagePath(parsed).asString(), &g_snapshot_counter);
+  picture["imgPath"] = NextPictureReference(ImagePath(*parsed).asString(), &g_snapshot_counter);
   picture["state_code"] = kStateOk;
   std::string picture_text;
   Json::Json2String(picture, picture_text);
