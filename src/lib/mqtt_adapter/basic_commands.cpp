@@ -181,13 +181,13 @@ bool MQTTAdapter::DoCmdGetIoOutStatus(const Json::Value& payload, const std::str
     return false;
   }
   // What counts is the reply, not the result of the send.
-  std::string reply;
-  Json::Value status;
-  if (!AskForJson(kQueueDevices, request_text, kIoOutStatusTimeout_ms, &reply, &status)) {
+  const std::optional<Json::Value> status =
+      AskForJson(kQueueDevices, request_text, kIoOutStatusTimeout_ms);
+  if (!status) {
     return false;
   }
   Json::Value answer;
-  answer["value"] = Member(Member(status, "body"), "gpio_out_status");
+  answer["value"] = Member(Member(*status, "body"), "gpio_out_status");
   answer["gpio"] = gpio;
   Publish("get_io_out_status", answer, kTagGetIoOutStatus);
   return true;
