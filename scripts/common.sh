@@ -69,9 +69,11 @@ matching_tests() {
     }'
 }
 
+# Temporary files of the tests have a directory of their own. One that is left there
+# fails the run.
 # usage: run_tests DIRECTORY [NAME | CTEST OPTIONS]
 run_tests() {
-  local directory=build/$1 options=() numbers
+  local directory=build/$1 options=() numbers temporary left status=0
   shift
   while [ $# -gt 0 ]; do
     case "$1" in
@@ -85,8 +87,13 @@ run_tests() {
     esac
     shift
   done
-  ctest --test-dir "$directory" --parallel "$(nproc)" --output-on-failure --no-tests=error \
-    "${options[@]}"
+  temporary=$(mktemp -d "$PWD/$directory/temporary-XXXXXX")
+  TMPDIR=$temporary ctest --test-dir "$directory" --parallel "$(nproc)" --output-on-failure \
+    --no-tests=error "${options[@]}" || status=$?
+  left=$(cd "$temporary" && find . -mindepth 1)
+  rm -rf "$temporary"
+  [ -z "$left" ] || fail "left in the temporary directory after the tests:"$'\n'"$left"
+  return "$status"
 }
 
 # The project's own C++ files.

@@ -4,9 +4,12 @@
 #include <utility>
 
 #include "cloud_agent/delivery/plugin_protocol.h"
+#include "platform/json_member.h"
 
 namespace agent {
 namespace {
+
+using tarvex::Member;
 
 // Of all messages that the broker owes an acknowledgement for.
 constexpr std::size_t kMaxUnacknowledged_bytes = std::size_t{16} << 20;
@@ -21,7 +24,6 @@ bool EmptiesOfflineQueue(const std::string& request_name, const Json::Value& pay
   if (request_name != kOfflineRequest) {
     return false;
   }
-  using tarvex::Member;
   const Json::Value& body = Member(payload, "body");
   const Json::Value& enable = Member(body, "enable");
   if (!enable.isString()) {

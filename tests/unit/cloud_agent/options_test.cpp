@@ -6,6 +6,8 @@
 #include <fstream>
 #include <vector>
 
+#include "support/temp_directory.h"
+
 namespace agent {
 namespace {
 
@@ -37,11 +39,12 @@ class Options : public ::testing::Test {
   }
 
   std::string File(const std::string& name, const std::string& content) {
-    const std::string path = ::testing::TempDir() + name;
+    const std::string path = (directory_.path() / name).string();
     std::ofstream(path) << content;
     return path;
   }
 
+  TempDirectory directory_;
   ProgramOptions options_;
   std::string printed_;
 };

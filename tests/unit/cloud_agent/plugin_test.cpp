@@ -6,6 +6,8 @@
 
 #include <fstream>
 
+#include "support/temp_directory.h"
+
 namespace agent {
 namespace {
 
@@ -60,7 +62,8 @@ TEST(Plugin, ThatIsNotThereIsRefusedInOneLine) {
 }
 
 TEST(Plugin, ThatIsNoLibraryIsRefused) {
-  const std::string path = ::testing::TempDir() + "cloud_agent_text.so";
+  const TempDirectory directory;
+  const std::string path = (directory.path() / "text.so").string();
   std::ofstream(path) << "a text";
   EXPECT_THAT(RefusalOf(path), HasSubstr("cannot be loaded"));
 }

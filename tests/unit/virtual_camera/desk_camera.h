@@ -17,6 +17,7 @@
 #include <json/value.h>
 
 #include "json_text.h"
+#include "support/temp_directory.h"
 #include "virtual_camera/device/device.h"
 #include "virtual_camera/services/services.h"
 
@@ -108,27 +109,13 @@ class FakeLines : public SerialLines {
   std::function<void(int channel, const std::string& bytes)> type;
 };
 
-/// A directory that is gone after the test.
+/// A directory that is gone after the test, with its path as a text.
 class TestDirectory {
  public:
-  TestDirectory() {
-    std::string name = testing::TempDir() + "camXXXXXX";
-    if (mkdtemp(name.data()) == nullptr) {
-      throw std::runtime_error(name);
-    }
-    path_ = name;
-  }
-  ~TestDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  TestDirectory(const TestDirectory&) = delete;
-  TestDirectory& operator=(const TestDirectory&) = delete;
-
-  const std::string& path() const { return path_; }
+  std::string path() const { return directory_.path().string(); }
 
  private:
-  std::string path_;
+  TempDirectory directory_;
 };
 
 inline Json::Value Parsed(const std::string& text) {
