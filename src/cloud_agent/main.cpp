@@ -62,7 +62,7 @@ class StopSignals {
     patience_.async_wait([](const boost::system::error_code& error) {
       if (!error) {
         SYS_LOG(kLogWarning, "ending although a request is still under way");
-        _exit(0);  // without a goodbye, so the broker publishes the will
+        _exit(0);  // without DISCONNECT, so the broker publishes the will
       }
     });
   }

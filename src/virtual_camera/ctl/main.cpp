@@ -1,4 +1,4 @@
-// camera_ctl: the hand in the virtual camera's world.
+// camera_ctl: triggers events in a running virtual camera.
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
