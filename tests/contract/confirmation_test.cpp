@@ -37,6 +37,13 @@ TEST_F(Confirmation, IsLoggedWithItsTag) {
   EXPECT_EQ(LoggedBy("OnMessagePublished", 6, "OnMessagePublished tag :12"), 1U);
 }
 
+TEST_F(Confirmation, IsLoggedWithAsMuchOfItsTagAsALongHolds) {
+  adapter_->OnMessagePublished(4294967301ULL);  // 2^32 + 5
+  EXPECT_EQ(Logged(6, sizeof(long) == 8 ? "OnMessagePublished tag :4294967301"
+                                        : "OnMessagePublished tag :5"),
+            1U);
+}
+
 TEST_F(Confirmation, OfTheSamePlateIdRemovesTheOlderOne) {
   Arrive(4);  // queue: 4, 7, 4
   adapter_->OnMessagePublished(11);
