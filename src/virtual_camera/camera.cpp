@@ -13,7 +13,8 @@ namespace virtual_camera {
 
 namespace {
 
-// Cars are sent in turns no longer than this, so that services answer in between.
+// Cars that are due are recognised in turns no longer than this; requests are answered in
+// between.
 constexpr int64_t kTurn_ms = 50;
 constexpr int64_t kWaitForBus_ms = 3000;
 constexpr int kMaxSlowAnswers = 1000;
@@ -53,7 +54,7 @@ Camera::Camera(const CameraOptions& options, std::function<void()> on_ready)
   }
   modes_.OnChange([this] { ApplyModes(); });
   device_.power.OnChange([this](bool is_up) { OnPower(is_up); });
-  // Cars come also to a camera whose bus is not there.
+  // Cars pass also while there is no bus.
   timeline_.After(kWaitForBus_ms, [this] { BeginTraffic(); });
 }
 
@@ -66,7 +67,8 @@ void Camera::Run() {
 }
 
 void Camera::OnBusState(bool connected) {
-  SYS_LOG(connected ? kLogInfo : kLogWarning, connected ? "the bus is there" : "the bus is away");
+  SYS_LOG(connected ? kLogInfo : kLogWarning,
+          connected ? "connected to the bus" : "the bus is not reachable");
   if (!connected || !claim_.Claim()) {
     return;
   }
@@ -78,7 +80,7 @@ void Camera::OnBusState(bool connected) {
   // Also serves what could not be served while the bus was away.
   ApplyModes();
   if (!on_ready_ || !bus_.Flush()) {
-    return;  // when it is lost again at once, the next connection makes the camera ready
+    return;  // ready with the next connection, where this one is lost already
   }
   std::exchange(on_ready_, nullptr)();
   BeginTraffic();
@@ -142,12 +144,12 @@ void Camera::SendCars() {
   for (int64_t due = cars_.Due(begin_ms); due > 0; --due) {
     cars_.Take();
     if (!device_.power.IsUp()) {
-      continue;  // it passes unseen
+      continue;  // not seen during a reboot
     }
     try {
       device_.recognition.CarPasses(Trigger::kVideo, std::nullopt);
     } catch (const std::exception& error) {
-      SYS_LOG(kLogError, "a car is lost: %s", error.what());
+      SYS_LOG(kLogError, "a car passed and its result could not be stored: %s", error.what());
     }
     if (timeline_.SteadyMs() - begin_ms > kTurn_ms) {
       break;
@@ -175,7 +177,7 @@ void Camera::SendReplays() {
     try {
       device_.recognition.Replay(*record);
     } catch (const std::exception& error) {
-      SYS_LOG(kLogError, "a replayed record is lost: %s", error.what());
+      SYS_LOG(kLogError, "a replayed record could not be stored: %s", error.what());
     }
   }
   timeline_.After(replays_.NextInMs(), [this] { SendReplays(); });

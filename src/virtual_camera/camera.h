@@ -1,4 +1,4 @@
-// The camera as a process: the device, its connections, and the traffic that passes.
+// The camera as a process: the device, its connections, and the cars that pass.
 #pragma once
 
 #include <functional>
@@ -33,7 +33,7 @@ struct CameraOptions {
 /// Everything happens on the thread that is in Run().
 class Camera {
  public:
-  /// Throws std::runtime_error, with one line for people, when it cannot begin.
+  /// Throws std::runtime_error, with one line that says why, when it cannot begin.
   /// @param on_ready called once, on the camera's thread, when the bus knows every
   ///                 service.
   Camera(const CameraOptions& options, std::function<void()> on_ready);
@@ -45,7 +45,7 @@ class Camera {
   /// Any thread.
   void Stop() { event_service_.Stop(); }
 
-  /// For signals.
+  /// For the program's signal handlers, which run on the camera's thread too.
   boost::asio::io_context& context() { return event_service_.context(); }
 
  private:

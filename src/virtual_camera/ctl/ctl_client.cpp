@@ -33,7 +33,7 @@ std::string BusName() {
 }  // namespace
 
 CtlClient::CtlClient() {
-  // Shared with the callback, which the library may call late.
+  // Shared with the callback, which the library may call after this function.
   struct Waiter {
     std::mutex mutex;
     std::condition_variable changed;
@@ -72,7 +72,7 @@ Json::Value CtlClient::Send(const Json::Value& command) {
   const std::string bytes(natsMsg_GetData(message.get()),
                           static_cast<size_t>(natsMsg_GetDataLength(message.get())));
   if (!Json::String2Json(bytes, answer) || !answer.isObject() || !answer["ok"].isBool()) {
-    throw std::runtime_error("the camera's answer makes no sense");
+    throw std::runtime_error("the camera's answer is not understood");
   }
   if (!answer["ok"].asBool()) {
     throw std::runtime_error(answer["error"].isString() ? answer["error"].asString()
@@ -109,7 +109,7 @@ int64_t CtlClient::Record(const std::string& path, int64_t count,
       throw std::runtime_error(std::string("listening failed: ") + natsStatus_GetText(status));
     }
     if (natsMsg_GetDataLength(message.get()) == static_cast<int>(kIvsRecordSize)) {
-      // Whole records at a time: Ctrl-C leaves none cut in two.
+      // One record at a time: Ctrl-C leaves no part of one.
       file.write(natsMsg_GetData(message.get()), static_cast<std::streamsize>(kIvsRecordSize));
       file.flush();
       if (!file) {

@@ -46,7 +46,7 @@ Device::Device(const DeviceOptions& options, const Surroundings& around)
             announcer, [this] { return power.IsUp(); }),
       voice_display(settings),
       companions(settings, options.serial_number) {
-  // What a reboot loses.
+  // A reboot keeps all but these.
   power.OnChange([this](bool is_up) {
     if (!is_up) {
       gpio.ResetOutputs();

@@ -67,7 +67,7 @@ std::string LaneControl::PathOf(int32_t image_id) const {
   return directory_ + "/" + std::to_string(image_id) + ".jpg";
 }
 
-// Two ids in a row, the first of them odd; kept before they are used.
+// Two ids in a row, the first of them odd; stored as used before they are.
 int32_t LaneControl::TakeImageIds() {
   const std::string last = parts_.settings.Text(kImageSetting).value_or("0");
   auto id = static_cast<int32_t>(std::strtol(last.c_str(), nullptr, 10));
@@ -156,7 +156,7 @@ Json::Value LaneControl::Message(Kind kind, const std::optional<Car>& car, int32
 Json::Value LaneControl::Result(Kind kind, const std::optional<Car>& car) const {
   const CalendarTime now = parts_.clock.Now();
   char time[64];
-  // Padded with blanks, as the device's own messages are.
+  // Padded with blanks, as on the device.
   (void)std::snprintf(time, sizeof(time), "%4d-%2d-%2d %2d:%2d:%2d", now.year, now.month, now.day,
                       now.hour, now.minute, now.second);
   Json::Value result;

@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kGateOutput = 0;
 constexpr int64_t kGateOpen_ms = 1000;
-// A car that has just passed is still in the picture for this long.
+// How long after a car has passed a snapshot still shows it.
 constexpr int64_t kCarInView_ms = 3000;
 constexpr uint32_t kSnapshotsKept = 20;
 constexpr uint32_t kMaxReplayedId = 0x7FFFFFFF;
@@ -113,7 +113,7 @@ uint32_t Recognition::Replay(const std::string& bytes) {
   IvsRecord record = RecordFromBytes(bytes);
   const uint32_t next = parts_.results.NextId();
   if (record.plate_id < next || record.plate_id > kMaxReplayedId) {
-    SYS_LOG(kLogWarning, "replayed plate id %u is given or out of range, becomes %u",
+    SYS_LOG(kLogWarning, "replayed plate id %u is in use or out of range, becomes %u",
             record.plate_id, next);
     record.plate_id = next;
     ++renumbered_;
@@ -158,7 +158,7 @@ void Recognition::CheckAtGate(const std::string& plate) try {
     ++opened_;
     parts_.gpio.Pulse(kGateOutput, kGateOpen_ms);
   } else if (check == WhiteList::Check::kBlockUnlisted) {
-    // Closes it behind the car before, so that nobody slips through.
+    // Ends the pulse of the car before, which would let this one through too.
     ++blocked_;
     parts_.gpio.Hold(kGateOutput, 0);
   }

@@ -80,7 +80,7 @@ ResultStore::Inserted ResultStore::Insert(uint32_t id, const std::string& record
     ++totals_.results;
     ++totals_.undelivered;
     totals_.picture_bytes += picture_bytes;
-    // The newest always stays, even where it alone is too much.
+    // The newest always stays, also where it alone exceeds the retention.
     while (totals_.results > 1 && (totals_.results > retention_.results ||
                                    totals_.picture_bytes > retention_.picture_bytes)) {
       const std::optional<Victim> victim = OldestToRemove();

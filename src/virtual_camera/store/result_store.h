@@ -11,7 +11,7 @@
 
 namespace virtual_camera {
 
-/// How much the store keeps before it lets go of results.
+/// How much the store keeps before it removes results.
 struct Retention {
   int64_t results = 20000;  ///< at least 1
   int64_t picture_bytes = int64_t{2} * 1024 * 1024 * 1024;
@@ -20,8 +20,8 @@ struct Retention {
 /// As in the column "status".
 enum class Delivery { kUndelivered = 0, kDelivered = 1, kCleared = 2 };
 
-/// Keeps records by plate id. Ids count up from 1 and are never given twice, whatever
-/// was removed or killed in between. What Insert has returned from survives SIGKILL
+/// Keeps records by plate id. Ids count up from 1 and are never given twice, also after a
+/// removal or a kill. What Insert has returned from survives SIGKILL
 /// and loss of power. A failing disk throws std::runtime_error, and nothing has changed
 /// then. Used on the camera's thread.
 class ResultStore {
@@ -34,7 +34,7 @@ class ResultStore {
   };
 
   struct Inserted {
-    std::vector<uint32_t> removed;  ///< made room; their pictures are of no use any more
+    std::vector<uint32_t> removed;  ///< to make room; their pictures are to be removed too
     int64_t undelivered_removed = 0;
   };
 
@@ -84,7 +84,7 @@ class ResultStore {
   Database& database_;
   Settings& settings_;
   const Retention retention_;
-  Totals totals_;  // kept in step, so that counting costs nothing
+  Totals totals_;  // updated with the table, so that no request has to count
   uint32_t last_id_ = 0;
   Statement insert_;
   Statement remove_;

@@ -12,7 +12,7 @@
 namespace virtual_camera {
 
 /// Every change is on the disk when its function returns; a failing disk throws
-/// std::runtime_error.
+/// std::runtime_error. Used on the camera's thread.
 class Settings {
  public:
   /// Creates its table where it is missing.

@@ -14,8 +14,8 @@ namespace {
 constexpr char kTopic[] = "CAMERA_PRESENCE";
 constexpr int64_t kAnswer_ms = 2000;
 
-// When this camera began, and a number of chance. All have the same length, and of two
-// the older camera's is the smaller text.
+// When this camera began (hexadecimal, microseconds since 1970), and a random number. All
+// have the same length, and of two the older camera's is the smaller text.
 std::string NewInstance() {
   using std::chrono::microseconds;
   const auto began = std::chrono::system_clock::now().time_since_epoch();
@@ -39,9 +39,10 @@ bool BusClaim::Claim() {
         on_taken_();
         return false;
       case BusServer::Asked::kNotSent:
-        return false;  // the connection is lost again; the next one brings this back
+        return false;  // the connection is lost again; the next one calls this again
       case BusServer::Asked::kNoAnswer:
-        SYS_LOG(kLogWarning, "another camera is on the bus and does not answer; going on");
+        SYS_LOG(kLogWarning,
+                "another camera is on this bus and does not answer; serving without its answer");
         break;
       case BusServer::Asked::kNobodyListens:
         break;
@@ -51,7 +52,7 @@ bool BusClaim::Claim() {
     });
     is_held_ = true;
   }
-  // For a camera that asked before this one listened, or came while this one was away.
+  // For a camera that asked before this one listened, or while this one was not connected.
   bus_.Announce(kTopic, instance_);
   return true;
 }
@@ -65,7 +66,7 @@ void BusClaim::OnMessage(const std::string& instance, const BusServer::Reply& re
     return;  // this camera's own, or not from a camera
   }
   if (reply) {
-    reply(instance_);  // to a camera that does not serve yet, and will not now
+    reply(instance_);  // to a camera that has not begun to serve, and ends
   } else if (instance < instance_) {
     on_taken_();
   } else {

@@ -19,8 +19,8 @@ constexpr int64_t kFlush_ms = 1000;
 
 }  // namespace
 
-// The way from the library's threads to the camera's. Closed before the event service
-// goes, because a callback of the library may come later than that.
+// Hands messages from the library's threads to the camera's. Closed before the event
+// service is destroyed, because a callback of the library may come later than that.
 struct BusServer::Mailbox {
   explicit Mailbox(tarvex::AsioEventService& service) : event_service(&service) {}
 
@@ -168,7 +168,7 @@ void BusServer::OnMessage(natsConnection*, natsSubscription*, natsMsg* message, 
     };
   }
   route.mailbox->Post(route.is_queue, [handler = route.handler, request = std::move(request),
-                       reply = std::move(reply)] { (*handler)(request, reply); });
+                                       reply = std::move(reply)] { (*handler)(request, reply); });
 }
 
 void BusServer::OnRouteEnds(void* closure) { delete static_cast<Route*>(closure); }

@@ -64,7 +64,7 @@ void Canvas::TextInto(const PixelRect& rect, const std::string& text, Colour col
   if (text.empty() || width < 4 || height < 4) {
     return;
   }
-  // Measured once at a known size, which scales well enough.
+  // Measured once at a known size, and scaled.
   int box[8];
   constexpr double kProbe = 32;
   if (Draw(nullptr, box, 0, kProbe, 0, 0, text) != nullptr) {

@@ -1,4 +1,4 @@
-// A picture in the making: libgd's image with an owner.
+// A picture to draw on: owns an image of libgd.
 #pragma once
 
 #include <cstdint>

@@ -52,7 +52,7 @@ void SyncDirectory(const std::string& directory) {
   }
   const bool is_synced = fsync(fd) == 0;
   const int reason = errno;
-  close(fd);  // nothing was written through it
+  close(fd);  // nothing is written by this
   if (!is_synced) {
     errno = reason;
     FailWithErrno(directory);

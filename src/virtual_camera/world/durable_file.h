@@ -6,14 +6,13 @@
 
 namespace virtual_camera {
 
-/// Writes a file, whole and on the disk before it gets its name: it is written and synced
-/// as "unfinished" in the same directory first, so one thread at a time writes there.
-/// Throws std::runtime_error when it cannot; nothing is left then. The name itself
-/// survives loss of power after SyncDirectory.
+/// Writes a file: as "unfinished" in the same directory first, and under its name when it
+/// is whole and synced. One thread at a time may write in a directory. The name survives
+/// loss of power after SyncDirectory. Throws std::runtime_error when the file cannot be
+/// written, and removes what there is of it.
 void WriteDurably(const std::string& path, std::string_view bytes);
 
-/// Has the names in a directory survive loss of power. Throws std::runtime_error when
-/// that is not certain.
+/// Syncs the names of the files in a directory. Throws std::runtime_error when that fails.
 void SyncDirectory(const std::string& directory);
 
 }  // namespace virtual_camera

@@ -17,14 +17,15 @@ class PictureFiles {
   std::string FullPath(uint32_t id) const;
   std::string ClipPath(uint32_t id) const;
 
-  /// Has the pictures that were written survive loss of power: their names too. Throws
-  /// std::runtime_error when that is not certain.
+  /// Syncs the directory, after which the pictures in it survive loss of power. Throws
+  /// std::runtime_error when that fails.
   void Sync() const;
 
-  /// Removes both pictures; those that are not there are no matter.
+  /// Removes those of both pictures that are there.
   void Remove(uint32_t id) const;
 
-  /// Removes the pictures whose result is not known, as a kill leaves them behind.
+  /// Removes the pictures whose result is not in the store: those of a process that was
+  /// killed between drawing and storing.
   /// @return how many files that were.
   int RemoveOrphans(const std::function<bool(uint32_t id)>& is_known) const;
 

@@ -1,4 +1,4 @@
-// What the camera sees, drawn: the road, a car on it, and the close-up of its plate.
+// The pictures that the camera takes: the road, a car on it, and the close-up of its plate.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ struct PictureOptions {
   int quality = 75;  ///< of the JPEG, 1 to 95
 };
 
-/// The moment that a full picture shows.
+/// What a full picture shows.
 struct View {
   double pan_degrees = 0;   ///< to the right
   double tilt_degrees = 0;  ///< upwards

@@ -54,7 +54,7 @@ class CamerasOnOneBus : public testing::Test {
                : testing::AssertionFailure() << *camera.process->exit_code() << ": " << output;
   }
 
-  // Both run until one of them has given way.
+  // Waits until one of them has ended.
   bool OneIsLeft() {
     return WaitUntil([this] { return first.process->IsRunning() != second.process->IsRunning(); });
   }
