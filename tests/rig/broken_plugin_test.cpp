@@ -10,7 +10,7 @@ class BrokenPlugin : public RigTest {
     rig_.programs.plugin = plugin;
     rig_.LaunchAgent();
     ASSERT_TRUE(rig_.agent->WaitForExit());
-    EXPECT_NE(rig_.agent->exit_code(), 0);
+    EXPECT_EQ(rig_.agent->exit_code(), 1);
   }
 };
 

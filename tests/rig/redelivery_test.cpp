@@ -98,14 +98,31 @@ TEST_F(Redelivery, ShowsItsProgress) {
   EXPECT_TRUE(AgentPrints("re-delivery: 6 done, 0 left"));
 }
 
-TEST_F(Redelivery, StopsAndClearsOnCommand) {
+TEST_F(Redelivery, StopsOnCommandAndLeavesTheRestInTheStore) {
+  rig_.more_environment["TARVEX_CLOCK_SCALE"] = "10";  // half a second between two records
+  rig_.StartCamera();
+  rig_.StartAgent();
+  MissCars(5);
+  BrokerComesBack();
+  Push(100);
+  AwaitRedelivered();
+  EXPECT_EQ(rig_.Request("check_offline_record", R"({"enable":"stop"})")["result"], true);
+  const int left = Undelivered();
+  EXPECT_GT(left, 0);
+  // A status comes each second: at least one, in which a re-delivery would have gone on.
+  rig_.AgentStatus();
+  rig_.AgentStatus();
+  EXPECT_EQ(Undelivered(), left);
+}
+
+TEST_F(Redelivery, IsOfNothingAfterAClearOnCommand) {
   rig_.StartCamera();
   rig_.StartAgent();
   MissCars(4);
   BrokerComesBack();
+  EXPECT_EQ(Undelivered(), 4);
   EXPECT_EQ(rig_.Request("check_offline_record", R"({"enable":"clear"})")["result"], true);
   EXPECT_EQ(Undelivered(), 0);
-  EXPECT_EQ(rig_.Request("check_offline_record", R"({"enable":"stop"})")["result"], true);
 }
 
 TEST_F(Redelivery, OfWhatIsLeftWhenTheAgentIsKilled) {

@@ -40,6 +40,7 @@ TEST_F(Replay, RunsARecordOfLettersOnlyThroughOnce) {
 TEST_F(Replay, RefusesAFileWithAPartOfARecord) {
   std::ofstream(File("records"), std::ios::binary) << std::string(553, 'A');
   EXPECT_THROW(rig_.StartCamera({"--replay", File("records")}), std::runtime_error);
+  EXPECT_THAT(rig_.camera->Output(), testing::HasSubstr("552"));
 }
 
 TEST_F(Replay, TakesWhatWasRecorded) {

@@ -5,6 +5,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <random>
+
 sockaddr_in LoopbackAddress(int port) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -14,13 +16,20 @@ sockaddr_in LoopbackAddress(int port) {
 }
 
 int FreeLoopbackPort() {
-  const int socket_fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address = LoopbackAddress(0);
-  socklen_t length = sizeof(address);
-  const bool ok = bind(socket_fd, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
-                  getsockname(socket_fd, reinterpret_cast<sockaddr*>(&address), &length) == 0;
-  close(socket_fd);
-  return ok ? ntohs(address.sin_port) : 0;
+  std::random_device random;
+  std::uniform_int_distribution<int> below_outgoing_ports(10000, 32000);
+  for (int attempts_left = 100; attempts_left > 0; --attempts_left) {
+    const int port = below_outgoing_ports(random);
+    const int socket_fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in address = LoopbackAddress(port);
+    const bool is_free =
+        bind(socket_fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+    close(socket_fd);
+    if (is_free) {
+      return port;
+    }
+  }
+  return 0;
 }
 
 bool LoopbackPortServes(int port) {
