@@ -47,6 +47,9 @@ start_child broker "$(PATH=$PATH:/usr/sbin command -v mosquitto)" -c "$run_dir/m
 for port in $bus_port $kv_port "$mqtt_port"; do
   wait_for "the server on port $port" port_answers "$port"
 done
+# Somebody has to listen, or results stay in the camera's store. A line per message.
+start_child backend mosquitto_sub -h 127.0.0.1 -p "$mqtt_port" -i desk-backend -c -q 1 \
+  -t "cameras/$sn/#" -F '%I %t %l bytes'
 start_child camera "$bin/virtual_camera" --data "$run_dir/camera" \
   --cars-per-minute "$cars_per_minute"
 wait_for "the virtual camera" grep -q "virtual_camera ready" "$log_dir/camera.out"

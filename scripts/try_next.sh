@@ -17,7 +17,7 @@ The camera $sn is up; Ctrl-C ends it. In another terminal, from this folder:
 see everything that is published, answers included
   mosquitto_sub -p $mqtt_port -v -t 'cameras/#'
 
-be the hand in the camera's world
+trigger events in the camera
   $bin/camera_ctl car               $bin/camera_ctl car AB12345
   $bin/camera_ctl lane vehicle      $bin/camera_ctl gpio-in 1 1
   $bin/camera_ctl rename "Gate 7"   $bin/camera_ctl serial 0 hello

@@ -96,11 +96,11 @@ bool Agent::Start() {
 
 bool Agent::Shutdown() {
   SYS_LOG(kLogInfo, "stopping");
-  OutboundMessage goodbye;
-  goodbye.topic = options_.topics.base + "/status";
-  goodbye.payload = OfflineStatus();
-  goodbye.retain = true;
-  const bool is_stopped = parts_.link->Stop(goodbye);
+  OutboundMessage last;
+  last.topic = options_.topics.base + "/status";
+  last.payload = OfflineStatus();
+  last.retain = true;
+  const bool is_stopped = parts_.link->Stop(last);
   is_link_up_ = false;
   auto_push_.OnLinkDown();
   adapter_.reset();
@@ -128,12 +128,6 @@ std::string Agent::StorePicture(const std::string& source, const std::string& na
     new_pictures_.push_back(std::move(picture.name));
   }
   return picture.url;
-}
-
-void Agent::RemovePictures(const std::vector<std::string>& names) {
-  for (const std::string& name : names) {
-    parts_.pictures->Remove(name);
-  }
 }
 
 void Agent::OnPushMessage(const std::string& name, const Json::Value& payload,
@@ -204,8 +198,8 @@ std::optional<Fate> Agent::SendToBroker(const OutboundMessage& message, Sent sen
   return std::nullopt;
 }
 
-// What becomes of a message of the plug-in. Pictures of one that the cloud surely does not
-// have are not needed: a re-delivery makes new ones.
+// What becomes of a message of the plug-in. Pictures of a result that the cloud surely does
+// not have are not needed: its re-delivery makes new ones.
 void Agent::NoteAnswer(const Sent& sent, Fate fate) {
   parts_.screen->ShowFate(sent.description, fate);
   switch (fate) {
@@ -235,7 +229,11 @@ void Agent::NoteAnswer(const Sent& sent, Fate fate) {
     case Fate::kOfflineBusy:
       break;  // the guard counts it
   }
-  RemovePictures(sent.pictures);
+  if (IsResult(sent.tag)) {
+    for (const std::string& picture : sent.pictures) {
+      parts_.pictures->Remove(picture);
+    }
+  }
 }
 
 void Agent::OnLinkUp(int subscription_code) {

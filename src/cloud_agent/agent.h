@@ -64,7 +64,8 @@ class Agent : public sigslot::has_slots<sigslot::single_threaded>, private LinkL
   /// @return false, after a line in the log, when there is no adapter.
   bool Start();
 
-  /// Says goodbye to the cloud, then destroys the adapter. Takes a few seconds at most.
+  /// Publishes that the camera is offline, disconnects, and destroys the adapter. Takes a
+  /// few seconds at most.
   /// @return as Link::Stop().
   bool Shutdown();
 
@@ -82,7 +83,6 @@ class Agent : public sigslot::has_slots<sigslot::single_threaded>, private LinkL
   void OnRequest(const InboundRequest& inbound) override;
 
   std::string StorePicture(const std::string& source, const std::string& name);
-  void RemovePictures(const std::vector<std::string>& names);
   void Publish(const std::string& name, const Json::Value& payload, const std::string& version,
                unsigned long long tag);
   /// @return empty when the message is on its way.

@@ -14,12 +14,12 @@
 #include <boost/make_shared.hpp>
 
 #include "chw_info.h"
-#include "cloud_agent/address_text.h"
 #include "cloud_agent/agent.h"
 #include "cloud_agent/mqtt/mqtt_link.h"
 #include "cloud_agent/options.h"
 #include "cloud_agent/pictures/picture_store.h"
 #include "cloud_agent/plugin.h"
+#include "cloud_agent/topic_levels.h"
 #include "platform/asio_event_service.h"
 #include "platform/bus_gate.h"
 #include "platform/log.h"
@@ -62,7 +62,7 @@ class StopSignals {
     patience_.async_wait([](const boost::system::error_code& error) {
       if (!error) {
         SYS_LOG(kLogWarning, "ending although a request is still under way");
-        _exit(0);  // without a goodbye, so the broker publishes the will
+        _exit(0);  // without DISCONNECT, so the broker publishes the will
       }
     });
   }

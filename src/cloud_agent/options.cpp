@@ -4,8 +4,8 @@
 #include <fstream>
 #include <vector>
 
-#include "cloud_agent/address_text.h"
 #include "cloud_agent/status.h"
+#include "cloud_agent/topic_levels.h"
 #include "platform/host_port.h"
 
 namespace agent {

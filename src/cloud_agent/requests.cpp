@@ -20,7 +20,7 @@ bool BeginsWith(const std::string& text, const std::string& prefix) {
   return text.compare(0, prefix.size(), prefix) == 0;
 }
 
-// Below the root a requester could have the camera speak for any camera.
+// Below the root a requester could have a message published as if by any camera.
 bool IsAllowedResponseTopic(const std::string& topic, const Topics& topics) {
   const bool is_publishable = !topic.empty() && topic.size() <= 0xFFFF && topic.front() != '$' &&
                               topic.find_first_of("+#") == std::string::npos &&

@@ -4,9 +4,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <set>
+#include <system_error>
 
 #include "platform/device_serial.h"
+#include "platform/log.h"
 
 namespace {
 
@@ -24,11 +28,12 @@ class DeskInfo : public ChwInfo {
   std::string GetOemSn() override { return FromEnvironment("TARVEX_OEM_SN", ""); }
 };
 
-std::string MachineId() {
-  std::ifstream file("/etc/machine-id");
-  std::string id;
-  std::getline(file, id);  // empty where the machine has none: a serial number all the same
-  return id;
+/// The first line of a file; empty without one.
+std::string LineOf(const std::filesystem::path& file) {
+  std::ifstream stream(file);
+  std::string line;
+  std::getline(stream, line);
+  return line;
 }
 
 }  // namespace
@@ -45,11 +50,36 @@ std::string tarvex::SerialFromMachineId(const std::string& machine_id) {
   return digits.data();
 }
 
+std::string tarvex::MachineIdentity(const std::string& root) {
+  const std::filesystem::path base(root);
+  std::string identity = LineOf(base / "etc/machine-id");
+  if (!identity.empty()) {
+    return identity;
+  }
+  std::set<std::string> parts = {LineOf(base / "proc/sys/kernel/hostname")};
+  std::error_code ignored;  // a machine without networks
+  for (const auto& network : std::filesystem::directory_iterator(base / "sys/class/net", ignored)) {
+    parts.insert(LineOf(network.path() / "address"));
+  }
+  for (const std::string& part : parts) {
+    identity += part + "\n";
+  }
+  SYS_LOG(kLogWarning,
+          "this machine has no /etc/machine-id: the serial number is made of its host name and "
+          "network addresses; TARVEX_SERIAL_NUMBER sets another");
+  return identity;
+}
+
 ChwInfo* ChwInfo::Interface() {
   static DeskInfo info;
   return &info;
 }
 
 std::string hw_sn() {
-  return FromEnvironment("TARVEX_SERIAL_NUMBER", tarvex::SerialFromMachineId(MachineId()));
+  const std::string given = FromEnvironment("TARVEX_SERIAL_NUMBER", "");
+  if (!given.empty()) {
+    return given;
+  }
+  static const std::string machine = tarvex::SerialFromMachineId(tarvex::MachineIdentity("/"));
+  return machine;
 }

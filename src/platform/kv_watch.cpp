@@ -69,7 +69,7 @@ KvWatch::~KvWatch() {
     stopping_ = true;
   }
   changed_.notify_all();
-  natsConnection_Close(link_->get());  // wakes the thread
+  link_->Close();  // wakes the thread
   thread_.join();
 }
 

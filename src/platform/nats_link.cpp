@@ -165,15 +165,19 @@ std::shared_ptr<NatsLink> NatsLink::Connect(const SocketAddress& address,
   return link;
 }
 
-NatsLink::~NatsLink() {
-  if (connection_ == nullptr) {
-    return;
-  }
+void NatsLink::Close() {
   {
     const std::lock_guard<std::mutex> lock(watcher_->mutex);
     watcher_->wanted = false;
   }
-  natsConnection_Close(connection_);  // ends the reading thread
+  natsConnection_Close(connection_);
+}
+
+NatsLink::~NatsLink() {
+  if (connection_ == nullptr) {
+    return;
+  }
+  Close();  // ends the reading thread
   std::for_each(retired_.begin(), retired_.end(), natsSubscription_Destroy);
   natsConnection_Destroy(connection_);
 }

@@ -44,6 +44,10 @@ class NatsLink {
 
   bool IsConnected() const;
 
+  /// Closes the connection before the link's own end, to end what waits on it: on_state
+  /// is not called any more, and no loss is logged.
+  void Close();
+
   /// Ends a subscription of this link and takes it over; it may be null. While the link
   /// stands, none is to be destroyed in another way: the library's reading thread may be
   /// about to hand it one more message. One that outlives its link may be destroyed freely.

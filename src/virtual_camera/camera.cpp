@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -12,7 +13,8 @@ namespace virtual_camera {
 
 namespace {
 
-// Cars are sent in turns no longer than this, so that services answer in between.
+// Cars that are due are recognised in turns no longer than this; requests are answered in
+// between.
 constexpr int64_t kTurn_ms = 50;
 constexpr int64_t kWaitForBus_ms = 3000;
 constexpr int kMaxSlowAnswers = 1000;
@@ -37,33 +39,48 @@ Camera::Camera(const CameraOptions& options, std::function<void()> on_ready)
       modes_(Queues()),
       key_values_(event_service_),
       bus_(event_service_, [this](bool connected) { OnBusState(connected); }),
+      claim_(bus_,
+             [this] {
+               is_taken_ = true;
+               Stop();
+             }),
       serial_lines_(event_service_.context()),
-      device_(options.device, {timeline_, bus_, key_values_, serial_lines_}),
+      device_(options.device, {timeline_, claim_, key_values_, serial_lines_}),
       control_(device_, modes_, [this] { return ConnectionState(); }),
       cars_per_second_(options.cars_per_minute / 60),
       replays_per_second_(replay_ ? options.replay_per_second : 0) {
   for (const ServiceRow& row : ServiceTable()) {
     services_[row.queue] = row.create(device_);
   }
-  bus_.Serve(kControlQueue, [this](const std::string& command, const BusServer::Reply& reply) {
-    control_.Handle(command, reply);
-  });
   modes_.OnChange([this] { ApplyModes(); });
   device_.power.OnChange([this](bool is_up) { OnPower(is_up); });
-  ApplyModes();
-  // Cars come also to a camera whose bus is not there.
+  // Cars pass also while there is no bus.
   timeline_.After(kWaitForBus_ms, [this] { BeginTraffic(); });
 }
 
+void Camera::Run() {
+  event_service_.Run();
+  if (is_taken_) {
+    throw std::runtime_error(
+        "another camera serves this bus; give each of them a TARVEX_SUBJECT_PREFIX of its own");
+  }
+}
+
 void Camera::OnBusState(bool connected) {
-  SYS_LOG(connected ? kLogInfo : kLogWarning, connected ? "the bus is there" : "the bus is away");
-  if (!connected) {
+  SYS_LOG(connected ? kLogInfo : kLogWarning,
+          connected ? "connected to the bus" : "the bus is not reachable");
+  if (!connected || !claim_.Claim()) {
     return;
+  }
+  if (!bus_.IsServing(kControlQueue)) {
+    bus_.Serve(kControlQueue, [this](const std::string& command, const BusServer::Reply& reply) {
+      control_.Handle(command, reply);
+    });
   }
   // Also serves what could not be served while the bus was away.
   ApplyModes();
   if (!on_ready_ || !bus_.Flush()) {
-    return;  // when it is lost again at once, the next connection makes the camera ready
+    return;  // ready with the next connection, where this one is lost already
   }
   std::exchange(on_ready_, nullptr)();
   BeginTraffic();
@@ -127,12 +144,12 @@ void Camera::SendCars() {
   for (int64_t due = cars_.Due(begin_ms); due > 0; --due) {
     cars_.Take();
     if (!device_.power.IsUp()) {
-      continue;  // it passes unseen
+      continue;  // not seen during a reboot
     }
     try {
       device_.recognition.CarPasses(Trigger::kVideo, std::nullopt);
     } catch (const std::exception& error) {
-      SYS_LOG(kLogError, "a car is lost: %s", error.what());
+      SYS_LOG(kLogError, "a car passed and its result could not be stored: %s", error.what());
     }
     if (timeline_.SteadyMs() - begin_ms > kTurn_ms) {
       break;
@@ -160,7 +177,7 @@ void Camera::SendReplays() {
     try {
       device_.recognition.Replay(*record);
     } catch (const std::exception& error) {
-      SYS_LOG(kLogError, "a replayed record is lost: %s", error.what());
+      SYS_LOG(kLogError, "a replayed record could not be stored: %s", error.what());
     }
   }
   timeline_.After(replays_.NextInMs(), [this] { SendReplays(); });

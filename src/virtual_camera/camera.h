@@ -1,4 +1,4 @@
-// The camera as a process: the device, its connections, and the traffic that passes.
+// The camera as a process: the device, its connections, and the cars that pass.
 #pragma once
 
 #include <functional>
@@ -14,6 +14,7 @@
 #include "virtual_camera/services/service.h"
 #include "virtual_camera/services/service_modes.h"
 #include "virtual_camera/surroundings/asio_timeline.h"
+#include "virtual_camera/surroundings/bus_claim.h"
 #include "virtual_camera/surroundings/bus_server.h"
 #include "virtual_camera/surroundings/nats_key_values.h"
 #include "virtual_camera/surroundings/pty_lines.h"
@@ -32,18 +33,19 @@ struct CameraOptions {
 /// Everything happens on the thread that is in Run().
 class Camera {
  public:
-  /// Throws std::runtime_error, with one line for people, when it cannot begin.
+  /// Throws std::runtime_error, with one line that says why, when it cannot begin.
   /// @param on_ready called once, on the camera's thread, when the bus knows every
   ///                 service.
   Camera(const CameraOptions& options, std::function<void()> on_ready);
 
-  /// Returns after Stop().
-  void Run() { event_service_.Run(); }
+  /// Returns after Stop(). Throws std::runtime_error, likewise, when another camera serves
+  /// the same bus.
+  void Run();
 
   /// Any thread.
   void Stop() { event_service_.Stop(); }
 
-  /// For signals.
+  /// For the program's signal handlers, which run on the camera's thread too.
   boost::asio::io_context& context() { return event_service_.context(); }
 
  private:
@@ -66,10 +68,12 @@ class Camera {
   ServiceModes modes_;
   NatsKeyValues key_values_;
   BusServer bus_;
+  BusClaim claim_;
   PtyLines serial_lines_;
   Device device_;
   Control control_;
   std::map<std::string, std::unique_ptr<Service>> services_;  // by queue
+  bool is_taken_ = false;                                     // the bus, by another camera
   int slow_answers_ = 0;                                      // waiting
   const double cars_per_second_;
   const double replays_per_second_;

@@ -1,4 +1,4 @@
-// The commands of the person at the desk, as camera_ctl sends them.
+// The commands that camera_ctl sends.
 #pragma once
 
 #include <functional>
@@ -11,7 +11,8 @@
 
 namespace virtual_camera {
 
-/// The queue on which commands arrive. Unlike the services it is never silent.
+/// The queue on which commands arrive. Unlike the services' it is served during a reboot,
+/// and no command switches it off.
 constexpr char kControlQueue[] = "CAMERA_CTL";
 
 /// Carries out {"command": name, ...}; the answer is {"ok": true, ...} or {"ok": false,

@@ -8,24 +8,25 @@ namespace {
 
 constexpr char kAbout[] =
     "A licence-plate camera for the desk: cars pass, plates are recognised, stored and announced "
-    "on the device bus, and the device's services answer. Move it with camera_ctl.\n"
+    "on the device bus, and the device's services answer. camera_ctl triggers events in it.\n"
     "The bus is at 127.0.0.1:6101 and the key-value databases at 127.0.0.1:6102, unless "
-    "TARVEX_BUS_ADDRESS and TARVEX_KV_ADDRESS say otherwise; TARVEX_SUBJECT_PREFIX lets several "
-    "cameras share a server.";
+    "TARVEX_BUS_ADDRESS and TARVEX_KV_ADDRESS say otherwise; one camera at a time "
+    "serves a bus, and TARVEX_SUBJECT_PREFIX lets several share a server.";
 
 void AddTraffic(CLI::App& app, CameraOptions& options) {
   app.add_option("--cars-per-minute", options.cars_per_minute,
-                 "How many cars pass by themselves; fractions are fine")
+                 "How many cars pass by themselves; may be a fraction")
       ->capture_default_str()
       ->check(CLI::Range(0.0, 600000.0))
       ->group("Traffic");
-  app.add_option("--seed", options.device.seed, "The same seed sends the same cars")
+  app.add_option("--seed", options.device.seed, "The same seed gives the same cars")
       ->capture_default_str()
       ->group("Traffic");
-  app.add_option("--replay", options.replay_file,
-                 "Publishes the 552-byte records of this file, besides the cars. A record keeps "
-                 "its plate id if that is higher than all in the store, and gets the next one "
-                 "otherwise")
+  app.add_option(
+         "--replay", options.replay_file,
+         "Stores and announces the 552-byte records of this file, besides the cars. A record keeps "
+         "its plate id if that is higher than all in the store, and gets the next one "
+         "otherwise")
       ->group("Traffic");
   app.add_option("--replay-rate", options.replay_per_second, "Replayed records per second")
       ->capture_default_str()
@@ -35,7 +36,7 @@ void AddTraffic(CLI::App& app, CameraOptions& options) {
 
 void AddPictures(CLI::App& app, PictureOptions& pictures) {
   app.add_option("--picture-width", pictures.width,
-                 "Width of the scene in pixels; small pictures are drawn fast")
+                 "Width of the full picture in pixels; small ones are drawn faster")
       ->capture_default_str()
       ->check(CLI::Range(64, 3840))
       ->group("Pictures");
@@ -84,7 +85,7 @@ void AddIdentity(CLI::App& app, DeviceOptions& device) {
 void AddBehaviour(CLI::App& app, DeviceOptions& device) {
   app.add_option("--serial-dir", device.serial_directory,
                  "Where the links rs485-0 and rs485-1 to the serial lines are made; the data "
-                 "directory without it")
+                 "directory by default")
       ->check(CLI::ExistingDirectory)
       ->group("Behaviour");
   app.add_option("--reboot-seconds", device.reboot_seconds, "How long a reboot takes")

@@ -215,17 +215,27 @@ TEST_F(CheckOfflineRecord, LeavesTheResponseAsItIs) {
   EXPECT_EQ(Compact(response_), R"({"kept":1})");
 }
 
-class CheckOfflineRecordWithoutBus : public AdapterTest {};
+class CheckOfflineRecordWithoutBus : public CheckOfflineRecord {
+ protected:
+  void SetUp() override {
+    platform().has_bus = false;
+    Start();
+  }
+};
 
-TEST_F(CheckOfflineRecordWithoutBus, IsRefusedWithoutAManagerOfRecords) {
-  platform().has_bus = false;
-  Start();
-  for (const char* enable : {"push", "stop", "clear", "x"}) {
-    EXPECT_FALSE(CloudSends(
-        "check_offline_record",
-        std::string(R"({"type":"check_offline_record","body":{"enable":")") + enable + "\"}}"));
+TEST_F(CheckOfflineRecordWithoutBus, RefusesWhatItCannotCarryOut) {
+  for (const char* enable : {"push", "stop", "clear"}) {
+    EXPECT_FALSE(Check(std::string(R"({"enable":")") + enable + "\"}")) << enable;
   }
   EXPECT_EQ(Waiting(), "nothing");
+}
+
+TEST_F(CheckOfflineRecordWithoutBus, AcceptsWhatAsksForNothing) {
+  for (const char* body : {R"({"enable":"x"})", R"({"enable":5})", "{}", "null", "[]"}) {
+    EXPECT_TRUE(Check(body)) << body;
+  }
+  EXPECT_FALSE(Check("{}", "1.1"));
+  EXPECT_FALSE(CloudSends("check_offline_record", R"({"type":"x"})"));
 }
 
 }  // namespace

@@ -37,6 +37,13 @@ TEST_F(Confirmation, IsLoggedWithItsTag) {
   EXPECT_EQ(LoggedBy("OnMessagePublished", 6, "OnMessagePublished tag :12"), 1U);
 }
 
+TEST_F(Confirmation, IsLoggedWithAsMuchOfItsTagAsALongHolds) {
+  adapter_->OnMessagePublished(4294967301ULL);  // 2^32 + 5
+  EXPECT_EQ(Logged(6, sizeof(long) == 8 ? "OnMessagePublished tag :4294967301"
+                                        : "OnMessagePublished tag :5"),
+            1U);
+}
+
 TEST_F(Confirmation, OfTheSamePlateIdRemovesTheOlderOne) {
   Arrive(4);  // queue: 4, 7, 4
   adapter_->OnMessagePublished(11);
@@ -80,6 +87,28 @@ TEST_F(Confirmation, PostsNothingForALiveResult) {
   adapter_->OnMessagePublished(11);
   BusHeard();
   EXPECT_EQ(Waiting(), "nothing");
+}
+
+class ConfirmationWithoutStore : public AdapterTest {
+ protected:
+  /// A database is missing, so that Initialize ends before there is a store.
+  void SetUp() override {
+    platform().missing_databases = {"usr_data_kvdb"};
+    Start();
+  }
+  std::string Arrive(unsigned int plate_id) {
+    Deliver("BUS_SRV_IVS_RESULT", RecordBytes().PlateId(plate_id));
+    RunPosted();
+    return PublishedPayload()["AlarmInfoPlate"]["result"]["PlateResult"]["plateid"].asString();
+  }
+};
+
+TEST_F(ConfirmationWithoutStore, TakesTheResultOffTheQueueAllTheSame) {
+  for (unsigned int plate_id = 1; plate_id <= 25; ++plate_id) {
+    EXPECT_EQ(Arrive(plate_id), std::to_string(plate_id));
+    adapter_->OnMessagePublished(11);
+  }
+  EXPECT_EQ(BusHeard(), "nothing");
 }
 
 }  // namespace

@@ -95,8 +95,9 @@ TEST_F(GpioOut, MovesNothingOnABodyThatIsNoObject) {
   for (const char* body : {"5", "true", "\"x\"", "[]", "[1,2,3]", "1.5"}) {
     ForgetLogs();
     EXPECT_FALSE(Drive(body)) << body;
-    EXPECT_EQ(LogLines(3).size(), 1U) << body;
-    EXPECT_EQ(Logged(6, "ioctl!"), 1U);
+    EXPECT_EQ(LogLines(6), std::vector<std::string>{"ioctl!"}) << body;
+    EXPECT_EQ(LogLines(4), std::vector<std::string>{"invalid body, not json object"}) << body;
+    EXPECT_TRUE(LogLines(3).empty()) << body;
   }
 }
 

@@ -194,15 +194,53 @@ TEST_F(LanectrlResult, HasAnEmptyVersionWhereTheDeviceHasNone) {
 TEST_F(LanectrlResult, OfAShapeThatCannotBeReadIsDroppedWithOneLine) {
   for (const char* message :
        {R"({"results":[{"result_id":"x"}]})", R"({"results":[{"event_type":[]}]})",
-        R"({"results":[],"device_info":5})", R"({"results":[],"full_image":[5]})",
-        R"({"results":[],"full_image":[{"full_image_id":"x"}]})",
-        R"({"results":[],"full_image":[{}],"small_image":["x"]})"}) {
+        R"({"results":[],"device_info":5})"}) {
     ForgetLogs();
     Arrive(message);
     EXPECT_EQ(Published(), "nothing") << message;
     EXPECT_EQ(LogLines(3).size(), 1U) << message;
   }
   Publication(kMessage);
+}
+
+TEST_F(LanectrlResult, LosesAPictureOfAnotherShapeButNothingElse) {
+  for (const char* image : {"5", "true", R"("/mnt/a.jpg")", R"([{"file_name":"/mnt/a.jpg"}])"}) {
+    ForgetLogs();
+    const Json::Value payload =
+        Publication(std::string(R"({"uid":42,"results":[{"plate_result":"p"}],"full_image":[)") +
+                    image + R"(,{"full_image_id":2}],"small_image":[{"a":1},)" + image + "]}");
+    EXPECT_EQ(payload["plateid"].asInt(), 42);
+    EXPECT_EQ(Compact(payload["result"][0]), R"({"plate_result":"p","small_image":{"a":1}})");
+    EXPECT_EQ(payload["result"][1].getMemberNames(), std::vector<std::string>{"full_image"});
+    EXPECT_EQ(LogLines(4), (std::vector<std::string>{"full_image left out, not json object",
+                                                     "small_image left out, not json object"}));
+  }
+}
+
+TEST_F(LanectrlResult, HasAnEmptyEntryWhereNothingButTheFullImageWasAndThatIsOfAnotherShape) {
+  EXPECT_EQ(Compact(Publication(R"({"results":[],"full_image":[5]})")["result"]), "[{}]");
+}
+
+TEST_F(LanectrlResult, LeavesAFullImageWithoutAPathWhereItsNumberIsNone) {
+  for (const char* id : {"\"7\"", "[]", "{}", "4294967295", "1e300"}) {
+    Destroy();
+    Start();
+    image_calls_.clear();
+    const Json::Value result =
+        Publication(std::string(R"({"results":[],"full_image":[{"full_image_id":)") + id +
+                    R"(},{"full_image_id":2}],"small_image":[{"small_image_id":8}]})")["result"];
+    EXPECT_FALSE(result[0]["full_image"].isMember("full_image_path")) << id;
+    EXPECT_EQ(image_calls_, (std::vector<std::string>{"8 1700000000_SN0001_0_0_clip.jpg",
+                                                      "2 1700000000_SN0001_0_1_full.jpg"}));
+    EXPECT_EQ(LogLines(4).size(), 1U);
+  }
+}
+
+TEST_F(LanectrlResult, ReadsAFullImagesNumberAsAnInteger) {
+  Publication(R"({"results":[],"full_image":[{"full_image_id":7.9},{"full_image_id":true},null]})");
+  EXPECT_EQ(image_calls_, (std::vector<std::string>{"7 1700000000_SN0001_0_0_full.jpg",
+                                                    "1 1700000000_SN0001_0_1_full.jpg",
+                                                    "0 1700000000_SN0001_0_2_full.jpg"}));
 }
 
 TEST_F(LanectrlResult, IsNotWaitedForByTheQueueOfResults) {

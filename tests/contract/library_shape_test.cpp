@@ -117,9 +117,8 @@ TEST(LibraryShape, LeavesThePlatformsSymbolsAndNoOthersToTheProcess) {
   EXPECT_EQ(left, (Names{"ChwInfo::Interface", "Json::Json2String", "Json::String2Json",
                          "__sys_log", "cache::KvdbClient::CreateKvdbNetClient", "hw_sn",
                          "tarvex::Base64::DecodeFromArray", "tarvex::Base64::Encode",
-                         "tarvex::Base64::EncodeFromArray", "tarvex::DpClient::CreateDpClient",
-                         "tarvex::XTimeUtil::TimeLocalMake", "tarvex::XTimeUtil::TimeLocalToString",
-                         "tarvex::XTimeUtil::TimeSecond"}));
+                         "tarvex::DpClient::CreateDpClient", "tarvex::XTimeUtil::TimeLocalMake",
+                         "tarvex::XTimeUtil::TimeLocalToString", "tarvex::XTimeUtil::TimeSecond"}));
   for (void* library : needed) {
     dlclose(library);
   }

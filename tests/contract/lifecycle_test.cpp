@@ -144,9 +144,33 @@ TEST_F(Lifecycle, DestructionStopsListeningAndClearsEveryPostedMessage) {
   Destroy();
   EXPECT_EQ(platform().removed_topics,
             (std::vector<std::string>{"SYS_SRV_IP_CHANGED", "SS_DEV_NAME_CHANGED"}));
-  EXPECT_EQ(events_->cleared_ids,
-            (std::vector<unsigned int>{199401, 199402, 199403, 199404, 199405}));
+  EXPECT_EQ(events_->cleared_ids, (std::vector<unsigned int>{199401, 199402, 199403, 199405}));
   EXPECT_EQ(Waiting(), "nothing");
+}
+
+TEST_F(Lifecycle, DestructionClearsPostedMessagesWhateverTheBusClientThrows) {
+  Start();
+  Deliver("BUS_SRV_IVS_RESULT", RecordBytes());
+  platform().throw_on_remove = "SYS_SRV_IP_CHANGED";
+  Destroy();
+  EXPECT_EQ(platform().removed_topics, std::vector<std::string>{"SS_DEV_NAME_CHANGED"});
+  EXPECT_EQ(Waiting(), "nothing");
+  EXPECT_EQ(LogLines(3), std::vector<std::string>{"caught: thrown by the bus"});
+}
+
+TEST_F(Lifecycle, DestructionClearsEveryMessageThoughOneCannotBeCleared) {
+  Start();
+  events_->throw_on_clear = 199401;
+  Destroy();
+  EXPECT_EQ(events_->cleared_ids, (std::vector<unsigned int>{199402, 199403, 199405}));
+  EXPECT_EQ(LogLines(3), std::vector<std::string>{"caught: thrown by the event service"});
+}
+
+TEST_F(Lifecycle, ADisconnectionEndsListeningToTheNameWhateverBecomesOfTheAddress) {
+  Start();
+  platform().throw_on_remove = "SYS_SRV_IP_CHANGED";
+  adapter_->OnMQTTDisconnected();
+  EXPECT_EQ(platform().removed_topics, std::vector<std::string>{"SS_DEV_NAME_CHANGED"});
 }
 
 TEST_F(Lifecycle, DestroyingNothingHasNoEffect) {

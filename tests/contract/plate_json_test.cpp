@@ -1,4 +1,6 @@
 // Every field of a recognition record in the published object.
+#include <climits>
+
 #include "adapter_test.h"
 
 namespace {
@@ -73,6 +75,24 @@ TEST_F(PlateJson, ReadsTheColourAsHexadecimal) {
       {"", 0},     {"-1", -1}, {"  a", 10},  {"7fffffff", 0x7fffffff}};
   for (const auto& [text, value] : rows) {
     EXPECT_EQ(PlateResult(RecordBytes().Text(16, text))["colorValue"].asInt(), value) << text;
+    adapter_->OnMessagePublished(11);
+    BusHeard();
+  }
+}
+
+TEST_F(PlateJson, KeepsTheLowBitsOfAColourThatALongHoldsAndSaturatesOnANarrowOne) {
+  Start();
+  struct Row {
+    const char* text;
+    int wide;    // where a long has 64 bits
+    int narrow;  // where it has 32
+  };
+  for (const Row& row : {Row{"ffffffff", -1, INT_MAX}, Row{"80000000", INT_MIN, INT_MAX},
+                         Row{"123456789", 0x23456789, INT_MAX}, Row{"-80000001", INT_MAX, INT_MIN},
+                         Row{"7fffffffffffffff", -1, INT_MAX}, Row{"ffffffffffffffff", -1, INT_MAX},
+                         Row{"-ffffffffffffffff", 0, INT_MIN}}) {
+    const Json::Value plate = PlateResult(RecordBytes().Text(16, row.text));
+    EXPECT_EQ(plate["colorValue"].asInt(), sizeof(long) == 8 ? row.wide : row.narrow) << row.text;
     adapter_->OnMessagePublished(11);
     BusHeard();
   }

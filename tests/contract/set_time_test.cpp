@@ -94,6 +94,14 @@ TEST_F(SetTime, ReadsLeadingDigitsOnly) {
   EXPECT_EQ(BusHeard(), Request("2024- 6-15  7:30:45"));
 }
 
+TEST_F(SetTime, ReadsAYearBeyondThirtyTwoBitsAsALongHoldsIt) {
+  // 2^32 + 2024: a long of 64 bits is cut to 2024, one of 32 ends at its limit.
+  const bool is_wide = sizeof(long) == 8;
+  EXPECT_EQ(Set(DateWith("year", "\"4294969320\"")), is_wide);
+  EXPECT_EQ(BusHeard(), is_wide ? Request("2024- 6-15 12:30:45") : "nothing");
+  EXPECT_FALSE(Set(DateWith("year", "\"9223372036854777832\"")));  // 2^63 + 2024
+}
+
 TEST_F(SetTime, ReadsANullPartAsZero) {
   EXPECT_TRUE(Set(DateWith("min", "null")));
   EXPECT_EQ(BusHeard(), Request("2024- 6-15 12: 0:45"));

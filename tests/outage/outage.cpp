@@ -150,7 +150,9 @@ int Run(const Options& options) {
     scene_options.agent_options.insert(scene_options.agent_options.end(), {"--no-duty", duty});
   }
   const Clock::time_point start = Clock::now();
-  Scene scene({RIG_CAMERA, RIG_CAMERA_CTL, RIG_AGENT, RIG_PLUGIN}, scene_options);
+  const char* const agent =
+      options.switched_off_duties.empty() ? RIG_AGENT : RIG_AGENT_WITHOUT_DUTIES;
+  Scene scene({RIG_CAMERA, RIG_CAMERA_CTL, agent, RIG_PLUGIN}, scene_options);
   Tally tally;
   std::uint64_t lost = 0;
   bool drained = false;

@@ -72,6 +72,9 @@ class Bus : public tarvex::DpClient, public boost::enable_shared_from_this<Bus> 
   }
 
   int RemoveListenMessage(const std::string& topic) override {
+    if (ThePlatform().throw_on_remove == topic) {
+      throw std::runtime_error("thrown by the bus");
+    }
     ThePlatform().listened_topics.erase(topic);
     ThePlatform().removed_topics.push_back(topic);
     return 0;
@@ -126,6 +129,9 @@ void EventService::PostDelayed(int delay_ms, tarvex::MessageHandler* handler, un
 
 void EventService::Clear(tarvex::MessageHandler* handler, unsigned int id,
                          std::list<tarvex::Message>* removed) {
+  if (throw_on_clear == id) {
+    throw std::runtime_error("thrown by the event service");
+  }
   cleared_ids.push_back(id);
   for (auto it = pending.begin(); it != pending.end();) {
     if (it->message.handler == handler && it->message.message_id == id) {

@@ -62,6 +62,7 @@ class EventService : public tarvex::EventService {
   /// In order of delivery among equal times.
   std::list<Pending> pending;
   std::vector<unsigned int> cleared_ids;
+  unsigned int throw_on_clear = 0;  ///< id whose clearing throws
 
  private:
   int now_ms_ = 0;
@@ -81,6 +82,7 @@ struct Platform {
   unsigned long long now_s = 1700000000;
   tarvex::_TimeS local_time = {2024, 1, 31, 23, 59, 59};
   std::string throw_on_request;    ///< queue whose requests throw
+  std::string throw_on_remove;     ///< topic that cannot be left without throwing
   bool serialising_fails = false;  ///< whether no JSON value becomes text any more
 
   // What the plug-in did.

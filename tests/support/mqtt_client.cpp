@@ -59,7 +59,7 @@ MqttClient::MqttClient(int port, const std::string& filter,
 
 MqttClient::~MqttClient() {
   mosquitto_disconnect(client_);
-  mosquitto_loop_stop(client_, true);
+  mosquitto_loop_stop(client_, false);  // returns after DISCONNECT was sent
   mosquitto_destroy(client_);
 }
 

@@ -64,15 +64,16 @@ void Rig::StartCamera(const std::vector<std::string>& options) {
 
 void Rig::LaunchAgent(const std::vector<std::string>& options, int broker_port) {
   const int port = broker_port != 0 ? broker_port : broker.port();
-  agent = std::make_unique<ChildProcess>(
-      Joined({programs.agent, "--plugin", programs.plugin, "--broker",
-              "127.0.0.1:" + std::to_string(port), "--picture-dir",
-              (directory.path() / "pictures").string(), "--id-picture-dir",
-              (directory.path() / "camera/lane").string(), "--status-interval", "1",
-              "--backoff-min-ms", "50", "--backoff-max-ms", "200", "--keep-alive", "5",
-              "--print-messages"},
-             options),
-      LogFile("agent"), Environment());
+  std::vector<std::string> command = Joined(
+      {programs.agent, "--plugin", programs.plugin, "--broker", "127.0.0.1:" + std::to_string(port),
+       "--id-picture-dir", (directory.path() / "camera/lane").string(), "--status-interval", "1",
+       "--backoff-min-ms", "50", "--backoff-max-ms", "200", "--keep-alive", "5",
+       "--print-messages"},
+      options);
+  if (std::find(options.begin(), options.end(), "--picture-dir") == options.end()) {
+    command.insert(command.end(), {"--picture-dir", (directory.path() / "pictures").string()});
+  }
+  agent = std::make_unique<ChildProcess>(command, LogFile("agent"), Environment());
 }
 
 void Rig::StartAgent(const std::vector<std::string>& options, int broker_port) {

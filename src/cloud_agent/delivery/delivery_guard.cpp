@@ -17,8 +17,6 @@ constexpr std::size_t kMaxUnacknowledged_bytes = std::size_t{16} << 20;
 // What a message costs beside its topic and payload, roughly.
 constexpr std::size_t kOverhead_bytes = 512;
 
-bool IsResult(unsigned long long tag) { return tag == kLiveResultTag || tag == kOfflineResultTag; }
-
 // Both ways in which the cloud makes the plug-in forget the records it has fetched.
 bool EmptiesOfflineQueue(const std::string& request_name, const Json::Value& payload) {
   if (request_name != kOfflineRequest) {

@@ -14,6 +14,10 @@ constexpr unsigned long long kLiveResultTag = 11;
 constexpr unsigned long long kOfflineResultTag = 16;
 constexpr unsigned long long kOfflineCountTag = 17;
 
+inline bool IsResult(unsigned long long tag) {
+  return tag == kLiveResultTag || tag == kOfflineResultTag;
+}
+
 /// The bus topic on which the plug-in receives recognition results.
 constexpr char kResultTopic[] = "BUS_SRV_IVS_RESULT";
 

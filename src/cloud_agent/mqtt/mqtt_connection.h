@@ -68,7 +68,7 @@ class MqttConnection {
   /// @return MOSQ_ERR_SUCCESS, or the library's error.
   int Publish(const OutboundMessage& message, int* message_id);
 
-  /// Says goodbye; Loop() then returns false soon.
+  /// Sends DISCONNECT; Loop() then returns false soon.
   void Disconnect();
 
  private:

@@ -16,10 +16,10 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr int kLoop_ms = 1000;
-constexpr int kGoodbyeLoop_ms = 50;
+constexpr int kLastLoop_ms = 50;
 // The back-off starts again after a connection that stood for as long as this.
 constexpr seconds kStable{5};
-constexpr seconds kGoodbye{1};
+constexpr seconds kLastPatience{1};
 constexpr seconds kStopPatience{3};
 
 // Responses to requests that were turned away; the broker that acknowledges none gets no more.
@@ -99,7 +99,7 @@ bool MqttLink::Stop(const OutboundMessage& last) {
     // Wakes the network thread as well.
     if (connection_ != nullptr && !last.topic.empty() &&
         connection_->Publish(last, &message_id) == MOSQ_ERR_SUCCESS) {
-      goodbye_id_ = message_id;
+      last_message_id_ = message_id;
     }
     changed_.notify_all();
     if (!changed_.wait_for(lock, kStopPatience, [this] { return is_finished_; })) {
@@ -154,6 +154,7 @@ void MqttLink::RunConnection() {
     });
   }
   const bool was_taken_over = connection != nullptr && connection->WasTakenOver();
+  connection.reset();  // closes the socket, unless the event thread is about to
   if (was_ready_ && !was_taken_over && Clock::now() - ready_at >= kStable) {
     backoff_.Reset();
   }
@@ -183,7 +184,7 @@ std::string MqttLink::Drive(MqttConnection* connection) {
       is_stopping = is_stopping_;
     }
     if (is_stopping) {
-      SayGoodbye(connection);
+      Finish(connection);
       return "stopped";
     }
     if (!drop_reason.empty()) {
@@ -193,16 +194,16 @@ std::string MqttLink::Drive(MqttConnection* connection) {
   return connection->LastError();
 }
 
-void MqttLink::SayGoodbye(MqttConnection* connection) {
-  const Clock::time_point deadline = Clock::now() + kGoodbye;
+void MqttLink::Finish(MqttConnection* connection) {
+  const Clock::time_point deadline = Clock::now() + kLastPatience;
   const auto is_unacknowledged = [this] {
     const std::lock_guard<std::mutex> lock(mutex_);
-    return goodbye_id_.has_value();
+    return last_message_id_.has_value();
   };
-  while (is_unacknowledged() && Clock::now() < deadline && connection->Loop(kGoodbyeLoop_ms)) {
+  while (is_unacknowledged() && Clock::now() < deadline && connection->Loop(kLastLoop_ms)) {
   }
   connection->Disconnect();
-  while (Clock::now() < deadline && connection->Loop(kGoodbyeLoop_ms)) {
+  while (Clock::now() < deadline && connection->Loop(kLastLoop_ms)) {
   }
 }
 
@@ -223,8 +224,8 @@ void MqttLink::OnPuback(std::uint64_t connection_number, int message_id, int rea
   }
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (goodbye_id_ == message_id) {
-      goodbye_id_.reset();
+    if (last_message_id_ == message_id) {
+      last_message_id_.reset();
     }
   }
   PostToListener([this, publication = PublicationId(connection_number, message_id), reason_code] {

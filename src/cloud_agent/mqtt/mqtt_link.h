@@ -51,7 +51,7 @@ class MqttLink : public Link {
   void Run();
   void RunConnection();
   std::string Drive(MqttConnection* connection);
-  void SayGoodbye(MqttConnection* connection);
+  void Finish(MqttConnection* connection);
   void OnReady(const std::shared_ptr<MqttConnection>& connection, int subscription_code);
   void OnPuback(std::uint64_t connection_number, int message_id, int reason_code);
   void OnRequest(MqttConnection* connection, InboundRequest request);
@@ -81,7 +81,7 @@ class MqttLink : public Link {
   std::condition_variable changed_;
   bool is_stopping_ = false;
   bool is_finished_ = false;
-  std::optional<int> goodbye_id_;  // message id, until it is acknowledged
+  std::optional<int> last_message_id_;  // until it is acknowledged
   std::string drop_reason_;
   std::size_t requests_waiting_ = 0;
   std::uint64_t turned_away_ = 0;

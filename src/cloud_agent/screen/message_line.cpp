@@ -23,7 +23,7 @@ void Cut(std::string* text, std::size_t max_bytes) {
   *text += "...";
 }
 
-// Text of the outside world must not steer a terminal.
+// Control characters of received text must not reach a terminal.
 std::string Printable(std::string text) {
   for (char& character : text) {
     const auto byte = static_cast<unsigned char>(character);

@@ -1,5 +1,7 @@
 // Requests to the camera's own agent services. Each service's queue is named like
 // its request.
+#include <optional>
+
 #include "json_access.h"
 #include "json_text.h"
 #include "log.h"
@@ -7,13 +9,49 @@
 #include "protocol.h"
 
 namespace qex {
+
+/// A request that a service answers and that the answer is published for.
+struct MQTTAdapter::AgentQuery {
+  const char* handler;  ///< whose name its log entries carry
+  const char* name;     ///< of the request and of the publication
+  const char* service;
+  PublishTag tag;
+  /// What the service is to get as its "body", from the request's: null for none at all,
+  /// nothing where the request lacks a part of it.
+  std::optional<Json::Value> (*parameters)(const Json::Value& body);
+};
+
 namespace {
 
-std::string AgentRequest(const char* type, const Json::Value* body) {
+std::optional<Json::Value> NoParameters(const Json::Value& /*body*/) { return Json::Value(); }
+
+std::optional<Json::Value> StreamParameters(const Json::Value& body) {
+  const Json::Value& sn = Member(body, "sn");
+  if (sn.isNull()) {
+    return std::nullopt;
+  }
+  Json::Value parameters;
+  parameters["sn"] = sn.asString();
+  return parameters;
+}
+
+std::optional<Json::Value> TalkbackParameters(const Json::Value& body) {
+  const Json::Value& sn = Member(body, "sn");
+  const Json::Value& window_size = Member(body, "window_size");
+  if (sn.isNull() || window_size.isNull()) {
+    return std::nullopt;
+  }
+  Json::Value parameters;
+  parameters["sn"] = sn.asString();
+  parameters["window_size"] = window_size.asInt();
+  return parameters;
+}
+
+std::string AgentRequest(const char* type, const Json::Value& parameters) {
   Json::Value request;
   request["type"] = type;
-  if (body != nullptr) {
-    request["body"] = *body;
+  if (!parameters.isNull()) {
+    request["body"] = parameters;
   }
   std::string text;
   Json::Json2String(request, text);
@@ -23,96 +61,61 @@ std::string AgentRequest(const char* type, const Json::Value* body) {
 }  // namespace
 
 /// Sends a request and logs a failure the way these services do: at level 6, in red.
-bool MQTTAdapter::SendToAgentService(const char* function, const char* queue,
+bool MQTTAdapter::SendToAgentService(const char* handler, const char* service,
                                      const std::string& request, int timeout_ms,
                                      std::string* reply) {
-  if (SendBusRequest(queue, request, timeout_ms, reply) < 1) {
-    ADAPTER_LOG_AS(function, kLogInfo, "\033[31m send dp failed:%s \033[0m \n", request.c_str());
+  if (SendBusRequest(service, request, timeout_ms, reply) < 1) {
+    ADAPTER_LOG_AS(handler, kLogInfo, "\033[31m send dp failed:%s \033[0m \n", request.c_str());
     return false;
   }
   return true;
 }
 
-/// The result of a service's reply; a reply that is not JSON counts as success and
-/// gives a null body.
-Json::Value MQTTAdapter::AgentResult(const std::string& reply, std::string* text) {
-  Json::Value parsed;
-  if (!Json::String2Json(reply, parsed)) {
-    parsed = Json::Value();
+bool MQTTAdapter::QueryAgentService(const AgentQuery& query, const Json::Value& payload,
+                                    const std::string& version) {
+  if (!IsObjectWithType(payload, query.handler) || !TypeIs(payload, query.name)) {
+    return false;
   }
+  const std::optional<Json::Value> parameters = query.parameters(Member(payload, "body"));
+  if (!parameters) {
+    return false;
+  }
+  const std::string request = AgentRequest(query.service, *parameters);
+  std::string reply;
+  if (version != kVersion ||
+      !SendToAgentService(query.handler, query.service, request, kAgentTimeout_ms, &reply)) {
+    return false;
+  }
+  // A reply that is not JSON counts as success, with a null body.
   Json::Value result;
-  result["body"] = Member(parsed, "body");
+  result["body"] = Member(ParsedReply(reply).value_or(Json::Value()), "body");
   result["state_code"] = kStateOk;
-  Json::Json2String(result, *text);
-  return result;
+  std::string text;
+  Json::Json2String(result, text);
+  ADAPTER_LOG_AS(query.handler, kLogInfo, "%s:%s\n", query.name, text.c_str());
+  Publish(query.name, result, query.tag);
+  return true;
 }
 
 bool MQTTAdapter::DoCmdBindDeviceList(const Json::Value& payload, const std::string& version,
                                       Json::Value& /*response*/) {
-  if (!IsObjectWithType(payload, __func__) || !TypeIs(payload, "bind_device_list")) {
-    return false;
-  }
-  const std::string request = AgentRequest("user_get_mate_info", nullptr);
-  std::string reply;
-  if (version != kVersion ||
-      !SendToAgentService(__func__, "user_get_mate_info", request, kAgentTimeout_ms, &reply)) {
-    return false;
-  }
-  std::string text;
-  const Json::Value result = AgentResult(reply, &text);
-  ADAPTER_LOG(kLogInfo, "bind_device_list:%s\n", text.c_str());
-  Publish("bind_device_list", result, kTagBindDeviceList);
-  return true;
+  return QueryAgentService(
+      {__func__, "bind_device_list", "user_get_mate_info", kTagBindDeviceList, NoParameters},
+      payload, version);
 }
 
 bool MQTTAdapter::DoCmdAgentRtspUrl(const Json::Value& payload, const std::string& version,
                                     Json::Value& /*response*/) {
-  if (!IsObjectWithType(payload, __func__) || !TypeIs(payload, "agent_rtsp_url")) {
-    return false;
-  }
-  const Json::Value& sn = Member(Member(payload, "body"), "sn");
-  if (sn.isNull()) {
-    return false;
-  }
-  Json::Value body;
-  body["sn"] = sn.asString();
-  const std::string request = AgentRequest("user_get_rtsp_info", &body);
-  std::string reply;
-  if (version != kVersion ||
-      !SendToAgentService(__func__, "user_get_rtsp_info", request, kAgentTimeout_ms, &reply)) {
-    return false;
-  }
-  std::string text;
-  const Json::Value result = AgentResult(reply, &text);
-  ADAPTER_LOG(kLogInfo, "agent_rtsp_url:%s\n", text.c_str());
-  Publish("agent_rtsp_url", result, kTagAgentRtspUrl);
-  return true;
+  return QueryAgentService(
+      {__func__, "agent_rtsp_url", "user_get_rtsp_info", kTagAgentRtspUrl, StreamParameters},
+      payload, version);
 }
 
 bool MQTTAdapter::DoCmdAgentTalkbackPort(const Json::Value& payload, const std::string& version,
                                          Json::Value& /*response*/) {
-  if (!IsObjectWithType(payload, __func__) || !TypeIs(payload, "agent_talkback_port")) {
-    return false;
-  }
-  const Json::Value& sn = Member(Member(payload, "body"), "sn");
-  const Json::Value& window_size = Member(Member(payload, "body"), "window_size");
-  if (sn.isNull() || window_size.isNull()) {
-    return false;
-  }
-  Json::Value body;
-  body["sn"] = sn.asString();
-  body["window_size"] = window_size.asInt();
-  const std::string request = AgentRequest("user_request_talkback", &body);
-  std::string reply;
-  if (version != kVersion ||
-      !SendToAgentService(__func__, "user_request_talkback", request, kAgentTimeout_ms, &reply)) {
-    return false;
-  }
-  std::string text;
-  const Json::Value result = AgentResult(reply, &text);
-  ADAPTER_LOG(kLogInfo, "agent_talkback_port:%s\n", text.c_str());
-  Publish("agent_talkback_port", result, kTagAgentTalkbackPort);
-  return true;
+  return QueryAgentService({__func__, "agent_talkback_port", "user_request_talkback",
+                            kTagAgentTalkbackPort, TalkbackParameters},
+                           payload, version);
 }
 
 bool MQTTAdapter::DoCmdAgentLanectrlResultCfg(const Json::Value& payload,
@@ -125,7 +128,7 @@ bool MQTTAdapter::DoCmdAgentLanectrlResultCfg(const Json::Value& payload,
   if (!body.isArray()) {
     return false;
   }
-  const std::string request = AgentRequest("stay_event_enable", &body);
+  const std::string request = AgentRequest("stay_event_enable", body);
   std::string reply;
   if (version != kVersion ||
       !SendToAgentService(__func__, "stay_event_enable", request, kStayEventTimeout_ms, &reply)) {

@@ -64,8 +64,12 @@ bool MQTTAdapter::DoCmdGpioOut(const Json::Value& payload, const std::string& /*
     return false;
   }
   ADAPTER_LOG(kLogInfo, "ioctl!");
-  // A body that is no object is refused (by what jsoncpp throws): no output moves on it.
+  // A missing body is all zeros; on one of another shape no output moves.
   const Json::Value& body = payload["body"];
+  if (!body.isNull() && !body.isObject()) {
+    ADAPTER_LOG(kLogWarning, "invalid body, not json object");
+    return false;
+  }
   GpioControl control = {IntOrZero(body["io"]), IntOrZero(body["value"]), IntOrZero(body["delay"])};
   if (static_cast<uint32_t>(control.value) > 2) {
     control.value = 0;
@@ -177,13 +181,13 @@ bool MQTTAdapter::DoCmdGetIoOutStatus(const Json::Value& payload, const std::str
     return false;
   }
   // What counts is the reply, not the result of the send.
-  std::string reply;
-  Json::Value status;
-  if (!AskForJson(kQueueDevices, request_text, kIoOutStatusTimeout_ms, &reply, &status)) {
+  const std::optional<Json::Value> status =
+      AskForJson(kQueueDevices, request_text, kIoOutStatusTimeout_ms);
+  if (!status) {
     return false;
   }
   Json::Value answer;
-  answer["value"] = Member(Member(status, "body"), "gpio_out_status");
+  answer["value"] = Member(Member(*status, "body"), "gpio_out_status");
   answer["gpio"] = gpio;
   Publish("get_io_out_status", answer, kTagGetIoOutStatus);
   return true;

@@ -126,4 +126,14 @@ void MQTTAdapter::ClearPosted(unsigned int id) {
   }
 }
 
+void MQTTAdapter::ClearAllPosted() {
+  for (const PostedRow& row : kPosted) {
+    try {
+      ClearPosted(row.id);
+    } catch (...) {
+      LogCaughtException(__func__);
+    }
+  }
+}
+
 }  // namespace qex

@@ -26,10 +26,15 @@ std::string SoftwareVersion() {
   return info != nullptr ? info->GetAppVer() : std::string();
 }
 
-Json::Value WithoutFileName(const Json::Value& image) {
-  Json::Value copy = image;
-  copy.removeMember("file_name");
-  return copy;
+/// Copies a picture's description into an entry, without the path on the device. One of
+/// another shape is left out: the event is worth more than the picture.
+void CopyImage(const Json::Value& image, const char* key, Json::Value& entry) {
+  if (!image.isNull() && !image.isObject()) {
+    ADAPTER_LOG_AS("PackLanectrlResult", kLogWarning, "%s left out, not json object", key);
+    return;
+  }
+  entry[key] = image;
+  entry[key].removeMember("file_name");
 }
 
 }  // namespace
@@ -54,15 +59,17 @@ void MQTTAdapter::PackLanectrlResult(const Json::Value& message, Json::Value& ou
 
   const Json::Value& full_images = Member(message, "full_image");
   const Json::Value& small_images = Member(message, "small_image");
-  Json::Value& out = output["result"];  // stays null without a full image
+  Json::Value& entries = output["result"];  // stays null without a full image
   for (Json::ArrayIndex i = 0; full_images.isArray() && i < full_images.size(); ++i) {
-    out[i]["full_image"] = WithoutFileName(full_images[i]);
+    Json::Value& entry = entries[i];
+    entry = Json::Value(Json::objectValue);
+    CopyImage(full_images[i], "full_image", entry);
     if (small_images.isArray() && i < small_images.size()) {
-      out[i]["small_image"] = WithoutFileName(small_images[i]);
+      CopyImage(small_images[i], "small_image", entry);
     }
     const Json::Value& result = Element(results, i);
     if (HasMember(result, "plate_result")) {
-      out[i]["plate_result"] = result["plate_result"];
+      entry["plate_result"] = result["plate_result"];
     }
   }
 }
@@ -99,10 +106,16 @@ int MQTTAdapter::PackLanectrlImgInfo(Json::Value snapshot, Json::Value& result) 
   for (Json::ArrayIndex i = 0; i < result.size(); ++i) {
     const Json::Value& entry = Element(Member(snapshot, "result"), i);
     if (HasMember(entry, "full_image")) {
-      const std::string id = std::to_string(Member(entry["full_image"], "full_image_id").asInt());
-      printf("decode_path:big:%s\r\n", id.c_str());
-      const std::string name = stem + std::to_string(g_lane_image_counter++) + "_full.jpg";
-      result[i]["full_image"]["full_image_path"] = tarvex::Base64::Encode(m_image_func_(id, name));
+      const Json::Value& image_id = Member(entry["full_image"], "full_image_id");
+      if (image_id.isConvertibleTo(Json::intValue)) {
+        const std::string id = std::to_string(image_id.asInt());
+        printf("decode_path:big:%s\r\n", id.c_str());
+        const std::string name = stem + std::to_string(g_lane_image_counter++) + "_full.jpg";
+        result[i]["full_image"]["full_image_path"] =
+            tarvex::Base64::Encode(m_image_func_(id, name));
+      } else {
+        ADAPTER_LOG(kLogWarning, "full_image left without a path, full_image_id not int");
+      }
     }
     if (HasMember(entry, "small_image")) {
       // The counter advances also when no picture follows.

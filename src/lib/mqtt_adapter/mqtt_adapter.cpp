@@ -21,18 +21,8 @@ MQTTAdapter::MQTTAdapter(boost::shared_ptr<tarvex::EventService> event_service, 
 }
 
 MQTTAdapter::~MQTTAdapter() {
-  try {
-    if (m_dp_client_) {
-      m_dp_client_->RemoveListenMessage(kTopicIpChanged);
-      m_dp_client_->RemoveListenMessage(kTopicNameChanged);
-    }
-    // Nothing posted may reach this object once it is gone.
-    for (unsigned int id = TCP_SESSION_SEND_IVS_RESULT; id <= TCP_SESSION_STOP_CLOUDCTRL; ++id) {
-      ClearPosted(id);
-    }
-  } catch (...) {
-    LogCaughtException(__func__);
-  }
+  StopListeningToIdentity();
+  ClearAllPosted();  // Nothing posted may reach this object once it is gone.
   m_result_list_.clear();
   m_offline_mgr_.reset();
   pthread_mutex_destroy(&m_result_mutex_);
@@ -84,16 +74,23 @@ int MQTTAdapter::Initialize(
 
 void MQTTAdapter::OnMQTTConnected() { ADAPTER_LOG(kLogInfo, "OnMQTTConnected"); }
 
-void MQTTAdapter::OnMQTTDisconnected() try {
+void MQTTAdapter::OnMQTTDisconnected() {
   ADAPTER_LOG(kLogInfo, "OnMQTTDisconnected");
   // Deliberate: nothing listens to the two topics again, so after the first loss of
   // the link the adapter does not follow changes of address and name any more.
-  if (m_dp_client_) {
-    m_dp_client_->RemoveListenMessage(kTopicIpChanged);
-    m_dp_client_->RemoveListenMessage(kTopicNameChanged);
+  StopListeningToIdentity();
+}
+
+void MQTTAdapter::StopListeningToIdentity() {
+  for (const char* topic : {kTopicIpChanged, kTopicNameChanged}) {
+    try {
+      if (m_dp_client_) {
+        m_dp_client_->RemoveListenMessage(topic);
+      }
+    } catch (...) {
+      LogCaughtException(__func__);
+    }
   }
-} catch (...) {
-  LogCaughtException(__func__);
 }
 
 }  // namespace qex

@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <list>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -167,6 +168,11 @@ class MQTTAdapter : public BaseAdapter,
   static const TopicRow kTopics[];
   static const PostedRow kPosted[];
 
+  // mqtt_adapter.cpp
+  /// Leaves each of the topics of address and name, whatever is thrown for the other.
+  /// Throws nothing.
+  void StopListeningToIdentity();
+
   // requests.cpp
   /// The shared check, logging under the name of `function`: the payload is an
   /// object and has a "type", of any kind.
@@ -176,10 +182,11 @@ class MQTTAdapter : public BaseAdapter,
   /// Sends one bus request. @return as DpClient::SendRequest; 0 without a bus client.
   int SendBusRequest(const char* queue, const std::string& request, int timeout_ms,
                      std::string* reply);
-  /// Sends one bus request and parses its reply, whatever the send returned.
-  /// @return whether there is a reply and it is JSON; `parsed` is null otherwise.
-  bool AskForJson(const char* queue, const std::string& request, int timeout_ms, std::string* reply,
-                  Json::Value* parsed);
+  /// A service's reply as JSON; nothing where it is empty or not JSON.
+  static std::optional<Json::Value> ParsedReply(const std::string& reply);
+  /// Sends one bus request. @return its reply as JSON, whatever the send returned.
+  std::optional<Json::Value> AskForJson(const char* queue, const std::string& request,
+                                        int timeout_ms);
   void Publish(const char* name, const Json::Value& payload, unsigned long long tag);
 
   // bus_events.cpp
@@ -192,9 +199,12 @@ class MQTTAdapter : public BaseAdapter,
   void PostToSelfDelayed(int delay_ms, unsigned int id,
                          boost::shared_ptr<tarvex::MessageData> data);
   void ClearPosted(unsigned int id);
+  /// Clears each message that is ever posted, whatever is thrown for another. Throws nothing.
+  void ClearAllPosted();
 
-  // plate_json.cpp: the whole payload
-  void PackPlateResult(const IVS_RESULT_PARAM& record, int isoffline, Json::Value& body);
+  // plate_json.cpp: the whole payload. Takes a copy of the record: the host's image
+  // function may lead back to here and have the caller's confirmed and freed.
+  void PackPlateResult(IVS_RESULT_PARAM record, int isoffline, Json::Value& body);
 
   // lane_control.cpp: the payload without its picture references
   void PackLanectrlResult(const Json::Value& message, Json::Value& output);
@@ -207,12 +217,14 @@ class MQTTAdapter : public BaseAdapter,
   void OnStopCloudCtrl(const tarvex::Message& msg);
 
   // pictures.cpp
-  std::string PictureReference(const std::string& path, unsigned int* counter);
+  std::string NextPictureReference(const std::string& path, unsigned int* counter);
 
   // agent_commands.cpp
-  bool SendToAgentService(const char* function, const char* queue, const std::string& request,
+  struct AgentQuery;
+  bool QueryAgentService(const AgentQuery& query, const Json::Value& payload,
+                         const std::string& version);
+  bool SendToAgentService(const char* handler, const char* service, const std::string& request,
                           int timeout_ms, std::string* reply);
-  static Json::Value AgentResult(const std::string& reply, std::string* text);
 
   // offline_commands.cpp
   void OnOfflineResultPublished();

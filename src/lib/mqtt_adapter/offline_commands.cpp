@@ -22,8 +22,10 @@ bool MQTTAdapter::DoCmdSendOffline(const Json::Value& payload, const std::string
   }
   const Json::Value& body = Member(payload, "body");
   const Json::Value& enable_value = Member(body, "enable");
-  // Anything else that stands there does nothing, and the request counts as accepted.
   const std::string enable = enable_value.isString() ? enable_value.asString() : std::string();
+  if (enable != "push" && enable != "stop" && enable != "clear") {
+    return true;  // Asks for nothing, and is accepted.
+  }
   if (!m_offline_mgr_) {
     return false;
   }
@@ -43,7 +45,7 @@ bool MQTTAdapter::DoCmdSendOffline(const Json::Value& payload, const std::string
   } else if (enable == "stop") {
     m_offline_mgr_->m_remain_count_ = 0;
     m_offline_mgr_->m_offline_records_.clear();
-  } else if (enable == "clear") {
+  } else {
     m_offline_mgr_->ClearAllOfflineRecord();
   }
   return true;
@@ -82,13 +84,15 @@ void MQTTAdapter::OnOfflineResultPublished() {
 }
 
 void MQTTAdapter::OnLiveResultPublished() {
-  if (m_result_list_.empty() || !m_offline_mgr_) {
+  if (m_result_list_.empty()) {
     return;
   }
   // A confirmation always means the newest result: the host hands them over one by
   // one (docs/delivery.md).
   const uint32_t plate_id = m_result_list_.back().plate.plate_id;
-  m_offline_mgr_->SetOfflinePushSuccess(plate_id, false);
+  if (m_offline_mgr_) {
+    m_offline_mgr_->SetOfflinePushSuccess(plate_id, false);
+  }
   const auto match = std::find_if(
       m_result_list_.begin(), m_result_list_.end(),
       [plate_id](const IVS_RESULT_PARAM& record) { return record.plate.plate_id == plate_id; });

@@ -27,15 +27,26 @@ const Json::Value& ImagePath(const Json::Value& reply) {
 
 }  // namespace
 
-std::string MQTTAdapter::PictureReference(const std::string& path, unsigned int* counter) {
+/// What the host makes of a picture under the next number. A number whose picture fails
+/// goes to the one after it.
+std::string MQTTAdapter::NextPictureReference(const std::string& path, unsigned int* counter) {
   tarvex::_TimeS now = {};
   tarvex::XTimeUtil::TimeLocalMake(&now, 0);
   char time_text[64];
   snprintf(time_text, kTimeTextSize, "%04d%02d%02d%02d%02d%02d", now.year, now.month, now.day,
            now.hour, now.minute, now.second);
+  // Taken before the call, which may lead back to here: no two pictures share a name.
+  const unsigned int number = (*counter)++;
   const std::string name =
-      std::string(time_text) + "_" + m_sn_ + "_" + std::to_string((*counter)++) + ".jpg";
-  return tarvex::Base64::Encode(m_image_func_(path, name));
+      std::string(time_text) + "_" + m_sn_ + "_" + std::to_string(number) + ".jpg";
+  try {
+    return tarvex::Base64::Encode(m_image_func_(path, name));
+  } catch (...) {
+    if (*counter == number + 1) {
+      *counter = number;
+    }
+    throw;
+  }
 }
 
 bool MQTTAdapter::DoCmdGetImageById(const Json::Value& payload, const std::string& version,
@@ -58,17 +69,16 @@ bool MQTTAdapter::DoCmdGetImageById(const Json::Value& payload, const std::strin
     return false;
   }
   // What counts is the reply, not the result of the send; the snapshot's counts.
-  std::string reply;
-  Json::Value parsed;
-  if (!AskForJson(kQueueResults, text, kPictureTimeout_ms, &reply, &parsed)) {
+  const std::optional<Json::Value> reply = AskForJson(kQueueResults, text, kPictureTimeout_ms);
+  if (!reply) {
     return false;
   }
-  const Json::Value& path = ImagePath(parsed);
+  const Json::Value& path = ImagePath(*reply);
   if (path.isNull() || !m_image_func_) {
     return false;
   }
   Json::Value picture;
-  picture["imgPath"] = PictureReference(path.asString(), &g_image_by_id_counter);
+  picture["imgPath"] = NextPictureReference(path.asString(), &g_image_by_id_counter);
   picture["state_code"] = kStateOk;
   std::string picture_text;
   Json::Json2String(picture, picture_text);
@@ -94,8 +104,8 @@ bool MQTTAdapter::DoCmdSnapshot(const Json::Value& payload, const std::string& v
     ADAPTER_LOG(kLogError, "send dp failed:%s", text.c_str());
     return false;
   }
-  Json::Value parsed;
-  if (reply.empty() || !Json::String2Json(reply, parsed) || ImagePath(parsed).isNull()) {
+  const std::optional<Json::Value> parsed = ParsedReply(reply);
+  if (!parsed || ImagePath(*parsed).isNull()) {
     return false;
   }
   ADAPTER_LOG(kLogInfo, "image_path:%s", reply.c_str());
@@ -104,7 +114,7 @@ bool MQTTAdapter::DoCmdSnapshot(const Json::Value& payload, const std::string& v
   }
   Json::Value picture;
   picture["imageformat"] = "jpg";
-  picture["imgPath"] = PictureReference(ImagePath(parsed).asString(), &g_snapshot_counter);
+  picture["imgPath"] = NextPictureReference(ImagePath(*parsed).asString(), &g_snapshot_counter);
   picture["state_code"] = kStateOk;
   std::string picture_text;
   Json::Json2String(picture, picture_text);

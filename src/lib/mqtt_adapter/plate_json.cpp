@@ -21,21 +21,16 @@ void PackRect(const Rect& rect, Json::Value& out) {
   out["top"] = rect.top;
 }
 
-std::string PictureName(const IVS_RESULT_PARAM& record, const std::string& sn, const char* ending) {
+/// Uses up one number, also when the picture then fails.
+std::string NextPictureName(const IVS_RESULT_PARAM& record, const std::string& sn,
+                            const char* ending) {
   return std::to_string(record.plate.sec) + "_" + sn + "_" + std::to_string(record.plate.plate_id) +
          "_" + std::to_string(g_plate_image_counter++) + ending;
 }
 
-std::string EncodedReference(const std::string& reference) {
-  std::string encoded;
-  tarvex::Base64::EncodeFromArray(reference.data(), reference.size(), &encoded);
-  return encoded;
-}
-
 }  // namespace
 
-void MQTTAdapter::PackPlateResult(const IVS_RESULT_PARAM& record, int isoffline,
-                                  Json::Value& body) {
+void MQTTAdapter::PackPlateResult(IVS_RESULT_PARAM record, int isoffline, Json::Value& body) {
   Json::Value& alarm = body["AlarmInfoPlate"];
   GetDevInfoJson(alarm);
   Json::Value& result = alarm["result"];
@@ -118,11 +113,11 @@ int MQTTAdapter::PackPlateImgInfo(const IVS_RESULT_PARAM* record, Json::Value& p
     return 0;
   }
   const std::string full_path = RecordText(*record, offsetof(IVS_RESULT_PARAM, full_image_path));
-  plate_result["imagePath"] =
-      EncodedReference(m_image_func_(full_path, PictureName(*record, m_sn_, "_full.jpg")));
+  plate_result["imagePath"] = tarvex::Base64::Encode(
+      m_image_func_(full_path, NextPictureName(*record, m_sn_, "_full.jpg")));
   const std::string clip_path = RecordText(*record, offsetof(IVS_RESULT_PARAM, clip_image_path));
-  plate_result["imageFragmentPath"] =
-      EncodedReference(m_image_func_(clip_path, PictureName(*record, m_sn_, "_clip.jpg")));
+  plate_result["imageFragmentPath"] = tarvex::Base64::Encode(
+      m_image_func_(clip_path, NextPictureName(*record, m_sn_, "_clip.jpg")));
   return 0;
 }
 

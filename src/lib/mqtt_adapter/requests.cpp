@@ -16,17 +16,16 @@ namespace {
 /// A published name. Most have nothing behind them but an answer to a request.
 struct PublishRow {
   const char* name;
-  const char* topic;          ///< bus topic behind it, or null
-  const char* subscribe_log;  ///< format of its log entry: name, result
+  const char* topic;         ///< bus topic behind it, or null
+  const char* logged_topic;  ///< what its log entry names
 };
 
 constexpr PublishRow kPublishes[] = {
-    {"ivs_result", kTopicIvsResult, " message:[%s] listen BUS_SRV_IVS_RESULT ret=%d"},
-    {"lanectrl_result", kTopicLanectrlResult,
-     " message:[%s] listen BUS_SRV_LANECTRL_RESULT ret=%d"},
+    {"ivs_result", kTopicIvsResult, kTopicIvsResult},
+    {"lanectrl_result", kTopicLanectrlResult, kTopicLanectrlResult},
     // The entry deliberately names another topic than the one listened to.
-    {"gpio_in", kTopicExternalTrigger, " message:[%s] listen EVS_IVS_TRIGGER ret=%d"},
-    {"serial_data", kTopicSerialRead, " message:[%s] listen EVS_RS485_READ ret=%d"},
+    {"gpio_in", kTopicExternalTrigger, "EVS_IVS_TRIGGER"},
+    {"serial_data", kTopicSerialRead, kTopicSerialRead},
     {"snapshot", nullptr, nullptr},
     {"bind_device_list", nullptr, nullptr},
     {"agent_rtsp_url", nullptr, nullptr},
@@ -107,10 +106,7 @@ bool MQTTAdapter::SubscribeMessage(const std::string& name) try {
   }
   if (row->topic != nullptr) {
     const int ret = m_dp_client_->ListenMessage(row->topic, 0);
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // a literal of the table above
-    ADAPTER_LOG(kLogDebug, row->subscribe_log, name.c_str(), ret);
-#pragma GCC diagnostic pop
+    ADAPTER_LOG(kLogDebug, " message:[%s] listen %s ret=%d", name.c_str(), row->logged_topic, ret);
     return ret == 0;
   }
   if (name == "snapshot") {
@@ -180,14 +176,19 @@ int MQTTAdapter::SendBusRequest(const char* queue, const std::string& request, i
   return m_dp_client_->SendRequest(queue, 0, request.data(), request.size(), reply, timeout_ms);
 }
 
-bool MQTTAdapter::AskForJson(const char* queue, const std::string& request, int timeout_ms,
-                             std::string* reply, Json::Value* parsed) {
-  SendBusRequest(queue, request, timeout_ms, reply);
-  if (!reply->empty() && Json::String2Json(*reply, *parsed)) {
-    return true;
+std::optional<Json::Value> MQTTAdapter::ParsedReply(const std::string& reply) {
+  Json::Value parsed;
+  if (reply.empty() || !Json::String2Json(reply, parsed)) {
+    return std::nullopt;
   }
-  *parsed = Json::Value();
-  return false;
+  return parsed;
+}
+
+std::optional<Json::Value> MQTTAdapter::AskForJson(const char* queue, const std::string& request,
+                                                   int timeout_ms) {
+  std::string reply;
+  SendBusRequest(queue, request, timeout_ms, &reply);
+  return ParsedReply(reply);
 }
 
 void MQTTAdapter::Publish(const char* name, const Json::Value& payload, unsigned long long tag) {

@@ -56,8 +56,8 @@ int MQTTAdapter::DeleteWlInfo(const Json::Value& body, Json::Value& result) {
   if (Json::Json2String(request, text)) {
     ADAPTER_LOG(kLogInfo, "req_data:%s", text.c_str());
     std::string reply;
-    Json::Value parsed;
-    if (AskForJson(kQueueWhiteList, text, kWhiteListTimeout_ms, &reply, &parsed)) {
+    SendBusRequest(kQueueWhiteList, text, kWhiteListTimeout_ms, &reply);
+    if (ParsedReply(reply)) {
       ADAPTER_LOG(kLogInfo, "Delete:%s", reply.c_str());
       result["state_code"] = kStateOk;
       done = 1;
@@ -83,9 +83,10 @@ int MQTTAdapter::ReplaceWlInfo(const Json::Value& body, Json::Value& result) {
     }
     std::string text;
     std::string reply;
-    Json::Value parsed;
-    if (Json::Json2String(request, text) &&
-        AskForJson(kQueueWhiteList, text, kWhiteListTimeout_ms, &reply, &parsed)) {
+    if (Json::Json2String(request, text)) {
+      SendBusRequest(kQueueWhiteList, text, kWhiteListTimeout_ms, &reply);
+    }
+    if (ParsedReply(reply)) {
       ADAPTER_LOG(kLogInfo, "Replace:%s", reply.c_str());
       result["state_code"] = kStateOk;
       done = 1;
@@ -107,12 +108,13 @@ int MQTTAdapter::SelectWlInfo(const Json::Value& body, Json::Value& result) {
     request["body"]["plate"] = plate;
     std::string text;
     std::string reply;
-    Json::Value parsed;
-    if (Json::Json2String(request, text) &&
-        AskForJson(kQueueWhiteList, text, kWhiteListSelectTimeout_ms, &reply, &parsed)) {
+    if (Json::Json2String(request, text)) {
+      SendBusRequest(kQueueWhiteList, text, kWhiteListSelectTimeout_ms, &reply);
+    }
+    if (const std::optional<Json::Value> parsed = ParsedReply(reply)) {
       ADAPTER_LOG(kLogInfo, "Select:%s", reply.c_str());
       // "state_code" stays as it is: deliberate.
-      result["dldb_rec"] = Member(Member(parsed, "body"), "white_list_rec");
+      result["dldb_rec"] = Member(Member(*parsed, "body"), "white_list_rec");
       done = 1;
     }
   }
@@ -154,10 +156,8 @@ int MQTTAdapter::SetWLCheckStatus(const Json::Value& body) {
   request["type"] = "set_wl_check_status";
   request["body"]["filter_enable"] = enable.asInt();
   std::string text;
-  std::string reply;
-  Json::Value parsed;
   if (!Json::Json2String(request, text) ||
-      !AskForJson(kQueueWhiteList, text, kWhiteListTimeout_ms, &reply, &parsed)) {
+      !AskForJson(kQueueWhiteList, text, kWhiteListTimeout_ms)) {
     return 0;
   }
   return SendWLCheckStatus();
@@ -167,13 +167,14 @@ int MQTTAdapter::SendWLCheckStatus() {
   Json::Value request;
   request["type"] = "get_wl_check_status";
   std::string text;
-  std::string reply;
-  Json::Value status;
-  if (!Json::Json2String(request, text) ||
-      !AskForJson(kQueueWhiteList, text, kWhiteListTimeout_ms, &reply, &status)) {
+  if (!Json::Json2String(request, text)) {
     return 0;
   }
-  Publish("wl_check_status", status, kTagWlCheckStatus);
+  const std::optional<Json::Value> status = AskForJson(kQueueWhiteList, text, kWhiteListTimeout_ms);
+  if (!status) {
+    return 0;
+  }
+  Publish("wl_check_status", *status, kTagWlCheckStatus);
   return 1;
 }
 

@@ -7,7 +7,7 @@ namespace virtual_camera {
 namespace {
 
 constexpr char kAbout[] =
-    "Moves the world of a running virtual camera, and shows its state.\n"
+    "Triggers events in a running virtual camera, and shows its state.\n"
     "The bus is at 127.0.0.1:6101 unless TARVEX_BUS_ADDRESS says otherwise; "
     "TARVEX_SUBJECT_PREFIX chooses among cameras that share it.";
 
@@ -61,8 +61,9 @@ void AddCommands(CLI::App& app, CtlRequest& request) {
   app.description(kAbout);
   app.require_subcommand(1);
   Command(app, request, "car", "Has a car pass now")
-      .Text("PLATE", "plate", "Its plate, 1 to 15 bytes; one of chance without");
-  Command(app, request, "lane", "Has somebody stay in the lane; stay events must be on")
+      .Text("PLATE", "plate", "Its plate, 1 to 15 bytes; a random one without");
+  Command(app, request, "lane",
+          "Has a person or a vehicle stay in the lane; stay events must be on")
       .Text("WHO", "who", "person or vehicle", CLI::IsMember({"person", "vehicle"}))
       .Required()
       .Text("PLATE", "plate", "Plate of the vehicle, 1 to 15 bytes");
@@ -82,19 +83,19 @@ void AddCommands(CLI::App& app, CtlRequest& request) {
   Command(app, request, "readdress", "Gives the camera another address")
       .Text("IP", "ip", "An IP address")
       .Required();
-  Command(app, request, "service", "Has a service answer well or badly")
+  Command(app, request, "service", "Sets how a service answers")
       .Text("QUEUE", "queue", "Its queue, such as BUS_GET_IVS_INFO; \"state\" lists them all")
       .Required()
       .Text("MODE", "mode",
-            "up: as it should; down: nobody serves the queue; slow: answers after MS; garbage: "
-            "answers nonsense and does nothing",
+            "up: normally; down: nobody serves the queue; slow: after MS; garbage: with bytes "
+            "that make no sense, and nothing is carried out",
             CLI::IsMember({"up", "down", "slow", "garbage"}))
       .Required()
       .Number("MS", "delay_ms", "Delay of \"slow\" in milliseconds", 0, 600000);
-  Command(app, request, "state", "Prints everything one can see of the camera, as JSON");
+  Command(app, request, "state", "Prints the camera's state, as JSON");
 
-  CLI::App* const record =
-      app.add_subcommand("record", "Captures the recognition records that pass on the bus");
+  CLI::App* const record = app.add_subcommand(
+      "record", "Writes the recognition records that are announced on the bus to a file");
   record
       ->add_option("FILE", request.record_file, "Is overwritten; virtual_camera --replay takes it")
       ->required();

@@ -33,7 +33,7 @@ std::string BusName() {
 }  // namespace
 
 CtlClient::CtlClient() {
-  // Shared with the callback, which the library may call late.
+  // Shared with the callback, which the library may call after this function.
   struct Waiter {
     std::mutex mutex;
     std::condition_variable changed;
@@ -72,7 +72,7 @@ Json::Value CtlClient::Send(const Json::Value& command) {
   const std::string bytes(natsMsg_GetData(message.get()),
                           static_cast<size_t>(natsMsg_GetDataLength(message.get())));
   if (!Json::String2Json(bytes, answer) || !answer.isObject() || !answer["ok"].isBool()) {
-    throw std::runtime_error("the camera's answer makes no sense");
+    throw std::runtime_error("the camera's answer is not understood");
   }
   if (!answer["ok"].asBool()) {
     throw std::runtime_error(answer["error"].isString() ? answer["error"].asString()
@@ -84,6 +84,9 @@ Json::Value CtlClient::Send(const Json::Value& command) {
 int64_t CtlClient::Record(const std::string& path, int64_t count,
                           const std::function<bool()>& is_to_stop) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  if (!file) {
+    throw std::runtime_error(path + ": " + std::strerror(errno));
+  }
   natsSubscription* created = nullptr;
   natsConnection_SubscribeSync(&created, link_->get(),
                                tarvex::BusSubject("BUS_SRV_IVS_RESULT").c_str());
@@ -96,9 +99,6 @@ int64_t CtlClient::Record(const std::string& path, int64_t count,
   (void)std::fprintf(stderr, "recording to %s\n", path.c_str());
   int64_t written = 0;
   while ((count == 0 || written < count) && !is_to_stop()) {
-    if (!file) {
-      throw std::runtime_error(path + ": " + std::strerror(errno));
-    }
     natsMsg* raw_message = nullptr;
     const natsStatus status = natsSubscription_NextMsg(&raw_message, subscription.get(), kLook_ms);
     const tarvex::NatsMessage message(raw_message);
@@ -109,9 +109,12 @@ int64_t CtlClient::Record(const std::string& path, int64_t count,
       throw std::runtime_error(std::string("listening failed: ") + natsStatus_GetText(status));
     }
     if (natsMsg_GetDataLength(message.get()) == static_cast<int>(kIvsRecordSize)) {
-      // Whole records at a time: Ctrl-C leaves none cut in two.
+      // One record at a time: Ctrl-C leaves no part of one.
       file.write(natsMsg_GetData(message.get()), static_cast<std::streamsize>(kIvsRecordSize));
       file.flush();
+      if (!file) {
+        throw std::runtime_error(path + ": " + std::strerror(errno));
+      }
       ++written;
     } else {
       (void)std::fprintf(stderr, "left out a body of %d bytes\n",

@@ -1,4 +1,4 @@
-// The way from camera_ctl to the camera.
+// camera_ctl's connection to the camera.
 #pragma once
 
 #include <functional>
@@ -12,18 +12,18 @@
 namespace virtual_camera {
 
 /// Sends commands to the camera over the bus. Failures throw std::runtime_error with one
-/// line for people.
+/// line that says why. Used on one thread.
 class CtlClient {
  public:
-  /// Connects, or gives up after a moment.
+  /// Connects, or throws after 3 seconds.
   CtlClient();
 
-  /// Sends {"command": ..., ...} and waits for the answer.
+  /// Sends {"command": ..., ...} and waits up to 10 seconds for the answer.
   /// @return the answer, whose "ok" is true.
   Json::Value Send(const Json::Value& command);
 
-  /// Appends the recognition records that pass on the bus to a file, which is emptied
-  /// first; bodies of another length are left out and counted.
+  /// Appends the recognition records that are announced on the bus to a file, which is emptied
+  /// first; bodies of another length are left out, each with a line on standard error.
   /// @param count how many records to wait for; 0: until told to stop.
   /// @param is_to_stop asked several times a second.
   /// @return how many were written.

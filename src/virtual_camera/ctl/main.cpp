@@ -1,4 +1,4 @@
-// camera_ctl: the hand in the virtual camera's world.
+// camera_ctl: triggers events in a running virtual camera, and shows its state.
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -7,6 +7,8 @@
 
 #include <json/value.h>
 #include <CLI/CLI.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
 
 #include "json_text.h"
 #include "virtual_camera/ctl/commands.h"
@@ -14,19 +16,24 @@
 
 namespace {
 
-volatile std::sig_atomic_t is_interrupted = 0;
-
-void OnSignal(int) { is_interrupted = 1; }
+// Ends with --count records, or at SIGINT or SIGTERM.
+int Record(virtual_camera::CtlClient& client, const virtual_camera::CtlRequest& request) {
+  boost::asio::io_context context;
+  boost::asio::signal_set signals(context, SIGINT, SIGTERM);
+  bool is_interrupted = false;
+  signals.async_wait([&](const boost::system::error_code&, int) { is_interrupted = true; });
+  const int64_t written = client.Record(request.record_file, request.record_count, [&] {
+    context.poll();
+    return is_interrupted;
+  });
+  (void)std::printf("%lld records\n", static_cast<long long>(written));
+  return 0;
+}
 
 int Carry(const virtual_camera::CtlRequest& request) {
   virtual_camera::CtlClient client;
   if (!request.record_file.empty()) {
-    (void)std::signal(SIGINT, OnSignal);
-    (void)std::signal(SIGTERM, OnSignal);
-    const int64_t written = client.Record(request.record_file, request.record_count,
-                                          [] { return is_interrupted != 0; });
-    (void)std::printf("%lld records\n", static_cast<long long>(written));
-    return 0;
+    return Record(client, request);
   }
   Json::Value answer = client.Send(request.command);
   if (answer.isMember("state")) {
@@ -47,7 +54,7 @@ int main(int argc, char** argv) {
   virtual_camera::CtlRequest request;
   virtual_camera::AddCommands(app, request);
   CLI11_PARSE(app, argc, argv);
-  // Only what goes wrong is of interest here, unless the person has chosen otherwise.
+  // Warnings and errors only, unless the environment says otherwise.
   setenv("TARVEX_LOG_LEVEL", "4", 0);
   try {
     return Carry(request);

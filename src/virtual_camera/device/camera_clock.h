@@ -1,4 +1,4 @@
-// The camera's own clock: the host's, and an offset that setting it leaves behind.
+// The camera's own clock: the host's plus an offset, which setting the clock changes.
 #pragma once
 
 #include <cstdint>
@@ -21,13 +21,14 @@ struct CalendarTime {
   int second = 0;
 };
 
-/// Keeps its offset over restarts. The host's clock is never touched.
+/// Keeps its offset over restarts. The host's clock is never set. Used on the camera's
+/// thread.
 class CameraClock {
  public:
   /// Both must outlive the clock.
   CameraClock(Timeline& timeline, Settings& settings);
 
-  /// Microseconds since 1970, as this camera believes.
+  /// Microseconds since 1970 by the camera's clock.
   int64_t NowUs() const;
   CalendarTime Now() const;
 

@@ -29,8 +29,8 @@ class Companions {
   /// @param own_ip this camera's present address.
   std::string RtspUrl(const std::string& sn, const std::string& own_ip) const;
 
-  /// Opens a talk-back session, or changes the window of the one that is open. The
-  /// oldest gives way when there are too many.
+  /// Opens a talk-back session, or changes the window of the one that is open. Beyond
+  /// kMaxSessions the oldest is ended.
   /// @param window_size packets, 1 to kMaxWindow.
   /// @return the port of the session.
   int OpenTalkback(const std::string& sn, int window_size);

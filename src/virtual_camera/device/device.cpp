@@ -29,7 +29,7 @@ Device::Device(const DeviceOptions& options, const Surroundings& around)
       settings(database),
       power(timeline, static_cast<int64_t>(options.reboot_seconds * 1000)),
       clock(timeline, settings),
-      results(database, options.retention),
+      results(database, settings, options.retention),
       pictures(directory.Under("pictures")),
       scene(options.pictures),
       pan_tilt(timeline),
@@ -46,7 +46,7 @@ Device::Device(const DeviceOptions& options, const Surroundings& around)
             announcer, [this] { return power.IsUp(); }),
       voice_display(settings),
       companions(settings, options.serial_number) {
-  // What a reboot loses.
+  // A reboot keeps all but these.
   power.OnChange([this](bool is_up) {
     if (!is_up) {
       gpio.ResetOutputs();

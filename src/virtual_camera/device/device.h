@@ -1,4 +1,4 @@
-// The camera without its connections: everything it is, knows and does.
+// The camera without its connections: all parts of the device.
 #pragma once
 
 #include <cstdint>
@@ -42,7 +42,7 @@ struct DeviceOptions {
   double reboot_seconds = 3;
 };
 
-/// What the device is surrounded by. All must outlive it.
+/// What the device needs from outside. All must outlive it.
 struct Surroundings {
   Timeline& timeline;
   Announcer& bus;
@@ -50,10 +50,10 @@ struct Surroundings {
   SerialLines& serial_lines;
 };
 
-/// The parts in the order in which they need each other; services and commands reach for
-/// those that they are about. Used on the camera's thread.
+/// The parts, each after those that it uses; services and commands use them directly. Used
+/// on the camera's thread.
 struct Device {
-  /// Throws std::runtime_error, with one line for people, when the data directory, the
+  /// Throws std::runtime_error, with one line that says why, when the data directory, the
   /// font or the serial lines cannot be used.
   Device(const DeviceOptions& options, const Surroundings& around);
 
@@ -63,7 +63,7 @@ struct Device {
   /// Seconds; 0 when nothing is undelivered.
   int64_t OldestUndeliveredAge();
 
-  /// Everything that one can see of the device.
+  /// What "camera_ctl state" shows of the device.
   Json::Value State();
 
   Timeline& timeline;

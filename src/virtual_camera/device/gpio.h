@@ -12,7 +12,8 @@
 
 namespace virtual_camera {
 
-/// Outputs hold a level or pulse; inputs announce their changes on the bus.
+/// Outputs hold a level or pulse; inputs are announced on the bus when they are set. Used on
+/// the camera's thread.
 class Gpio {
  public:
   static constexpr int kOutputs = 4;
@@ -42,7 +43,7 @@ class Gpio {
  private:
   struct Out {
     int level = 0;
-    uint64_t generation = 0;  // of the last command; the end of an older pulse is void
+    uint64_t generation = 0;  // counts commands; the end of an older one's pulse is ignored
     int64_t pulses = 0;
   };
 

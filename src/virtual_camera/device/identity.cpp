@@ -1,5 +1,7 @@
 #include "virtual_camera/device/identity.h"
 
+#include <exception>
+
 #include <boost/asio/ip/address.hpp>
 
 #include "json_text.h"
@@ -98,9 +100,7 @@ void Identity::Readdress(const std::string& ip, Done done) {
 
 void Identity::Put(const std::string& key, const std::string& value,
                    std::function<void(bool)> done) {
-  // "Newer" first: a kill between the two must not let an old value win.
-  settings_.SetText(NewerSetting(key), "1");
-  settings_.SetText(KeptSetting(key), value);
+  settings_.SetTexts({{NewerSetting(key), "1"}, {KeptSetting(key), value}});
   store_.Put(key, value, [this, key, done](bool written) {
     NoteWritten(key, written);
     done(written);
@@ -108,10 +108,16 @@ void Identity::Put(const std::string& key, const std::string& value,
 }
 
 void Identity::NoteWritten(const std::string& key, bool written) {
-  if (written) {
-    settings_.SetText(NewerSetting(key), "0");
-  } else {
+  if (!written) {
     SYS_LOG(kLogWarning, "%s is kept, but not in the key-value database yet", key.c_str());
+    return;
+  }
+  try {
+    settings_.SetText(NewerSetting(key), "0");
+  } catch (const std::exception& error) {
+    // The value is written once more at the next start, which changes nothing.
+    SYS_LOG(kLogWarning, "%s is in the key-value database, which cannot be noted: %s", key.c_str(),
+            error.what());
   }
 }
 

@@ -1,4 +1,4 @@
-// What the camera is called and where it is reached.
+// The camera's name, address and user data.
 #pragma once
 
 #include <functional>
@@ -10,7 +10,7 @@
 
 namespace virtual_camera {
 
-/// Values for a camera that has never been told others.
+/// Values of a new data directory.
 struct IdentityDefaults {
   std::string name = "Virtual camera";
   std::string ip = "192.168.1.100";
@@ -21,8 +21,8 @@ struct IdentityDefaults {
 /// Used on the camera's thread.
 class Identity {
  public:
-  /// Called when a change has been carried through; false: it is kept and announced, but
-  /// not yet in the key-value database.
+  /// Called when a change is kept and announced; false: it is not yet in the key-value
+  /// database.
   using Done = std::function<void(bool in_database)>;
 
   /// All but the defaults must outlive this.

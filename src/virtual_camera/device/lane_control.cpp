@@ -3,10 +3,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <stdexcept>
 
 #include "json_text.h"
 #include "virtual_camera/device/request_error.h"
+#include "virtual_camera/world/durable_file.h"
 
 namespace virtual_camera {
 
@@ -42,6 +44,7 @@ LaneControl::LaneControl(const Parts& parts, uint32_t seed, const std::string& d
 
 LaneControl::Switched LaneControl::Switch(const Json::Value& switches) {
   Switched switched;
+  std::map<std::string, std::string> wanted;
   for (const Json::Value& one : switches) {
     const bool has_form = one.isObject() && one["event"].isString() && one["enable"].isInt();
     const std::string event = has_form ? one["event"].asString() : "";
@@ -50,9 +53,12 @@ LaneControl::Switched LaneControl::Switch(const Json::Value& switches) {
       ++switched.refused;
       continue;
     }
-    parts_.settings.SetText(event, std::to_string(enable));
-    (event == kPersonSetting ? person_on_ : vehicle_on_) = enable == 1;
+    wanted[event] = std::to_string(enable);
     ++switched.applied;
+  }
+  parts_.settings.SetTexts(wanted);
+  for (const auto& [event, enable] : wanted) {
+    (event == kPersonSetting ? person_on_ : vehicle_on_) = enable == "1";
   }
   return switched;
 }
@@ -61,7 +67,7 @@ std::string LaneControl::PathOf(int32_t image_id) const {
   return directory_ + "/" + std::to_string(image_id) + ".jpg";
 }
 
-// Two ids in a row, the first of them odd; kept before they are used.
+// Two ids in a row, the first of them odd; stored as used before they are.
 int32_t LaneControl::TakeImageIds() {
   const std::string last = parts_.settings.Text(kImageSetting).value_or("0");
   auto id = static_cast<int32_t>(std::strtol(last.c_str(), nullptr, 10));
@@ -89,6 +95,7 @@ Json::Value LaneControl::Stay(Kind kind, const std::optional<std::string>& plate
   const int32_t full_id = TakeImageIds();
   parts_.scene.DrawFull(view, PathOf(full_id));
   parts_.scene.DrawSmall(view, PathOf(full_id + 1));
+  SyncDirectory(directory_);
 
   Json::Value message = Message(kind, car, full_id);
   std::string text;
@@ -149,7 +156,7 @@ Json::Value LaneControl::Message(Kind kind, const std::optional<Car>& car, int32
 Json::Value LaneControl::Result(Kind kind, const std::optional<Car>& car) const {
   const CalendarTime now = parts_.clock.Now();
   char time[64];
-  // Padded with blanks, as the device's own messages are.
+  // Padded with blanks, as on the device.
   (void)std::snprintf(time, sizeof(time), "%4d-%2d-%2d %2d:%2d:%2d", now.year, now.month, now.day,
                       now.hour, now.minute, now.second);
   Json::Value result;

@@ -38,19 +38,20 @@ class LaneControl {
   };
 
   /// Throws std::runtime_error when the directory cannot be made.
-  /// @param directory of the pictures, each "<image id>.jpg"; the latest few are kept.
+  /// @param directory of the pictures, each "<image id>.jpg"; the latest 200 are kept.
   LaneControl(const Parts& parts, uint32_t seed, const std::string& directory);
 
   /// Switches kinds on and off.
   /// @param switches [{"event": "person_stay"|"vehicle_stay", "enable": 0|1}, ...];
-  ///                 elements of another form are refused one by one.
+  ///                 elements of another form are refused one by one. Throws
+  ///                 std::runtime_error, and nothing has changed, when the disk fails.
   Switched Switch(const Json::Value& switches);
 
   bool IsOn(Kind kind) const { return kind == Kind::kPerson ? person_on_ : vehicle_on_; }
 
-  /// Has somebody stay in the lane: draws it and announces it. Throws RequestError while
-  /// the kind is off, and for a plate that does not fit.
-  /// @param plate of the vehicle; one of chance for a vehicle without it.
+  /// Draws and announces a person or a vehicle that stays in the lane. Throws RequestError
+  /// while the kind is off, and for a plate that does not fit.
+  /// @param plate of the vehicle; a random one for a vehicle without it.
   /// @return the message.
   Json::Value Stay(Kind kind, const std::optional<std::string>& plate);
 

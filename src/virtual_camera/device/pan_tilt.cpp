@@ -15,7 +15,7 @@ constexpr double kTiltLow = -30;
 constexpr double kTiltHigh = 90;
 constexpr int kMaxDegree = 10;
 
-// Tenths are what the state shows.
+// As the state shows angles.
 double Tenths(double degrees) { return std::round(degrees * 10) / 10; }
 
 }  // namespace

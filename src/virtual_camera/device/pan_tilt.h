@@ -9,8 +9,8 @@
 
 namespace virtual_camera {
 
-/// One direction of movement: an angle that changes at a constant rate until it is
-/// stopped or meets its limit. Nothing runs meanwhile: the angle follows from the time.
+/// An angle that changes at a constant rate until it is stopped or at its limit. No timer
+/// runs meanwhile: the angle is computed from the time. Used on the camera's thread.
 class Axis {
  public:
   /// Degrees.

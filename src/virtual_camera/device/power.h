@@ -1,4 +1,4 @@
-// Whether the camera is on, or away for the moment that a reboot takes.
+// Whether the camera is up or rebooting.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +9,7 @@
 
 namespace virtual_camera {
 
+/// Used on the camera's thread.
 class Power {
  public:
   /// @param reboot_ms how long a reboot takes.
@@ -22,8 +23,8 @@ class Power {
     listeners_.push_back(std::move(listener));
   }
 
-  /// Goes down in a moment, so that the answer to the request still gets out, and comes
-  /// up again by itself. A reboot under way is not begun again.
+  /// Goes down after kLeadIn_ms, so that the request is answered before, and up again by
+  /// itself. Does nothing while a reboot is under way.
   void Reboot() {
     if (is_rebooting_) {
       return;

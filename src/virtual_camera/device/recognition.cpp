@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kGateOutput = 0;
 constexpr int64_t kGateOpen_ms = 1000;
-// A car that has just passed is still in the picture for this long.
+// How long after a car has passed a snapshot still shows it.
 constexpr int64_t kCarInView_ms = 3000;
 constexpr uint32_t kSnapshotsKept = 20;
 constexpr uint32_t kMaxReplayedId = 0x7FFFFFFF;
@@ -57,8 +57,10 @@ IvsRecord Recognition::CarPasses(Trigger trigger, const std::optional<std::strin
   try {
     const int64_t full_bytes = parts_.scene.DrawFull(view, record.full_path);
     const int64_t clip_bytes = parts_.scene.DrawClip(car, record.clip_path);
+    parts_.pictures.Sync();
     StoreAndAnnounce(id, RecordBytes(record), full_bytes + clip_bytes);
   } catch (...) {
+    ++lost_;
     parts_.pictures.Remove(id);
     throw;
   }
@@ -111,12 +113,17 @@ uint32_t Recognition::Replay(const std::string& bytes) {
   IvsRecord record = RecordFromBytes(bytes);
   const uint32_t next = parts_.results.NextId();
   if (record.plate_id < next || record.plate_id > kMaxReplayedId) {
-    SYS_LOG(kLogWarning, "replayed plate id %u is given or out of range, becomes %u",
+    SYS_LOG(kLogWarning, "replayed plate id %u is in use or out of range, becomes %u",
             record.plate_id, next);
     record.plate_id = next;
     ++renumbered_;
   }
-  StoreAndAnnounce(record.plate_id, RecordBytes(record), 0);
+  try {
+    StoreAndAnnounce(record.plate_id, RecordBytes(record), 0);
+  } catch (...) {
+    ++lost_;
+    throw;
+  }
   ++replayed_;
   CheckAtGate(GetText(record.license));
   return record.plate_id;
@@ -134,7 +141,7 @@ void Recognition::StoreAndAnnounce(uint32_t id, const std::string& record, int64
   if (loss_not_logged_ > 0 && now_ms - last_loss_logged_ms_ >= kLossLogEvery_ms) {
     SYS_LOG(kLogWarning,
             "the store is full of undelivered results: %lld of them removed undelivered, %lld "
-            "since the start",
+            "in all",
             static_cast<long long>(loss_not_logged_),
             static_cast<long long>(parts_.results.totals().undelivered_removed));
     loss_not_logged_ = 0;
@@ -142,7 +149,7 @@ void Recognition::StoreAndAnnounce(uint32_t id, const std::string& record, int64
   }
 }
 
-void Recognition::CheckAtGate(const std::string& plate) {
+void Recognition::CheckAtGate(const std::string& plate) try {
   const WhiteList::Check check = parts_.white_list.check();
   if (check == WhiteList::Check::kOff) {
     return;
@@ -151,10 +158,13 @@ void Recognition::CheckAtGate(const std::string& plate) {
     ++opened_;
     parts_.gpio.Pulse(kGateOutput, kGateOpen_ms);
   } else if (check == WhiteList::Check::kBlockUnlisted) {
-    // Closes it behind the car before, so that nobody slips through.
+    // Ends the pulse of the car before, which would let this one through too.
     ++blocked_;
     parts_.gpio.Hold(kGateOutput, 0);
   }
+} catch (const std::exception& error) {
+  // The result is stored and announced all the same.
+  SYS_LOG(kLogError, "the gate stays as it is, the white list cannot be read: %s", error.what());
 }
 
 View Recognition::ViewAt(const CalendarTime& now, const std::string& extra) const {
@@ -189,6 +199,7 @@ std::string Recognition::Snapshot() {
 
 Json::Value Recognition::State() const {
   Json::Value state;
+  state["lost"] = static_cast<Json::Int64>(lost_);
   state["recognised"] = static_cast<Json::Int64>(recognised_);
   state["replayed"] = static_cast<Json::Int64>(replayed_);
   state["replayed_renumbered"] = static_cast<Json::Int64>(renumbered_);

@@ -1,4 +1,4 @@
-// What happens when a car passes: seen, drawn, stored, announced, let through.
+// What happens when a car passes: it is drawn, stored and announced, and the gate is set.
 #pragma once
 
 #include <cstdint>
@@ -20,7 +20,7 @@
 
 namespace virtual_camera {
 
-/// What made the camera look; a result carries it as "trigger type".
+/// What caused a recognition, as a result carries it.
 enum class Trigger : uint32_t { kVideo = 1, kSoftware = 4 };
 
 /// The parts of the camera that recognition works with. All must outlive it.
@@ -36,13 +36,13 @@ struct RecognitionParts {
   Gpio& gpio;
 };
 
-/// Used on the camera's thread. A result is announced only when it is stored, and its
-/// pictures are written before that.
+/// Used on the camera's thread. A result is announced when it is stored, and stored when
+/// its pictures are on the disk. What cannot be stored is counted as lost.
 class Recognition {
  public:
   Recognition(const RecognitionParts& parts, uint32_t seed, const std::string& snapshot_directory);
 
-  /// Has a car pass, one of chance when no plate is given. Throws RequestError for a
+  /// Has a car pass, a random one when no plate is given. Throws RequestError for a
   /// plate that does not fit, std::runtime_error when the result cannot be stored; it is
   /// not announced then.
   /// @return the record that was stored and announced.
@@ -55,8 +55,8 @@ class Recognition {
   /// @return the plate id.
   uint32_t Replay(const std::string& record);
 
-  /// Draws what there is to see now.
-  /// @return the path of the JPEG; the latest few are kept.
+  /// Draws the scene as it is now.
+  /// @return the path of the JPEG; the latest 20 are kept, until the next start.
   std::string Snapshot();
 
   Json::Value State() const;
@@ -72,9 +72,10 @@ class Recognition {
   const std::string snapshot_directory_;
   std::optional<Car> last_car_;
   int64_t last_car_ms_ = 0;
-  int64_t last_loss_logged_ms_ = -1000000;  // long ago
+  int64_t last_loss_logged_ms_ = -1000000;  // before any time of the timeline
   int64_t loss_not_logged_ = 0;
   uint32_t snapshots_ = 0;
+  int64_t lost_ = 0;  // passed, but not stored because the disk failed
   int64_t recognised_ = 0;
   int64_t replayed_ = 0;
   int64_t renumbered_ = 0;

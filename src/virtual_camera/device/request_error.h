@@ -6,7 +6,7 @@
 
 namespace virtual_camera {
 
-/// Thrown by whatever carries out requests; its text goes to the asker.
+/// Thrown by what carries out requests; its text goes into the answer.
 class RequestError : public std::runtime_error {
  public:
   explicit RequestError(const std::string& reason) : std::runtime_error(reason) {}

@@ -32,7 +32,7 @@ size_t Rs485::Write(int channel, const std::string& bytes) {
 void Rs485::Input(int channel, const std::string& bytes) {
   Counts& counts = counts_[Checked(channel)];
   if (!is_up_()) {
-    return;  // nobody is at the other end of the wire
+    return;  // a camera that reboots reads nothing
   }
   counts.read += static_cast<int64_t>(bytes.size());
   Json::Value event;

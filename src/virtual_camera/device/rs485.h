@@ -14,8 +14,8 @@
 
 namespace virtual_camera {
 
-/// Passes bytes on both ways and counts them. What a line has no room for is dropped, as
-/// on a real wire that nobody listens to.
+/// Writes bytes to the lines, announces what comes in, and counts both. What a line has no
+/// room for is dropped. Used on the camera's thread.
 class Rs485 {
  public:
   /// Opens the lines. All must outlive this. Throws as SerialLines::Begin.

@@ -1,4 +1,4 @@
-// The plates that may pass, and what is done about the others.
+// The list of known plates, and what the gate does for a plate that is on it or not.
 #pragma once
 
 #include <cstdint>

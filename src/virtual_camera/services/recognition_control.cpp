@@ -1,7 +1,7 @@
 // Queue "ALG_REQUEST_MESSAGE": the recognition.
 //
 // AVS_TRIGGER          a car passes now; {"body":{"plate_id":n}}
-// AV_SRV_GET_SNAPSHOT  {"body":{"img_path":path}} of a picture of this moment
+// AV_SRV_GET_SNAPSHOT  {"body":{"img_path":path}} of a picture of the scene now
 #include "virtual_camera/device/device.h"
 #include "virtual_camera/services/services.h"
 

@@ -17,7 +17,7 @@ namespace virtual_camera {
 
 namespace {
 
-// Keeps an answer well below what the bus carries in one message.
+// Keeps an answer below 1 MB, which is the most that the bus carries in one message.
 constexpr uint32_t kMaxSelected = 1000;
 
 class Results : public JsonService {

@@ -1,4 +1,4 @@
-// What every service of the camera looks like from the bus.
+// The interface of the camera's services.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// How services behave towards the bus: as they should, or badly on purpose.
+// How services answer: normally, or wrongly for a test of the other side.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ struct ServiceMode {
   int delay_ms = 0;  ///< of kSlow
 };
 
-/// The modes by queue, and a switch that silences all. Used on the camera's thread.
+/// The modes by queue, and a switch that stops all. Used on the camera's thread.
 class ServiceModes {
  public:
   static constexpr int kMaxDelay_ms = 600000;
@@ -28,7 +28,8 @@ class ServiceModes {
   void OnChange(std::function<void()> on_change) { on_change_ = std::move(on_change); }
 
   /// @param mode     "up", "down" (nobody serves the queue), "slow" (answers late) or
-  ///                 "garbage" (answers nonsense and does nothing).
+  ///                 "garbage" (answers bytes without meaning, carries out
+  ///                 nothing).
   /// @param delay_ms of "slow", 0 to kMaxDelay_ms.
   /// Throws RequestError for a queue, a mode or a delay that there is not.
   void Set(const std::string& queue, const std::string& mode, int delay_ms);

@@ -3,7 +3,7 @@
 // ss_set_timing  body.datetime: local time, "%4d-%2d-%2d %2d:%2d:%2d" with blanks or zeros;
 //                {"body":{"datetime":the clock's time now}}. A day that the calendar does
 //                not have is refused.
-// reboot_dev     answers, then is away for a moment; {"body":{}}
+// reboot_dev     answers {"body":{}}, then serves nothing for the time of --reboot-seconds
 #include "virtual_camera/device/device.h"
 #include "virtual_camera/services/services.h"
 

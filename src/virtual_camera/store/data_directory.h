@@ -1,14 +1,14 @@
-// The directory that holds everything the camera keeps.
+// The directory of all files of a camera.
 #pragma once
 
 #include <string>
 
 namespace virtual_camera {
 
-/// Created where it is missing, and held by one camera at a time.
+/// Created where it is missing, and locked: one camera at a time uses it.
 class DataDirectory {
  public:
-  /// Throws std::runtime_error when it cannot be made or another camera holds it.
+  /// Throws std::runtime_error when it cannot be made or another camera uses it.
   explicit DataDirectory(const std::string& path);
   ~DataDirectory();
 

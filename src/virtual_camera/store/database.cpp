@@ -11,7 +11,7 @@ Database::Database(const std::string& path) : path_(path) {
     throw std::runtime_error(path + ": " + reason);
   }
   try {
-    // Another reader, such as a person's sqlite3 shell, is waited for.
+    // Waits for another process that uses the file, such as the sqlite3 shell.
     sqlite3_busy_timeout(handle_, 2000);
     Execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;");
   } catch (...) {

@@ -10,7 +10,7 @@
 namespace virtual_camera {
 
 /// One connection, in WAL mode and synchronous at every commit: what was committed
-/// survives the end of the process and of the power. Used on one thread. Every failure
+/// survives a kill and loss of power. Used on one thread. Every failure
 /// throws std::runtime_error with the file name and SQLite's reason.
 class Database {
  public:

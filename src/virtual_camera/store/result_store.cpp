@@ -1,12 +1,15 @@
 #include "virtual_camera/store/result_store.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <limits>
 #include <stdexcept>
 
 namespace virtual_camera {
 
 namespace {
+
+constexpr char kRemovedSetting[] = "undelivered_removed";
 
 // AUTOINCREMENT has SQLite remember the highest id for good, also after its removal.
 // The two partial indices find the oldest of each kind without looking at the others.
@@ -33,8 +36,9 @@ int64_t OneNumber(Database& database, const char* sql) {
 
 }  // namespace
 
-ResultStore::ResultStore(Database& database, Retention retention)
+ResultStore::ResultStore(Database& database, Settings& settings, Retention retention)
     : database_(WithTable(database)),
+      settings_(settings),
       retention_(retention),
       insert_(database,
               "INSERT INTO results(id, record, picture_bytes, stored_s) VALUES(?, ?, ?, ?)"),
@@ -53,6 +57,8 @@ ResultStore::ResultStore(Database& database, Retention retention)
   totals_.results = OneNumber(database, "SELECT count(*) FROM results");
   totals_.undelivered = OneNumber(database, "SELECT count(*) FROM results WHERE status = 0");
   totals_.picture_bytes = OneNumber(database, "SELECT total(picture_bytes) FROM results");
+  totals_.undelivered_removed =
+      std::strtoll(settings.Text(kRemovedSetting).value_or("0").c_str(), nullptr, 10);
   last_id_ = static_cast<uint32_t>(
       OneNumber(database, "SELECT seq FROM sqlite_sequence WHERE name = 'results'"));
 }
@@ -74,7 +80,7 @@ ResultStore::Inserted ResultStore::Insert(uint32_t id, const std::string& record
     ++totals_.results;
     ++totals_.undelivered;
     totals_.picture_bytes += picture_bytes;
-    // The newest always stays, even where it alone is too much.
+    // The newest always stays, also where it alone exceeds the retention.
     while (totals_.results > 1 && (totals_.results > retention_.results ||
                                    totals_.picture_bytes > retention_.picture_bytes)) {
       const std::optional<Victim> victim = OldestToRemove();
@@ -88,12 +94,15 @@ ResultStore::Inserted ResultStore::Insert(uint32_t id, const std::string& record
       inserted.undelivered_removed += victim->undelivered ? 1 : 0;
       inserted.removed.push_back(victim->id);
     }
+    if (inserted.undelivered_removed > 0) {
+      totals_.undelivered_removed += inserted.undelivered_removed;
+      settings_.SetText(kRemovedSetting, std::to_string(totals_.undelivered_removed));
+    }
     transaction.Commit();
   } catch (...) {
     totals_ = before;
     throw;
   }
-  totals_.undelivered_removed += inserted.undelivered_removed;
   last_id_ = std::max(last_id_, id);
   return inserted;
 }

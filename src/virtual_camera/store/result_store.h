@@ -7,10 +7,11 @@
 #include <vector>
 
 #include "virtual_camera/store/database.h"
+#include "virtual_camera/store/settings.h"
 
 namespace virtual_camera {
 
-/// How much the store keeps before it lets go of results.
+/// How much the store keeps before it removes results.
 struct Retention {
   int64_t results = 20000;  ///< at least 1
   int64_t picture_bytes = int64_t{2} * 1024 * 1024 * 1024;
@@ -19,8 +20,8 @@ struct Retention {
 /// As in the column "status".
 enum class Delivery { kUndelivered = 0, kDelivered = 1, kCleared = 2 };
 
-/// Keeps records by plate id. Ids count up from 1 and are never given twice, whatever
-/// was removed or killed in between. What Insert has returned from survives SIGKILL
+/// Keeps records by plate id. Ids count up from 1 and are never given twice, also after a
+/// removal or a kill. What Insert has returned from survives SIGKILL
 /// and loss of power. A failing disk throws std::runtime_error, and nothing has changed
 /// then. Used on the camera's thread.
 class ResultStore {
@@ -29,16 +30,17 @@ class ResultStore {
     int64_t results = 0;
     int64_t undelivered = 0;
     int64_t picture_bytes = 0;
-    int64_t undelivered_removed = 0;  ///< since this process began
+    int64_t undelivered_removed = 0;  ///< since the store was made
   };
 
   struct Inserted {
-    std::vector<uint32_t> removed;  ///< made room; their pictures are of no use any more
+    std::vector<uint32_t> removed;  ///< to make room; their pictures are to be removed too
     int64_t undelivered_removed = 0;
   };
 
   /// Creates its table where it is missing.
-  ResultStore(Database& database, Retention retention);
+  /// @param settings of the same database; must outlive this, as the database.
+  ResultStore(Database& database, Settings& settings, Retention retention);
 
   /// The id that the next result is to carry. Throws when no more ids are left.
   uint32_t NextId() const;
@@ -80,8 +82,9 @@ class ResultStore {
   std::optional<Victim> OldestToRemove();
 
   Database& database_;
+  Settings& settings_;
   const Retention retention_;
-  Totals totals_;  // kept in step, so that counting costs nothing
+  Totals totals_;  // updated with the table, so that no request has to count
   uint32_t last_id_ = 0;
   Statement insert_;
   Statement remove_;

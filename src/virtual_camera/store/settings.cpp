@@ -15,7 +15,8 @@ Database& WithTable(Database& database) {
 }  // namespace
 
 Settings::Settings(Database& database)
-    : select_(WithTable(database), "SELECT value FROM settings WHERE name = ?"),
+    : database_(WithTable(database)),
+      select_(database, "SELECT value FROM settings WHERE name = ?"),
       replace_(database, "INSERT OR REPLACE INTO settings(name, value) VALUES(?, ?)") {}
 
 std::optional<std::string> Settings::Text(const std::string& name) {
@@ -29,6 +30,14 @@ std::optional<std::string> Settings::Text(const std::string& name) {
 
 void Settings::SetText(const std::string& name, const std::string& text) {
   replace_.BindText(1, name).BindText(2, text).Run();
+}
+
+void Settings::SetTexts(const std::map<std::string, std::string>& texts) {
+  Transaction transaction(database_);
+  for (const auto& [name, text] : texts) {
+    SetText(name, text);
+  }
+  transaction.Commit();
 }
 
 Json::Value Settings::JsonValue(const std::string& name, const Json::Value& otherwise) {

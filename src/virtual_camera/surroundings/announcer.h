@@ -1,5 +1,4 @@
-// How the camera's parts tell the bus what happened. An interface so that tests can
-// listen without a bus.
+// Publication on the bus. An interface so that tests need no bus.
 #pragma once
 
 #include <string>

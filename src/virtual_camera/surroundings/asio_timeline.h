@@ -1,4 +1,4 @@
-// Real time.
+// The timeline of the running program: the system's clocks.
 #pragma once
 
 #include <cstdint>

@@ -19,14 +19,14 @@ constexpr int64_t kFlush_ms = 1000;
 
 }  // namespace
 
-// The way from the library's threads to the camera's. Closed before the event service
-// goes, because a callback of the library may come later than that.
+// Hands messages from the library's threads to the camera's. Closed before the event
+// service is destroyed, because a callback of the library may come later than that.
 struct BusServer::Mailbox {
   explicit Mailbox(tarvex::AsioEventService& service) : event_service(&service) {}
 
-  void Post(std::function<void()> task) {
+  void Post(bool may_be_dropped, std::function<void()> task) {
     const std::lock_guard<std::mutex> lock(mutex);
-    if (event_service == nullptr || waiting >= kMaxWaiting) {
+    if (event_service == nullptr || (may_be_dropped && waiting >= kMaxWaiting)) {
       ++dropped;
       return;
     }
@@ -49,6 +49,7 @@ struct BusServer::Route {
   std::shared_ptr<Mailbox> mailbox;
   std::weak_ptr<tarvex::NatsLink> link;
   std::shared_ptr<Handler> handler;
+  bool is_queue;
 };
 
 BusServer::BusServer(tarvex::AsioEventService& event_service, std::function<void(bool)> on_state)
@@ -79,27 +80,38 @@ BusServer::~BusServer() {
 int64_t BusServer::dropped() const { return mailbox_->dropped; }
 
 void BusServer::Serve(const std::string& queue, Handler handler) {
-  StopServing(queue);
+  Subscribe(queue, true, std::move(handler));
+}
+
+void BusServer::Listen(const std::string& topic, Handler handler) {
+  Subscribe(topic, false, std::move(handler));
+}
+
+void BusServer::Subscribe(const std::string& name, bool is_queue, Handler handler) {
+  StopServing(name);
   auto route = std::make_unique<Route>(
-      Route{mailbox_, link_, std::make_shared<Handler>(std::move(handler))});
-  const std::string subject = tarvex::BusSubject(queue);
+      Route{mailbox_, link_, std::make_shared<Handler>(std::move(handler)), is_queue});
+  const std::string subject = tarvex::BusSubject(name);
   natsSubscription* subscription = nullptr;
-  natsStatus status = natsConnection_QueueSubscribe(&subscription, link_->get(), subject.c_str(),
-                                                    queue.c_str(), OnRequest, route.get());
+  natsStatus status =
+      is_queue ? natsConnection_QueueSubscribe(&subscription, link_->get(), subject.c_str(),
+                                               name.c_str(), OnMessage, route.get())
+               : natsConnection_Subscribe(&subscription, link_->get(), subject.c_str(), OnMessage,
+                                          route.get());
   if (status == NATS_OK) {
     status = natsSubscription_SetOnCompleteCB(subscription, OnRouteEnds, route.get());
   }
   // From here on the route may be in use by the library.
   Route* const kept = route.release();
   if (status != NATS_OK) {
-    SYS_LOG(kLogError, "\"%s\" cannot be served: %s", queue.c_str(), natsStatus_GetText(status));
+    SYS_LOG(kLogError, "\"%s\" cannot be heard: %s", name.c_str(), natsStatus_GetText(status));
     natsSubscription_Destroy(subscription);
     if (subscription == nullptr) {
       delete kept;
     }
     return;
   }
-  routes_[queue] = subscription;
+  routes_[name] = subscription;
 }
 
 void BusServer::StopServing(const std::string& queue) {
@@ -107,6 +119,24 @@ void BusServer::StopServing(const std::string& queue) {
   if (found != routes_.end()) {
     link_->Retire(found->second);
     routes_.erase(found);
+  }
+}
+
+BusServer::Asked BusServer::Ask(const std::string& topic, const std::string& question,
+                                int64_t timeout_ms) {
+  natsMsg* raw_answer = nullptr;
+  const natsStatus status = natsConnection_RequestString(
+      &raw_answer, link_->get(), tarvex::BusSubject(topic).c_str(), question.c_str(), timeout_ms);
+  const tarvex::NatsMessage owner(raw_answer);
+  switch (status) {
+    case NATS_OK:
+      return Asked::kAnswered;
+    case NATS_NO_RESPONDERS:
+      return Asked::kNobodyListens;
+    case NATS_TIMEOUT:
+      return Asked::kNoAnswer;
+    default:
+      return Asked::kNotSent;
   }
 }
 
@@ -118,24 +148,27 @@ bool BusServer::Announce(const std::string& topic, const std::string& body) {
                                 static_cast<int>(body.size())) == NATS_OK;
 }
 
-void BusServer::OnRequest(natsConnection*, natsSubscription*, natsMsg* message, void* closure) {
+void BusServer::OnMessage(natsConnection*, natsSubscription*, natsMsg* message, void* closure) {
   const tarvex::NatsMessage owner(message);
   const Route& route = *static_cast<Route*>(closure);
   const char* reply_to = natsMsg_GetReply(message);
-  if (reply_to == nullptr) {
+  if (reply_to == nullptr && route.is_queue) {
     return;  // nobody waits for an answer: not a request
   }
   const char* data = natsMsg_GetData(message);
   const auto length = static_cast<size_t>(natsMsg_GetDataLength(message));
   std::string request = length > 0 ? std::string(data, length) : std::string();
-  Reply reply = [link = route.link, subject = std::string(reply_to)](const std::string& answer) {
-    if (const auto connected = link.lock()) {
-      natsConnection_Publish(connected->get(), subject.c_str(), answer.data(),
-                             static_cast<int>(answer.size()));
-    }
-  };
-  route.mailbox->Post([handler = route.handler, request = std::move(request),
-                       reply = std::move(reply)] { (*handler)(request, reply); });
+  Reply reply;
+  if (reply_to != nullptr) {
+    reply = [link = route.link, subject = std::string(reply_to)](const std::string& answer) {
+      if (const auto connected = link.lock()) {
+        natsConnection_Publish(connected->get(), subject.c_str(), answer.data(),
+                               static_cast<int>(answer.size()));
+      }
+    };
+  }
+  route.mailbox->Post(route.is_queue, [handler = route.handler, request = std::move(request),
+                                       reply = std::move(reply)] { (*handler)(request, reply); });
 }
 
 void BusServer::OnRouteEnds(void* closure) { delete static_cast<Route*>(closure); }

@@ -1,4 +1,4 @@
-// The camera's end of the device bus: queues served, topics published.
+// The camera's connection to the device bus: queues served, topics published and heard.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +15,7 @@
 
 namespace virtual_camera {
 
-/// Requests are handed over to the camera's thread, and all else is called on it. The
-/// connection is kept up by itself.
+/// Used on the camera's thread, on which messages are delivered too. Reconnects by itself.
 class BusServer : public Announcer {
  public:
   /// Sends the bytes of the answer; to be called at most once, on the camera's thread.
@@ -36,12 +35,23 @@ class BusServer : public Announcer {
   /// Serves a queue from now on. The bus knows it when Flush has returned true.
   void Serve(const std::string& queue, Handler handler);
 
-  /// Nobody serves the queue any more: who asks is told so at once.
+  /// Ends Serve or Listen. A request to a queue that nobody serves fails at once.
   void StopServing(const std::string& queue);
+
+  /// Hears a topic from now on, as do all others that listen to it. The handler's `reply` is
+  /// empty where the sender waits for no answer.
+  void Listen(const std::string& topic, Handler handler);
+
+  enum class Asked { kAnswered, kNobodyListens, kNoAnswer, kNotSent };
+
+  /// Asks whoever listens to a topic, and waits for the first answer. This camera must not
+  /// listen to it itself.
+  Asked Ask(const std::string& topic, const std::string& question, int64_t timeout_ms);
 
   bool IsServing(const std::string& queue) const { return routes_.count(queue) != 0; }
 
-  /// Waits a moment until the bus has taken in all of the above.
+  /// Waits up to a second.
+  /// @return whether the bus knows all that was served, ended and announced before.
   bool Flush();
 
   bool Announce(const std::string& topic, const std::string& body) override;
@@ -54,12 +64,13 @@ class BusServer : public Announcer {
  private:
   struct Mailbox;
   struct Route;
-  static void OnRequest(natsConnection*, natsSubscription*, natsMsg* message, void* route);
+  void Subscribe(const std::string& name, bool is_queue, Handler handler);
+  static void OnMessage(natsConnection*, natsSubscription*, natsMsg* message, void* route);
   static void OnRouteEnds(void* route);
 
-  // Shared with the routes, which live until the library lets go of them.
+  // Shared with the routes, which the library releases later than this.
   std::shared_ptr<Mailbox> mailbox_;
-  std::map<std::string, natsSubscription*> routes_;  // owned
+  std::map<std::string, natsSubscription*> routes_;  // owned; by queue or topic
   std::shared_ptr<tarvex::NatsLink> link_;
 };
 

@@ -16,8 +16,8 @@ struct KeyValue {
   bool is_newer = false;  ///< than what the database may hold already
 };
 
-/// Where the values are kept for others to read. An interface so that tests do without
-/// a server. Used on the camera's thread.
+/// Where the values are kept for others to read. An interface so that tests need no
+/// server. Used on the camera's thread.
 class KeyValueStore {
  public:
   virtual ~KeyValueStore() = default;

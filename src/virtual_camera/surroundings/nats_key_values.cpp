@@ -108,7 +108,7 @@ void NatsKeyValues::Work() {
     Answer(std::move(waiting), is_done);
     lock.lock();
     if (!is_done && link_->IsConnected()) {
-      // The server is there but not ready yet: its databases come up after its port.
+      // The server accepts connections before its databases are ready.
       wake_.wait_for(lock, kRetry, [this] { return is_ending_; });
       is_due_ = true;
     }
@@ -158,7 +158,7 @@ bool NatsKeyValues::SyncOne(natsConnection* connection, const KeyValue& wanted) 
 void NatsKeyValues::Settle(const KeyValue& wanted, const std::string& in_database) {
   const std::lock_guard<std::mutex> lock(mutex_);
   for (KeyValue& known : values_) {
-    // One that has changed meanwhile is newer still, and due again.
+    // One that has changed meanwhile is due again.
     if (known.key != wanted.key || known.value != wanted.value) {
       continue;
     }

@@ -14,8 +14,8 @@
 
 namespace virtual_camera {
 
-/// Talks to the server on a thread of its own, because that waits for answers. Fills the
-/// databases whenever the server is (again) there.
+/// Has a thread of its own for the requests to the server, which wait for answers. Fills
+/// the databases after each connection.
 class NatsKeyValues : public KeyValueStore {
  public:
   /// @param event_service the camera's; must outlive this.

@@ -26,7 +26,7 @@ namespace {
   throw std::runtime_error(what + ": " + std::strerror(errno));
 }
 
-// Takes the name over from an earlier camera, but never from a person's own file.
+// Replaces an earlier camera's link, but no other file.
 void Link(const fs::path& target, const fs::path& link) {
   std::error_code error;
   if (fs::is_symlink(fs::symlink_status(link, error))) {

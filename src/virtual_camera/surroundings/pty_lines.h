@@ -12,9 +12,9 @@
 
 namespace virtual_camera {
 
-/// Raw pseudo-terminals, each with a symbolic link to it. The camera keeps both ends
-/// open, so that a terminal program may come and go; what nobody reads fills the
-/// kernel's buffer and no more. Used on the thread of the io_context.
+/// Raw pseudo-terminals, each with a symbolic link to it. The camera keeps both ends open,
+/// so that a terminal program can be ended and started again; what nobody reads fills the
+/// kernel's buffer, and the rest is dropped. Used on the thread of the io_context.
 class PtyLines : public SerialLines {
  public:
   /// @param context must outlive this, and must not run after its end.

@@ -1,4 +1,4 @@
-// The wires behind the camera's two RS-485 channels. An interface so that tests do without
+// The lines of the camera's two RS-485 channels. An interface so that tests need no
 // terminals.
 #pragma once
 

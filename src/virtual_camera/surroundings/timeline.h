@@ -1,4 +1,4 @@
-// Time as the camera sees it. An interface so that tests turn it by hand.
+// Time and delayed tasks. An interface so that tests set the time.
 #pragma once
 
 #include <cstdint>
@@ -11,14 +11,14 @@ class Timeline {
  public:
   virtual ~Timeline() = default;
 
-  /// Milliseconds that never jump, from an arbitrary beginning.
+  /// Milliseconds since an arbitrary beginning; setting the host's clock does not change them.
   virtual int64_t SteadyMs() const = 0;
 
   /// Microseconds since 1970 by the host's clock.
   virtual int64_t SystemUs() const = 0;
 
-  /// Runs a task on the camera's thread after a delay, which cannot be undone; zero or
-  /// less: in its turn, as soon as possible.
+  /// Runs a task on the camera's thread after a delay; zero or less: after the tasks that
+  /// wait already. Cannot be cancelled.
   virtual void After(int64_t delay_ms, std::function<void()> task) = 0;
 };
 

@@ -1,10 +1,9 @@
 #include "virtual_camera/world/canvas.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <stdexcept>
+
+#include "virtual_camera/world/durable_file.h"
 
 namespace virtual_camera {
 
@@ -65,7 +64,7 @@ void Canvas::TextInto(const PixelRect& rect, const std::string& text, Colour col
   if (text.empty() || width < 4 || height < 4) {
     return;
   }
-  // Measured once at a known size, which scales well enough.
+  // Measured once at a known size, and scaled.
   int box[8];
   constexpr double kProbe = 32;
   if (Draw(nullptr, box, 0, kProbe, 0, 0, text) != nullptr) {
@@ -91,12 +90,7 @@ int64_t Canvas::Save(const std::string& path, int quality) const {
   if (!bytes) {
     throw std::runtime_error(path + ": the picture could not be encoded");
   }
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file.write(static_cast<const char*>(bytes.get()), size);
-  file.close();
-  if (!file) {
-    throw std::runtime_error(path + ": " + std::strerror(errno));
-  }
+  WriteDurably(path, {static_cast<const char*>(bytes.get()), static_cast<size_t>(size)});
   return size;
 }
 

@@ -1,4 +1,4 @@
-// A picture in the making: libgd's image with an owner.
+// A picture to draw on: owns an image of libgd.
 #pragma once
 
 #include <cstdint>
@@ -31,7 +31,7 @@ class Canvas {
   /// Writes a text with its top left corner at a point.
   void TextAt(int x, int y, double size_px, const std::string& text, Colour colour);
 
-  /// Writes the JPEG file. Throws std::runtime_error when it cannot.
+  /// Writes the JPEG file as WriteDurably. Throws std::runtime_error when it cannot.
   /// @return its size in bytes.
   int64_t Save(const std::string& path, int quality) const;
 

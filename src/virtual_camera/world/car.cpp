@@ -52,7 +52,7 @@ int Traffic::Chance(int low, int high) {
 }
 
 std::string Traffic::NewPlate() {
-  // Without the letters that are taken for digits.
+  // Without I, O and Q, which look like digits.
   static constexpr char kLetters[] = "ABCDEFGHJKLMNPRSTUVWXYZ";
   std::string plate;
   for (const char kind : std::string("LL999LL")) {

@@ -14,7 +14,7 @@ struct Colour {
   uint8_t blue;
 };
 
-/// A kind of number plate: the codes that a result carries for it, and its looks.
+/// A kind of number plate: the codes that a result carries for it, and its colours.
 struct PlateKind {
   int32_t colour_type;
   int32_t type;
@@ -30,7 +30,7 @@ struct CarPaint {
   Colour colour;
 };
 
-/// One car as the world has it, before anything is recognised.
+/// One car, with what a result says of it and what a picture shows.
 struct Car {
   std::string plate;  ///< at most kMaxPlateLength bytes
   const PlateKind* plate_kind = nullptr;
@@ -44,10 +44,10 @@ struct Car {
   uint16_t brand_year = 0;
 };
 
-/// Sends cars past: strangers, and some that come again and again, always the same car.
+/// Generates cars: random ones, and 24 regular ones that return, each with the same looks.
 class Traffic {
  public:
-  /// @param seed the same seed sends the same cars.
+  /// @param seed the same seed gives the same cars.
   explicit Traffic(uint32_t seed);
 
   Car Next();
@@ -55,7 +55,7 @@ class Traffic {
   /// A car of the given plate, which looks the same each time it comes.
   Car WithPlate(const std::string& plate);
 
-  /// A number within bounds, both inclusive, for what else is left to chance.
+  /// A random number within bounds, both inclusive, from the same seed.
   int Chance(int low, int high);
 
  private:

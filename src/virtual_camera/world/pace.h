@@ -7,8 +7,8 @@
 
 namespace virtual_camera {
 
-/// Counts by the clock it is shown, so that the rate holds on average. What cannot be
-/// kept up with for more than a second is given up instead of being piled up.
+/// Counts by the times that it is given, so that the rate is right on average. At most one
+/// second's events are due at a time; more are dropped and counted as given up.
 class Pace {
  public:
   /// @param per_second 0 or more; 0: nothing is ever due.
@@ -26,7 +26,7 @@ class Pace {
     return static_cast<int64_t>(owed_);
   }
 
-  /// One of those that were due is done.
+  /// To be called for each event of those that were due.
   void Take() { owed_ -= 1; }
 
   /// Milliseconds until the next is due, at least 1 and at most 1000.

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "virtual_camera/world/durable_file.h"
 #include "virtual_camera/world/ivs_record.h"
 
 namespace virtual_camera {
@@ -32,6 +33,8 @@ std::string PictureFiles::FullPath(uint32_t id) const {
 std::string PictureFiles::ClipPath(uint32_t id) const {
   return directory_ + "/" + std::to_string(id) + "_clip.jpg";
 }
+
+void PictureFiles::Sync() const { SyncDirectory(directory_); }
 
 void PictureFiles::Remove(uint32_t id) const {
   std::error_code ignored;

@@ -17,10 +17,15 @@ class PictureFiles {
   std::string FullPath(uint32_t id) const;
   std::string ClipPath(uint32_t id) const;
 
-  /// Removes both pictures; those that are not there are no matter.
+  /// Syncs the directory, after which the pictures in it survive loss of power. Throws
+  /// std::runtime_error when that fails.
+  void Sync() const;
+
+  /// Removes those of both pictures that are there.
   void Remove(uint32_t id) const;
 
-  /// Removes the pictures whose result is not known, as a kill leaves them behind.
+  /// Removes the pictures whose result is not in the store: those of a process that was
+  /// killed between drawing and storing.
   /// @return how many files that were.
   int RemoveOrphans(const std::function<bool(uint32_t id)>& is_known) const;
 

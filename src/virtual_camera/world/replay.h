@@ -11,7 +11,7 @@ namespace virtual_camera {
 /// The file holds 552-byte records and nothing else.
 class ReplayFile {
  public:
-  /// Throws std::runtime_error with one clear line when the file cannot be read or ends
+  /// Throws std::runtime_error, with one line that says why, when the file cannot be read or ends
   /// in the midst of a record.
   explicit ReplayFile(const std::string& path);
 

@@ -28,7 +28,7 @@ constexpr double kFieldUp = 34;
 
 int Rounded(double value) { return static_cast<int>(std::lround(value)); }
 
-// Keeps far turns within numbers that libgd can draw with.
+// Limited, because libgd draws with int coordinates.
 int ShiftX(int width, double pan_degrees) {
   return Rounded(std::clamp(-pan_degrees / kFieldAcross, -4.0, 4.0) * width);
 }
@@ -44,7 +44,7 @@ PixelRect Within(PixelRect rect, int width, int height) {
   return rect;
 }
 
-// Where the car would be on an endless canvas.
+// Where the car is, also outside of the picture.
 PixelRect Body(const Car& car, int width, int height, double pan, double tilt) {
   const double size = 0.22 + 0.26 * car.nearness;
   const double wide = width * size;
@@ -83,7 +83,7 @@ void DrawRoad(Canvas& canvas, int width, int height, const View& view) {
                    {middle + width * 6 / 10, foot},
                    {middle - width * 6 / 10, foot}},
                   kRoad);
-  // Dashes that grow as they come near.
+  // Dashes, larger towards the bottom.
   for (int i = 0; i < 5; ++i) {
     const double from = i * i / 25.0;
     const double to = from + (2 * i + 1) / 50.0;

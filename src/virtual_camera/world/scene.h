@@ -1,4 +1,4 @@
-// What the camera sees, drawn: the road, a car on it, and the close-up of its plate.
+// The pictures that the camera takes: the road, a car on it, and the close-up of its plate.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ struct PictureOptions {
   int quality = 75;  ///< of the JPEG, 1 to 95
 };
 
-/// The moment that a full picture shows.
+/// What a full picture shows.
 struct View {
   double pan_degrees = 0;   ///< to the right
   double tilt_degrees = 0;  ///< upwards
@@ -41,8 +41,8 @@ class Scene {
 
   PixelRect PlaceOfPerson(double pan_degrees, double tilt_degrees) const;
 
-  /// Write a JPEG file: the view, the same at a quarter of the size, a plate's close-up. Throw
-  /// std::runtime_error when it cannot be written.
+  /// Write a JPEG file as WriteDurably: the view, the same at a quarter of the size, a
+  /// plate's close-up. Throw std::runtime_error when it cannot be written.
   /// @return its size in bytes.
   int64_t DrawFull(const View& view, const std::string& path) const;
   int64_t DrawSmall(const View& view, const std::string& path) const;

@@ -332,7 +332,7 @@ TEST_F(AgentTest, RemovesThePicturesOfWhatTheCloudDoesNotHave) {
   link_.listener->OnAcknowledged(1, 0x10);
   EXPECT_EQ(PicturesKept(), 0U);
   AdapterStoresPicture();
-  AdapterPublishes("snapshot", 15);
+  AdapterPublishes("ivs_result", 16);
   link_.listener->OnAcknowledged(2, 0x87);
   EXPECT_EQ(PicturesKept(), 0U);
 }
@@ -343,9 +343,12 @@ TEST_F(AgentTest, KeepsThePicturesOfWhatTheCloudHasOrMayHave) {
   AdapterPublishes("ivs_result", 11);
   link_.listener->OnAcknowledged(1, 0);
   AdapterStoresPicture();
+  AdapterPublishes("snapshot", 15);
+  link_.listener->OnAcknowledged(2, 0x10);
+  AdapterStoresPicture();
   AdapterPublishes("ivs_result", 11);
   link_.listener->OnLinkDown("why");
-  EXPECT_EQ(PicturesKept(), 2U);
+  EXPECT_EQ(PicturesKept(), 3U);
 }
 
 TEST_F(AgentTest, DoesNotConfirmWhatTheBrokerRefuses) {

@@ -1,9 +1,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+
 #include "chw_info.h"
 #include "platform/device_serial.h"
 #include "scoped_environment.h"
+#include "support/temp_directory.h"
 
 namespace {
 
@@ -27,6 +31,38 @@ TEST(SerialNumber, DiffersFromMachineToMachine) {
 
 TEST(SerialNumber, StaysTheSameFromReleaseToRelease) {
   EXPECT_EQ(tarvex::SerialFromMachineId("foobar"), "85944171F73967E8");
+}
+
+/// A machine's root directory.
+class MachineTest : public testing::Test {
+ protected:
+  void Write(const std::string& file, const std::string& content) {
+    const std::filesystem::path path = root_.path() / file;
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path) << content << "\n";
+  }
+  std::string Identity() const { return tarvex::MachineIdentity(root_.path().string()); }
+
+  TempDirectory root_;
+};
+
+TEST_F(MachineTest, IsKnownByItsMachineId) {
+  Write("proc/sys/kernel/hostname", "desk");
+  Write("etc/machine-id", "0123456789abcdef0123456789abcdef");
+  EXPECT_EQ(Identity(), "0123456789abcdef0123456789abcdef");
+}
+
+TEST_F(MachineTest, WithoutAMachineIdIsKnownByItsNameAndNetworks) {
+  Write("proc/sys/kernel/hostname", "desk");
+  Write("sys/class/net/eth0/address", "02:00:00:00:00:01");
+  const std::string first = Identity();
+  EXPECT_EQ(Identity(), first);
+  Write("sys/class/net/eth0/address", "02:00:00:00:00:02");
+  EXPECT_NE(Identity(), first);
+}
+
+TEST_F(MachineTest, WithoutAnythingOfItsOwnIsKnownAllTheSame) {
+  EXPECT_THAT(tarvex::SerialFromMachineId(Identity()), MatchesRegex("[0-9A-F]{16}"));
 }
 
 TEST(SoftwareVersion, IsTheOneOfTheEnvironment) {

@@ -150,6 +150,7 @@ TEST_F(RunningCamera, PublishesTheCarsOfACommand) {
 TEST_F(RunningCamera, HasCarsPassByThemselves) {
   options.cars_per_minute = 6000;
   SwitchOn();
+  ASSERT_TRUE(BecomesReady());
   EXPECT_TRUE(WaitUntil([this] {
     return Command(R"({"command":"state"})")["state"]["results"]["recognised"].asInt() > 5;
   }));
@@ -224,6 +225,7 @@ TEST_F(RunningCamera, FillsTheDatabases) {
 
 TEST_F(RunningCamera, FillsDatabasesThatComeBackEmpty) {
   SwitchOn();
+  ASSERT_TRUE(BecomesReady());
   ASSERT_TRUE(WaitUntil([this] { return InDatabase("skvdb", "dev_name") != "(none)"; }));
   Command(R"({"command":"rename","name":"Gate 7"})");
   key_values.Kill();
@@ -234,6 +236,7 @@ TEST_F(RunningCamera, FillsDatabasesThatComeBackEmpty) {
 
 TEST_F(RunningCamera, FillsInANameThatItWasGivenWhileTheDatabasesWereAway) {
   SwitchOn();
+  ASSERT_TRUE(BecomesReady());
   ASSERT_TRUE(
       WaitUntil([this] { return InDatabase("usr_data_kvdb", "bus_cipher_data") != "(none)"; }));
   key_values.Kill();
@@ -268,6 +271,18 @@ TEST_F(RunningCamera, IsRecordedFromTheBus) {
   }));
   EXPECT_EQ(recording.get(), 2);
   EXPECT_EQ(std::filesystem::file_size(path), 2U * 552U);
+}
+
+TEST_F(RunningCamera, IsNotSaidToBeRecordedOnADiskWithoutRoom) {
+  SwitchOn();
+  ASSERT_TRUE(BecomesReady());
+  auto recording = std::async(
+      std::launch::async, [] { return CtlClient().Record("/dev/full", 1, [] { return false; }); });
+  EXPECT_TRUE(WaitUntil([&] {
+    Command(R"({"command":"car"})");
+    return recording.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+  }));
+  EXPECT_THROW(recording.get(), std::runtime_error);
 }
 
 TEST_F(RunningCamera, IsMissedByACommandWhenItIsOff) {

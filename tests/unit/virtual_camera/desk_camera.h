@@ -1,5 +1,5 @@
-// A camera for tests: a real device in a directory of its own, with time turned by hand
-// and a bus, databases and wires that only remember.
+// A camera for tests: a real device in a directory of its own; the tests set the time, and
+// bus, databases and serial lines are fakes that record what they are given.
 #pragma once
 
 #include <algorithm>
@@ -31,7 +31,7 @@ class FakeTimeline : public Timeline {
     tasks_.emplace(now_ms_ + std::max<int64_t>(delay_ms, 0), std::move(task));
   }
 
-  /// Lets time pass, and runs what comes due, in order.
+  /// Moves the time on, and runs the tasks that are due, in order.
   void Advance(int64_t ms) {
     const int64_t until = now_ms_ + ms;
     while (!tasks_.empty() && tasks_.begin()->first <= until) {
@@ -42,7 +42,7 @@ class FakeTimeline : public Timeline {
     Turn(until - now_ms_);
   }
 
-  /// 14 November 2023, 22:13:20 UTC, until it is set or turned.
+  /// 14 November 2023, 22:13:20 UTC, and what Advance adds, until it is set.
   void SetSystem(int64_t seconds) { system_us_ = seconds * 1000000; }
 
  private:
@@ -70,7 +70,7 @@ class FakeBus : public Announcer {
   std::vector<std::pair<std::string, std::string>> heard;
 };
 
-/// A key-value server that is there at once, or away until it is given `is_away` = false.
+/// A key-value server that is reachable unless `is_away` is set.
 class FakeKeyValues : public KeyValueStore {
  public:
   void Begin(const std::vector<KeyValue>& values,
@@ -109,7 +109,7 @@ class FakeLines : public SerialLines {
   std::function<void(int channel, const std::string& bytes)> type;
 };
 
-/// A directory that is gone after the test, with its path as a text.
+/// A directory that is removed after the test.
 class TestDirectory {
  public:
   std::string path() const { return directory_.path().string(); }
@@ -152,7 +152,7 @@ class DeskCamera : public testing::Test {
     SwitchOn();
   }
 
-  /// Begins anew on the same data, as after the end of the process.
+  /// Makes a new device on the same data, as after the end of the process.
   void Restart() {
     device.reset();
     SwitchOn();

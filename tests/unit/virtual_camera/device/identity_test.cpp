@@ -83,5 +83,13 @@ TEST_F(IdentityOfACamera, RefusesEmptyAndOverlongNamesAndWhatIsNoAddress) {
   EXPECT_TRUE(Heard().empty());
 }
 
+TEST_F(IdentityOfACamera, AnswersAlsoWhenItCannotNoteThatTheDatabaseHasItsName) {
+  device->database.Execute(
+      "CREATE TEMP TRIGGER failing BEFORE INSERT ON settings WHEN new.value = '0' "
+      "BEGIN SELECT RAISE(ABORT, 'no room'); END");
+  EXPECT_TRUE(Rename("Gate 7"));
+  EXPECT_EQ(Heard(), Lines{R"(SS_DEV_NAME_CHANGED {"title":"R2F0ZSA3"})"});
+}
+
 }  // namespace
 }  // namespace virtual_camera

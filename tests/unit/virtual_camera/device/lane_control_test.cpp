@@ -103,5 +103,29 @@ TEST_F(Lane, RefusesAPlateThatDoesNotFit) {
                RequestError);
 }
 
+TEST_F(Lane, SwitchesOfOneRequestAreStoredTogether) {
+  int commits = 0;
+  sqlite3_commit_hook(
+      device->database.handle(), [](void* count) { return 0 * ++*static_cast<int*>(count); },
+      &commits);
+  Json::Value switches(Json::arrayValue);
+  for (int i = 0; i < 3000; ++i) {
+    switches.append(Parsed(R"({"event":"person_stay","enable":1})"));
+    switches.append(Parsed(R"({"event":"vehicle_stay","enable":1})"));
+  }
+  EXPECT_EQ(device->lane_control.Switch(switches).applied, 6000);
+  EXPECT_EQ(commits, 1);
+}
+
+TEST_F(Lane, SwitchesStayAsTheyWereWhenTheyCannotBeStored) {
+  device->database.Execute(
+      "CREATE TEMP TRIGGER failing BEFORE INSERT ON settings WHEN new.name = 'vehicle_stay' "
+      "BEGIN SELECT RAISE(ABORT, 'no room'); END");
+  EXPECT_THROW(SwitchOnBoth(), std::runtime_error);
+  EXPECT_FALSE(device->lane_control.IsOn(LaneControl::Kind::kPerson));
+  Restart();
+  EXPECT_FALSE(device->lane_control.IsOn(LaneControl::Kind::kPerson));
+}
+
 }  // namespace
 }  // namespace virtual_camera

@@ -137,6 +137,14 @@ TEST_F(Recognised, CarThatCannotBeStoredIsNotAnnouncedAndLeavesNoPictures) {
   EXPECT_TRUE(fs::is_empty(directory.path() + "/pictures"));
 }
 
+TEST_F(Recognised, CarIsNotLostWhereTheWhiteListCannotBeRead) {
+  device->white_list.SetCheck(WhiteList::Check::kOpenForListed);
+  device->database.Execute("DROP TABLE white_list");
+  EXPECT_EQ(CarPasses("AB123CD").plate_id, 1U);
+  EXPECT_EQ(Heard(), Lines{"plate AB123CD id 1"});
+  EXPECT_EQ(device->State()["results"]["lost"], 0);
+}
+
 TEST_F(Recognised, PicturesGoWithTheirResult) {
   options.retention.results = 2;
   Restart();

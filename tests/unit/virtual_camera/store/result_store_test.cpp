@@ -16,10 +16,16 @@ class Store : public testing::Test {
   Store() { Open({1000, 1000000}); }
 
   void Open(Retention retention) {
-    store.reset();
-    database.reset();
+    Close();
     database = std::make_unique<Database>(Path());
-    store = std::make_unique<ResultStore>(*database, retention);
+    settings = std::make_unique<Settings>(*database);
+    store = std::make_unique<ResultStore>(*database, *settings, retention);
+  }
+
+  void Close() {
+    store.reset();
+    settings.reset();
+    database.reset();
   }
 
   std::string Path() const { return directory.path() + "/store.db"; }
@@ -37,6 +43,7 @@ class Store : public testing::Test {
   TestDirectory directory;
   int64_t now_s = 1000;
   std::unique_ptr<Database> database;
+  std::unique_ptr<Settings> settings;
   std::unique_ptr<ResultStore> store;
 };
 
@@ -118,6 +125,16 @@ TEST_F(Store, RemovesTheOldestUndeliveredAsTheLastResortAndCountsIt) {
   EXPECT_EQ(store->totals().undelivered_removed, 1);
 }
 
+TEST_F(Store, KeepsCountOfWhatItRemovedUndeliveredWhenItIsOpenedAgain) {
+  Open({1, 1000000});
+  Insert();
+  Insert();
+  Open({1, 1000000});
+  EXPECT_EQ(store->totals().undelivered_removed, 1);
+  Insert();
+  EXPECT_EQ(store->totals().undelivered_removed, 2);
+}
+
 TEST_F(Store, KeepsWithinTheBytesOfPictures) {
   Open({1000, 100});
   Insert(60);
@@ -172,7 +189,8 @@ TEST_F(Store, ChangesNothingWhenInsertingFails) {
 // The child tells each id only after Insert has returned, as the camera announces it.
 [[noreturn]] void InsertUntilKilled(const std::string& path, int report) {
   Database database(path);
-  ResultStore store(database, {1000000, 1000000000});
+  Settings settings(database);
+  ResultStore store(database, settings, {1000000, 1000000000});
   for (;;) {
     const uint32_t id = store.NextId();
     store.Insert(id, "record " + std::to_string(id), 1, 1);
@@ -183,8 +201,7 @@ TEST_F(Store, ChangesNothingWhenInsertingFails) {
 }
 
 TEST_F(Store, HasWhatWasReportedBeforeAKill) {
-  store.reset();
-  database.reset();
+  Close();
   uint32_t last = 0;
   for (const uint32_t at_least : {1U, 20U, 57U}) {
     int report[2];

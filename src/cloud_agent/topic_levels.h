@@ -1,4 +1,4 @@
-// Topics as people write them.
+// What people may set of a topic.
 #pragma once
 
 #include <string>

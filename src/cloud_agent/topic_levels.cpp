@@ -1,4 +1,4 @@
-#include "cloud_agent/address_text.h"
+#include "cloud_agent/topic_levels.h"
 
 namespace agent {
 
