@@ -6,13 +6,21 @@
 
 void Journal::Receive(const std::string& body) {
   const Json::Value message = ParseJson(body);
-  const std::uint32_t plate_id =
-      message["payload"]["AlarmInfoPlate"]["result"]["PlateResult"]["plateid"].asUInt();
+  const Json::Value& plate = message["payload"]["AlarmInfoPlate"]["result"]["PlateResult"];
+  const Json::Value& time = plate["timeStamp"]["Timeval"];
+  const std::string content =
+      plate["license"].asString() + " " + time["sec"].asString() + "." + time["usec"].asString();
+  const bool is_live = message["tag"].asInt() == 11;
   const std::lock_guard<std::mutex> lock(mutex_);
   ++totals_.messages;
-  ++(message["tag"].asInt() == 11 ? totals_.live : totals_.redelivered);
-  if (++received_[plate_id] == 1) {
+  ++(is_live ? totals_.live : totals_.redelivered);
+  const auto [received, is_first] = received_.emplace(plate["plateid"].asUInt(), content);
+  if (is_first) {
     ++totals_.unique;
+    totals_.under_two_ids += contents_.insert(content).second ? 0U : 1U;
+  } else {
+    ++(is_live ? totals_.live_duplicates : totals_.redelivered_duplicates);
+    totals_.mixed_up += received->second == content ? 0U : 1U;
   }
 }
 

@@ -15,6 +15,10 @@ class Journal {
     std::uint64_t live = 0;  ///< of those, published as they were recognised
     std::uint64_t redelivered = 0;
     std::uint64_t unique = 0;  ///< different plate ids
+    std::uint64_t live_duplicates = 0;
+    std::uint64_t redelivered_duplicates = 0;
+    std::uint64_t mixed_up = 0;       ///< other plate or time than before under that plate id
+    std::uint64_t under_two_ids = 0;  ///< plate and time of another plate id
   };
 
   /// A message "ivs_result" of the agent. Throws std::runtime_error when it is none.
@@ -31,7 +35,8 @@ class Journal {
 
  private:
   mutable std::mutex mutex_;
-  std::map<std::uint32_t, std::uint32_t> received_;  ///< plate id to number of messages
+  std::map<std::uint32_t, std::string> received_;  ///< plate id to plate and time
+  std::set<std::string> contents_;                 ///< the different plates and times
   std::set<std::uint32_t> announced_;
   Totals totals_;
 };

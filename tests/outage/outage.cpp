@@ -1,6 +1,6 @@
 // Cars keep coming while everything is killed, frozen and cut in random order. At the
 // end the journal of an independent subscriber is held against the camera's store.
-// Exit code 1 when a result is lost.
+// Exit code 1 when a result is lost or anything else is wrong.
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -36,13 +36,23 @@ using Clock = std::chrono::steady_clock;
 
 /// Everything that is counted along the way.
 struct Tally {
-  std::map<std::string, int> faults;
+  struct Kind {
+    int count = 0;
+    std::uint64_t duplicates = 0;  // from each of them to the next fault
+  };
+  std::map<std::string, Kind> faults;
   std::uint64_t longest_backlog = 0;
+  int power_cuts = 0;
+  std::uint64_t wrong_after_power_cuts = 0;
 };
 
 /// A camera that is killed while the plug-in asks it something costs the five seconds that
 /// the plug-in waits for an answer, and a frozen broker the keep-alive: they are rare.
-std::vector<Fault> Faults(Scene& scene, std::mt19937& random) {
+std::vector<Fault> Faults(Scene& scene, std::mt19937& random, Tally* tally) {
+  const auto cut_power = [tally](std::uint64_t wrong) {
+    ++tally->power_cuts;
+    tally->wrong_after_power_cuts += wrong;
+  };
   return {
       {"link cut at a random byte", 76,
        [&] { scene.CutLink(std::uniform_int_distribution<std::size_t>(1, 12000)(random)); }},
@@ -51,11 +61,17 @@ std::vector<Fault> Faults(Scene& scene, std::mt19937& random) {
       {"bus server killed", 7, [&] { scene.KillBus(); }},
       {"camera killed", 3, [&] { scene.KillCamera(); }},
       {"agent killed", 6, [&] { scene.KillAgent(); }},
+      {"power cut, camera goes on", 2, [&scene, cut_power] { cut_power(scene.CopyStore()); }},
+      {"power cut, camera restarts", 2, [&scene, cut_power] { cut_power(scene.CutPower()); }},
   };
 }
 
+std::uint64_t Duplicates(const Journal::Totals& totals) {
+  return totals.live_duplicates + totals.redelivered_duplicates;
+}
+
 void RunFaults(const Options& options, Scene& scene, std::mt19937& random, Tally* tally) {
-  const std::vector<Fault> faults = Faults(scene, random);
+  const std::vector<Fault> faults = Faults(scene, random, tally);
   std::vector<double> weights;
   weights.reserve(faults.size());
   for (const Fault& fault : faults) {
@@ -72,14 +88,25 @@ void RunFaults(const Options& options, Scene& scene, std::mt19937& random, Tally
   }
   std::shuffle(first.begin(), first.end(), random);
 
+  std::string previous;
+  std::uint64_t duplicates = 0;
+  const auto count_duplicates = [&] {
+    const std::uint64_t now = Duplicates(scene.journal().totals());
+    if (!previous.empty()) {
+      tally->faults[previous].duplicates += now - duplicates;
+    }
+    duplicates = now;
+  };
   Clock::time_point next = Clock::now();
   for (int done = 0; done < options.faults || scene.store().Count() < options.results; ++done) {
     next += std::chrono::milliseconds(static_cast<int>(pause(random) * 1000));
     std::this_thread::sleep_until(next);
     const auto at = static_cast<std::size_t>(done);
     const Fault& fault = faults[at < first.size() ? first[at] : choose(random)];
+    count_duplicates();
     fault.run();
-    ++tally->faults[fault.name];
+    ++tally->faults[fault.name].count;
+    previous = fault.name;
     tally->longest_backlog = std::max(tally->longest_backlog, scene.store().CountUndelivered());
     if (done % 50 == 49) {
       printf("  %d faults, %llu results, %llu undelivered\n", done + 1,
@@ -88,6 +115,7 @@ void RunFaults(const Options& options, Scene& scene, std::mt19937& random, Tally
       fflush(stdout);
     }
   }
+  count_duplicates();
 }
 
 /// Results that are neither at the subscriber nor undelivered in the store, and ones that
@@ -110,31 +138,41 @@ std::uint64_t CountLost(const Scene& scene) {
   return lost;
 }
 
+/// What a receiver that keeps one result per plate id is left with that is wrong.
+std::uint64_t CountConfused(const Journal::Totals& totals) {
+  return totals.mixed_up + totals.under_two_ids;
+}
+
 void Print(const Options& options, const Tally& tally, const Scene& scene, std::uint64_t lost,
            double seconds) {
+  const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
   const Journal::Totals totals = scene.journal().totals();
   int faults = 0;
-  for (const auto& [name, count] : tally.faults) {
-    faults += count;
+  for (const auto& [name, kind] : tally.faults) {
+    faults += kind.count;
   }
-  const std::uint64_t duplicates = totals.messages - totals.unique;
   printf("\nseed %u, %.0f seconds\n", options.seed, seconds);
-  printf("results recognised     %llu\n", static_cast<unsigned long long>(scene.store().Count()));
-  printf("faults                 %d\n", faults);
-  for (const auto& [name, count] : tally.faults) {
-    printf("  %-26s %d\n", name.c_str(), count);
+  printf("results recognised     %llu\n", number(scene.store().Count()));
+  printf("faults                 %d, and duplicates until the next one\n", faults);
+  for (const auto& [name, kind] : tally.faults) {
+    printf("  %-26s %6d %6llu\n", name.c_str(), kind.count, number(kind.duplicates));
   }
-  printf("messages received      %llu (%llu live, %llu re-delivered)\n",
-         static_cast<unsigned long long>(totals.messages),
-         static_cast<unsigned long long>(totals.live),
-         static_cast<unsigned long long>(totals.redelivered));
-  printf("lost                   %llu\n", static_cast<unsigned long long>(lost));
-  printf("duplicates             %llu, %.3f per fault\n",
-         static_cast<unsigned long long>(duplicates),
-         static_cast<double>(duplicates) / std::max(faults, 1));
-  printf("after removing equal plate ids: %llu results, 0 duplicates\n",
-         static_cast<unsigned long long>(totals.unique));
-  printf("longest backlog        %llu\n", static_cast<unsigned long long>(tally.longest_backlog));
+  printf("messages received      %llu (%llu live, %llu re-delivered)\n", number(totals.messages),
+         number(totals.live), number(totals.redelivered));
+  printf("live share             %.1f %% of %llu results\n",
+         100.0 * static_cast<double>(totals.live - totals.live_duplicates) /
+             static_cast<double>(std::max<std::uint64_t>(totals.unique, 1)),
+         number(totals.unique));
+  printf("lost                   %llu\n", number(lost));
+  printf("duplicates             %llu (%llu live, %llu re-delivered), %.3f per fault\n",
+         number(Duplicates(totals)), number(totals.live_duplicates),
+         number(totals.redelivered_duplicates),
+         static_cast<double>(Duplicates(totals)) / std::max(faults, 1));
+  printf("by plate id            %llu results, %llu of them twice, %llu mixed up\n",
+         number(totals.unique), number(totals.under_two_ids), number(totals.mixed_up));
+  printf("power cuts             %d, %llu things wrong in the store\n", tally.power_cuts,
+         number(tally.wrong_after_power_cuts));
+  printf("longest backlog        %llu\n", number(tally.longest_backlog));
 }
 
 int Run(const Options& options) {
@@ -174,7 +212,9 @@ int Run(const Options& options) {
   }
   const std::chrono::duration<double> elapsed = Clock::now() - start;
   Print(options, tally, scene, lost, elapsed.count());
-  return lost == 0 && drained ? 0 : 1;
+  const bool all_is_well = lost == 0 && drained && tally.wrong_after_power_cuts == 0 &&
+                           CountConfused(scene.journal().totals()) == 0;
+  return all_is_well ? 0 : 1;
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "outage/power_cut.h"
 #include "support/wait_until.h"
 
 namespace {
@@ -36,7 +37,7 @@ Scene::Scene(const RigPrograms& programs, const Options& options)
       [this](const MqttClient::Message& message) { journal_.Receive(message.payload); });
   Listen();
   StartCamera(options.cars_per_second);
-  store_ = std::make_unique<StoreReader>((rig_.directory.path() / "camera/camera.db").string());
+  OpenStore();
   StartAgent();
   if (!AwaitAgent()) {
     throw std::runtime_error("the agent does not get a connection:\n" + AgentLog());
@@ -115,6 +116,44 @@ void Scene::KillCamera() {
 void Scene::KillAgent() {
   rig_.agent->Kill();
   StartAgent();
+}
+
+std::uint64_t Scene::CopyStore() {
+  const TempDirectory copy;
+  const std::set<std::uint32_t> announced = journal_.Announced();
+  store_.reset();  // its locks would go with the first descriptor of the files that is closed
+  rig_.camera->Freeze();
+  CopyStoreFiles(CameraDirectory(), copy.path());
+  rig_.camera->Thaw();
+  OpenStore();
+  const StoreReader copied((copy.path() / "camera.db").string(), StoreReader::Kind::kCutOff);
+  return CountFaults(copied, announced);
+}
+
+std::uint64_t Scene::CutPower() {
+  const TempDirectory copy;
+  const std::set<std::uint32_t> announced = journal_.Announced();
+  store_.reset();
+  rig_.camera->Freeze();
+  CopyStoreFiles(CameraDirectory(), copy.path());
+  rig_.camera->Kill();
+  for (const char* file : {"camera.db", "camera.db-wal", "camera.db-shm"}) {
+    std::filesystem::remove(CameraDirectory() / file);
+  }
+  CopyStoreFiles(copy.path(), CameraDirectory());
+  StartCamera(options_.cars_per_second);
+  OpenStore();
+  return CountFaults(*store_, announced);
+}
+
+void Scene::OpenStore() {
+  store_ = std::make_unique<StoreReader>((CameraDirectory() / "camera.db").string());
+}
+
+std::uint64_t Scene::CountFaults(const StoreReader& store,
+                                 const std::set<std::uint32_t>& announced) {
+  return CountFaultsOf(store, announced, journal_, CameraDirectory() / "pictures",
+                       &pictures_checked_);
 }
 
 void Scene::StopCars() {

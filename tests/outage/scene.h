@@ -2,7 +2,10 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
+#include <filesystem>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -36,6 +39,11 @@ class Scene {
   void KillCamera();
   void KillAgent();
 
+  // Two that look at what a loss of power would leave of the camera's store. @return how
+  // much is wrong with it.
+  std::uint64_t CopyStore();  ///< the camera goes on
+  std::uint64_t CutPower();   ///< the camera begins again with the copy
+
   /// No car passes from now on.
   void StopCars();
 
@@ -55,6 +63,9 @@ class Scene {
   void StartCamera(double cars_per_second);
   void StartAgent();
   void Listen();
+  std::filesystem::path CameraDirectory() const { return rig_.directory.path() / "camera"; }
+  void OpenStore();
+  std::uint64_t CountFaults(const StoreReader& store, const std::set<std::uint32_t>& announced);
 
   const Options options_;
   Journal journal_;
@@ -64,4 +75,5 @@ class Scene {
   std::shared_ptr<tarvex::NatsLink> bus_link_;
   natsSubscription* bus_subscription_ = nullptr;
   std::unique_ptr<StoreReader> store_;
+  std::uint32_t pictures_checked_ = 0;  // up to this plate id
 };

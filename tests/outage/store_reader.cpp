@@ -4,8 +4,9 @@
 
 #include <stdexcept>
 
-StoreReader::StoreReader(const std::string& file) {
-  if (sqlite3_open_v2(file.c_str(), &database_, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
+StoreReader::StoreReader(const std::string& file, Kind kind) {
+  const int access = kind == Kind::kLive ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
+  if (sqlite3_open_v2(file.c_str(), &database_, access, nullptr) != SQLITE_OK) {
     const std::string reason = sqlite3_errmsg(database_);
     sqlite3_close(database_);
     throw std::runtime_error(file + ": " + reason);
@@ -35,6 +36,20 @@ std::uint64_t StoreReader::CountUndelivered() const {
 }
 
 std::uint64_t StoreReader::Count() const { return Number("SELECT count(*) FROM results"); }
+
+std::string StoreReader::IntegrityFinding() const {
+  sqlite3_stmt* statement = nullptr;
+  std::string finding;
+  if (sqlite3_prepare_v2(database_, "PRAGMA integrity_check(1)", -1, &statement, nullptr) ==
+          SQLITE_OK &&
+      sqlite3_step(statement) == SQLITE_ROW) {
+    finding = reinterpret_cast<const char*>(sqlite3_column_text(statement, 0));
+  } else {
+    finding = sqlite3_errmsg(database_);
+  }
+  sqlite3_finalize(statement);
+  return finding;
+}
 
 std::uint64_t StoreReader::Number(const char* sql) const {
   sqlite3_stmt* statement = nullptr;
