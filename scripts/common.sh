@@ -46,13 +46,19 @@ configure() {
   }
 }
 
-# usage: build DIRECTORY [CMAKE OPTIONS]
+# What building and testing run under; empty: nothing.
+runner=()
+
+# usage: build DIRECTORY "TARGETS" [CMAKE OPTIONS]
 build() {
-  configure "$@"
-  cmake --build "build/$1" >"build/$1/build.log" 2>&1 || {
-    grep -A 12 -E 'error|FAILED|warning' "build/$1/build.log" | head -n 60 >&2 ||
-      tail -n 30 "build/$1/build.log" >&2
-    fail "the build failed, see build/$1/build.log"
+  local directory=$1 targets
+  read -ra targets <<<"${2//$'\n'/ }"
+  configure "$directory" "${@:3}"
+  "${runner[@]}" cmake --build "build/$directory" --target "${targets[@]}" \
+    >"build/$directory/build.log" 2>&1 || {
+    grep -A 12 -E 'error|FAILED|warning' "build/$directory/build.log" | head -n 60 >&2 ||
+      tail -n 30 "build/$directory/build.log" >&2
+    fail "the build failed, see build/$directory/build.log"
   }
 }
 
@@ -77,7 +83,7 @@ run_tests() {
   shift
   while [ $# -gt 0 ]; do
     case "$1" in
-      --label-exclude) options+=(--label-exclude "$2"); shift ;;
+      --label-regex) options+=(--label-regex "$2"); shift ;;
       -*) options+=("$1") ;;
       *)
         numbers=$(matching_tests "$directory" "$1") || fail "cannot look for tests named $1"
@@ -87,12 +93,43 @@ run_tests() {
     esac
     shift
   done
-  temporary=$(mktemp -d "$PWD/$directory/temporary-XXXXXX")
-  TMPDIR=$temporary ctest --test-dir "$directory" --parallel "$(nproc)" --output-on-failure \
+  temporary=$(mktemp -d)
+  chmod 755 "$temporary"  # a broker that root starts reads as another user
+  TMPDIR=$temporary "${runner[@]}" ctest --test-dir "$directory" --parallel "$(nproc)" --output-on-failure \
     --no-tests=error "${options[@]}" || status=$?
   left=$(cd "$temporary" && find . -mindepth 1)
   rm -rf "$temporary"
   [ -z "$left" ] || fail "left in the temporary directory after the tests:"$'\n'"$left"
+  return "$status"
+}
+
+# usage: sanitize [thread] [NAME | CTEST OPTIONS]
+sanitize() {
+  if [ "${1:-}" = thread ]; then
+    sanitize_threads "${@:2}"
+  else
+    build asan "contract_tests mqtt_adapter_tests platform_interface_tests platform_tests
+      cloud_agent_tests virtual_camera_tests" -DSANITIZE=address,undefined
+    run_tests asan --label-regex 'contract|unit' "$@"
+  fi
+}
+
+# What has threads, under the thread sanitizer. Reports are read from files, so that the
+# programs that a test starts, and kills, are looked at too.
+sanitize_threads() {
+  local reports=$PWD/build/tsan/reports status=0
+  # Older sanitizers refuse the addresses that a newer kernel hands out at random.
+  ! setarch -R true 2>/dev/null || runner=(setarch -R)
+  export TSAN_OPTIONS="log_path=$reports/report second_deadlock_stack=1"
+  TSAN_OPTIONS+=" suppressions=$PWD/cmake/thread_sanitizer.txt"
+  rm -rf "$reports"
+  mkdir -p "$reports"
+  build tsan "platform_tests cloud_agent_tests virtual_camera_tests rig_tests" -DSANITIZE=thread
+  run_tests tsan --label-regex threads "$@" || status=$?
+  [ -z "$(ls "$reports")" ] || {
+    cat "$reports"/* | head -n 100 >&2
+    fail "the thread sanitizer found something, see $reports"
+  }
   return "$status"
 }
 

@@ -181,9 +181,10 @@ class FailedResubscription : public BusOutage {
     });
     auto result = std::async(std::launch::async, [this] { return Request("silent", "text"); });
     EXPECT_TRUE(WaitUntil([&] { return is_waiting_.load(); }));
-    Restart();
+    server_.Kill();
     EXPECT_EQ(result.get(), 0);
     EXPECT_EQ(connections_, 2);
+    server_.Start();
   }
 
   int connections_ = 0;
