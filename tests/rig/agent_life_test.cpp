@@ -70,7 +70,7 @@ TEST_F(AgentLife, SaysThatAnotherHasItsIdentity) {
   rig_.StartCamera();
   rig_.StartAgent();
   const auto second = LaunchSecond({"--picture-dir", (rig_.directory.path() / "second").string()});
-  EXPECT_TRUE(AgentPrints("another client has connected as RIG0001"));
+  EXPECT_TRUE(AgentPrints("another client may use the client id RIG0001"));
   second->Kill();
 }
 
