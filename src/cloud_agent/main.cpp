@@ -61,10 +61,14 @@ class StopSignals {
     patience_.expires_after(kStopPatience);
     patience_.async_wait([](const boost::system::error_code& error) {
       if (!error) {
-        SYS_LOG(kLogWarning, "ending although a request is still under way");
-        _exit(0);  // without DISCONNECT, so the broker publishes the will
+        OnPatienceOver();
       }
     });
+  }
+
+  static void OnPatienceOver() {
+    SYS_LOG(kLogWarning, "ending although a request is still under way");
+    _exit(0);  // without DISCONNECT, so the broker publishes the will
   }
 
   std::function<void()> on_stop_;

@@ -193,7 +193,7 @@ TEST_F(Redelivery, CountsAndAgesAreVisible) {
   const Json::Value status = rig_.AgentStatus();
   EXPECT_EQ(status["undelivered"]["count"].asInt(), 2);
   EXPECT_GE(status["undelivered"]["oldest_age_s"].asInt(), 1);
-  EXPECT_EQ(status["counters"]["dropped_link_down"].asInt(), 0);
+  EXPECT_THAT(rig_.agent->Output(), testing::Not(testing::HasSubstr("ivs_result")));
 }
 
 }  // namespace

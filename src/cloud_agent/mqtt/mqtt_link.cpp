@@ -2,6 +2,7 @@
 
 #include <mosquitto.h>
 
+#include <algorithm>
 #include <chrono>
 #include <random>
 #include <utility>
@@ -17,8 +18,11 @@ using std::chrono::seconds;
 
 constexpr int kLoop_ms = 1000;
 constexpr int kLastLoop_ms = 50;
-// The back-off starts again after a connection that stood for as long as this.
-constexpr seconds kStable{5};
+// A connection that stood for less, or for less than twice the longest delay, was a short
+// one: two clients with one client id end each other's connections for ever.
+constexpr milliseconds kStable{5000};
+// Not every broker says that it was the other client; so many in a row make it likely.
+constexpr int kSuspiciousConnections = 3;
 constexpr seconds kLastPatience{1};
 constexpr seconds kStopPatience{3};
 
@@ -44,6 +48,7 @@ MqttLink::MqttLink(Options options, std::function<void(std::function<void()>)> p
     : options_(std::move(options)),
       post_(std::move(post)),
       turn_away_(std::move(turn_away)),
+      stable_(std::max(kStable, 2 * milliseconds(options_.backoff_max_ms))),
       backoff_(options_.backoff_min_ms, options_.backoff_max_ms, RandomBelow) {}
 
 MqttLink::~MqttLink() {
@@ -155,8 +160,13 @@ void MqttLink::RunConnection() {
   }
   const bool was_taken_over = connection != nullptr && connection->WasTakenOver();
   connection.reset();  // closes the socket, unless the event thread is about to
-  if (was_ready_ && !was_taken_over && Clock::now() - ready_at >= kStable) {
+  if (was_ready_ && !was_taken_over && Clock::now() - ready_at >= stable_) {
     backoff_.Reset();
+    short_connections_ = 0;
+  } else if (was_ready_ && ++short_connections_ >= kSuspiciousConnections && !was_taken_over) {
+    reason += "; " + std::to_string(short_connections_) +
+              " connections in a row did not last: another client may use the client id " +
+              options_.broker.client_id;
   }
   const int delay_ms = backoff_.NextDelay_ms();
   SYS_LOG(kLogWarning, "%s %s:%d: %s; next attempt in %d ms",

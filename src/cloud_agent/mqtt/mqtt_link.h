@@ -1,6 +1,7 @@
 // The MQTT link: keeps a connection to the broker up from a thread of its own.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -72,7 +73,9 @@ class MqttLink : public Link {
   bool is_stopped_ = false;
 
   // Network thread only.
+  const std::chrono::milliseconds stable_;  // a connection that stood as long was a good one
   Backoff backoff_;
+  int short_connections_ = 0;  // in a row
   std::uint64_t last_connection_number_ = 0;
   bool was_ready_ = false;
   std::set<int> refusals_;  // message ids of responses that the listener knows nothing of

@@ -191,38 +191,42 @@ void PictureStore::Copy(const std::string& source, const std::string& name) {
   if (!fs::is_regular_file(source)) {
     throw std::runtime_error(fs::exists(source) ? "is not a regular file" : "does not exist");
   }
-  const std::runtime_error is_too_large("is larger than " + std::to_string(options_.max_bytes) +
-                                        " bytes");
-  if (fs::file_size(source) > options_.max_bytes) {
-    throw is_too_large;
-  }
-  const fs::path target = fs::path(options_.directory) / name;
-  const fs::path temporary = fs::path(options_.directory) / ("." + name + kTemporarySuffix);
+  const std::uint64_t source_bytes = fs::file_size(source);
+  RefuseLarge(source_bytes);
+  const fs::path directory(options_.directory);
+  const fs::path temporary = directory / ("." + name + kTemporarySuffix);
   for (int attempt = 1;; ++attempt) {
-    std::error_code error;
-    fs::copy_file(source, temporary, fs::copy_options::overwrite_existing, error);
-    // The source may be growing, so it is the copy that is measured.
-    const std::uint64_t bytes = error ? 0 : fs::file_size(temporary, error);
-    if (!error && bytes <= options_.max_bytes) {
-      fs::rename(temporary, target, error);
-    }
-    if (!error && bytes <= options_.max_bytes) {
+    try {
+      fs::copy_file(source, temporary, fs::copy_options::overwrite_existing);
+      // The source may be growing, so it is the copy that is measured.
+      const std::uint64_t bytes = fs::file_size(temporary);
+      RefuseLarge(bytes);
+      fs::rename(temporary, directory / name);
       Keep(name, bytes);
       return;
+    } catch (const std::runtime_error& failure) {
+      std::error_code ignored;
+      fs::remove(temporary, ignored);
+      const auto* error = dynamic_cast<const fs::filesystem_error*>(&failure);
+      if (error == nullptr || attempt == kAttempts || kept_.empty() ||
+          !IsDiskFull(error->code(), directory, kRoomForPictures * source_bytes)) {
+        throw;
+      }
     }
-    std::error_code ignored;
-    fs::remove(temporary, ignored);
-    if (!error) {
-      throw is_too_large;
-    }
-    const std::uint64_t wanted = kRoomForPictures * fs::file_size(source);
-    if (!IsDiskFull(error, options_.directory, wanted) || attempt == kAttempts || kept_.empty()) {
-      throw fs::filesystem_error("copy", error);
-    }
-    for (const std::uint64_t before = kept_bytes_;
-         !kept_.empty() && before - kept_bytes_ < wanted;) {
-      RemoveOldest();
-    }
+    MakeRoom(kRoomForPictures * source_bytes);
+  }
+}
+
+void PictureStore::RefuseLarge(std::uint64_t bytes) const {
+  if (bytes > options_.max_bytes) {
+    throw std::runtime_error("is larger than " + std::to_string(options_.max_bytes) + " bytes");
+  }
+}
+
+void PictureStore::MakeRoom(std::uint64_t bytes) {
+  const std::uint64_t before = kept_bytes_;
+  while (!kept_.empty() && before - kept_bytes_ < bytes) {
+    RemoveOldest();
   }
 }
 

@@ -62,7 +62,10 @@ class PictureStore {
   void TakeStock();
   std::string PathOf(const std::string& source) const;
   std::string UniqueName(const std::string& name);
+  /// Throws std::runtime_error when there is no copy.
   void Copy(const std::string& source, const std::string& name);
+  void RefuseLarge(std::uint64_t bytes) const;
+  void MakeRoom(std::uint64_t bytes);
   void Keep(const std::string& name, std::uint64_t bytes);
   void RemoveOldest();
 

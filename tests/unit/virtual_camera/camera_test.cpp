@@ -8,6 +8,7 @@
 #include "desk_camera.h"
 #include "platform/nats_handle.h"
 #include "platform/nats_link.h"
+#include "support/child_process.h"
 #include "support/nats_server.h"
 #include "support/wait_until.h"
 #include "virtual_camera/ctl/ctl_client.h"
@@ -271,6 +272,16 @@ TEST_F(RunningCamera, IsRecordedFromTheBus) {
   }));
   EXPECT_EQ(recording.get(), 2);
   EXPECT_EQ(std::filesystem::file_size(path), 2U * 552U);
+}
+
+TEST_F(RunningCamera, IsRecordedUntilASignalEndsIt) {
+  ChildProcess ctl({CAMERA_CTL, "record", directory.path() + "/capture.bin"},
+                   directory.path() + "/log");
+  ASSERT_TRUE(WaitUntil([&] { return ctl.Output().find("recording to") != std::string::npos; }));
+  ctl.Signal(SIGINT);
+  EXPECT_TRUE(ctl.WaitForExit());
+  EXPECT_EQ(ctl.exit_code(), 0);
+  EXPECT_NE(ctl.Output().find("0 records"), std::string::npos);
 }
 
 TEST_F(RunningCamera, IsNotSaidToBeRecordedOnADiskWithoutRoom) {

@@ -303,6 +303,21 @@ TEST_F(LinkTest, SaysThatAnotherClientUsesItsClientId) {
   EXPECT_THAT(reason_, HasSubstr("--client-id"));
 }
 
+TEST_F(LinkTest, SuspectsAnotherClientBehindConnectionsThatDoNotLast) {
+  testing::internal::CaptureStderr();
+  StartLink();
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    broker_.Accept().LetIn();
+    EXPECT_EQ(Heard(), "up");
+    EXPECT_EQ(Heard(), "down");
+  }
+  BrokerSession session = broker_.Accept();
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_THAT(log, HasSubstr("3 connections in a row did not last: another client may use the "
+                             "client id CAM1"));
+  EXPECT_THAT(log, testing::Not(HasSubstr("2 connections in a row")));
+}
+
 TEST_F(LinkTest, ToldOfARefusalOfItsOwnReportsNoAcknowledgement) {
   options_.max_requests_waiting = 0;
   BrokerSession session = Connected();
