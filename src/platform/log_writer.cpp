@@ -41,7 +41,7 @@ bool LogWriter::WriteRest() {
     } else if (count < 0 && errno == EAGAIN) {
       break;
     } else if (count < 0 && errno != EINTR) {
-      written = rest_.size();  // nobody can read it: the log never stands in the way
+      written = rest_.size();  // nobody can read it: given up
     }
   }
   rest_.erase(0, written);

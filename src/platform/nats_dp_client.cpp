@@ -73,7 +73,8 @@ NatsDpClient::~NatsDpClient() {
 int NatsDpClient::SendRequest(const std::string& type, int /*flags*/, const char* data,
                               size_t length, std::string* reply, int timeout_ms) {
   const std::string subject = BusSubject(type);
-  // With no time to wait, an answer would be a matter of luck.
+  // A request without time to wait is not sent: whether it would be answered depends on
+  // the order in which threads run.
   if (!IsPlainSubject(subject) || length > INT_MAX || timeout_ms <= 0 || !link_->IsConnected()) {
     return kNotAnswered;
   }

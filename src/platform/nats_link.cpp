@@ -73,9 +73,9 @@ void OnError(natsConnection*, natsSubscription*, natsStatus status, void*) {
   SYS_LOG(kLogWarning, "NATS: %s", natsStatus_GetText(status));
 }
 
-/// After a server that hangs up during the first greeting, and was the last one tried,
-/// the library gives up instead of trying again. So a place that no connection can be
-/// made to is always tried last; that takes no time.
+/// After a server that closes the connection before its first greeting, and was the last
+/// one tried, the library gives up instead of trying again. So a place that no connection
+/// can be made to is always tried last; that takes no time.
 constexpr const char* kNowhere = "nats://255.255.255.255:1";
 
 /// "HOST:PORT", with an IPv6 address in brackets.

@@ -41,6 +41,7 @@ struct Tally {
     std::uint64_t duplicates = 0;  // from each of them to the next fault
   };
   std::map<std::string, Kind> faults;
+  std::uint64_t duplicates = 0;  // up to the end of the faults
   std::uint64_t longest_backlog = 0;
   int power_cuts = 0;
   std::uint64_t wrong_after_power_cuts = 0;
@@ -89,13 +90,12 @@ void RunFaults(const Options& options, Scene& scene, std::mt19937& random, Tally
   std::shuffle(first.begin(), first.end(), random);
 
   std::string previous;
-  std::uint64_t duplicates = 0;
   const auto count_duplicates = [&] {
     const std::uint64_t now = Duplicates(scene.journal().totals());
     if (!previous.empty()) {
-      tally->faults[previous].duplicates += now - duplicates;
+      tally->faults[previous].duplicates += now - tally->duplicates;
     }
-    duplicates = now;
+    tally->duplicates = now;
   };
   Clock::time_point next = Clock::now();
   for (int done = 0; done < options.faults || scene.store().Count() < options.results; ++done) {
@@ -157,6 +157,7 @@ void Print(const Options& options, const Tally& tally, const Scene& scene, std::
   for (const auto& [name, kind] : tally.faults) {
     printf("  %-26s %6d %6llu\n", name.c_str(), kind.count, number(kind.duplicates));
   }
+  printf("  %-26s %6s %6llu\n", "(then)", "", number(Duplicates(totals) - tally.duplicates));
   printf("messages received      %llu (%llu live, %llu re-delivered)\n", number(totals.messages),
          number(totals.live), number(totals.redelivered));
   printf("live share             %.1f %% of %llu results\n",
@@ -204,7 +205,7 @@ int Run(const Options& options) {
     drained = scene.AwaitAgent() && scene.DrainStore(std::chrono::minutes(30));
     lost += CountLost(scene);
   } catch (const std::exception& error) {
-    printf("%s; the agent's last words:\n%s\n", error.what(), scene.AgentLog().c_str());
+    printf("%s; the end of the agent's log:\n%s\n", error.what(), scene.AgentLog().c_str());
   }
   if (!drained) {
     printf("NOT DRAINED: %llu results stay undelivered\n",

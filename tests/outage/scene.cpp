@@ -146,6 +146,11 @@ std::uint64_t Scene::CutPower() {
   return CountFaults(*store_, announced);
 }
 
+const StoreReader& Scene::store() const {
+  Require(store_ != nullptr, "there is no store to be read");
+  return *store_;
+}
+
 void Scene::OpenStore() {
   store_ = std::make_unique<StoreReader>((CameraDirectory() / "camera.db").string());
 }

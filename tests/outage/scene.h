@@ -55,7 +55,8 @@ class Scene {
   bool AwaitAgent();
 
   const Journal& journal() const { return journal_; }
-  const StoreReader& store() const { return *store_; }
+  /// Throws std::runtime_error when a camera without power did not start again.
+  const StoreReader& store() const;
   /// The end of what the agent has written.
   std::string AgentLog() const;
 

@@ -35,7 +35,7 @@ class ChildProcess {
   /// Sends a signal; nothing once the program has ended.
   void Signal(int signal);
 
-  /// Stops the program in its tracks (SIGSTOP), and returns when it stands still.
+  /// Stops the program (SIGSTOP), and returns when it stands still.
   void Freeze();
 
   /// Lets a frozen program go on.

@@ -27,7 +27,7 @@ class MqttBroker {
   /// Starts a killed broker again.
   void Start();
 
-  /// Stops the broker in its tracks (SIGSTOP), and lets it go on.
+  /// Stops the broker (SIGSTOP), and lets it go on.
   void Freeze();
   void Thaw();
 

@@ -54,7 +54,7 @@ bool NatsServer::Serves() const {
   const sockaddr_in address = LoopbackAddress(port_);
   bool greeted = false;
   if (connect(socket_fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
-    // A server speaks first: "INFO {...}".
+    // The server sends first: "INFO {...}".
     pollfd readable{socket_fd, POLLIN, 0};
     char first = 0;
     greeted = poll(&readable, 1, 1000) == 1 && recv(socket_fd, &first, 1, 0) == 1 && first == 'I';

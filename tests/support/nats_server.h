@@ -33,7 +33,7 @@ class NatsServer {
   /// Removes the data of a killed server.
   void ForgetData();
 
-  /// Stops the server in its tracks (SIGSTOP), and lets it go on.
+  /// Stops the server (SIGSTOP), and lets it go on.
   void Freeze();
   void Thaw();
 

@@ -19,8 +19,8 @@ using testing::Not;
 
 class BusOutage : public BusTest {
  protected:
-  /// Publishes until the message is heard: after an outage the device, too, has to find
-  /// its way back.
+  /// Publishes until the message is heard: after an outage the device, too, has to
+  /// connect again.
   bool HearsEventually(const std::string& topic) {
     return WaitUntil([&] {
       device_.Publish(topic, "again");

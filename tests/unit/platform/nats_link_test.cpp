@@ -24,36 +24,36 @@ using tarvex::SocketAddress;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-/// Hangs up on everyone who calls.
-class RudeServer {
+/// Closes every connection that it accepts.
+class ClosingServer {
  public:
-  explicit RudeServer(int port)
+  explicit ClosingServer(int port)
       : acceptor_(context_,
                   {boost::asio::ip::address_v4::loopback(), static_cast<std::uint16_t>(port)}) {
-    HangUp();
+    Close();
     thread_ = std::thread([this] { context_.run(); });
   }
-  ~RudeServer() {
+  ~ClosingServer() {
     context_.stop();
     thread_.join();
   }
-  RudeServer(const RudeServer&) = delete;
-  RudeServer& operator=(const RudeServer&) = delete;
+  ClosingServer(const ClosingServer&) = delete;
+  ClosingServer& operator=(const ClosingServer&) = delete;
 
-  int callers() const { return callers_; }
+  int accepted() const { return accepted_; }
 
  private:
-  void HangUp() {
+  void Close() {
     acceptor_.async_accept(
         [this](const boost::system::error_code&, const boost::asio::ip::tcp::socket&) {
-          ++callers_;
-          HangUp();
+          ++accepted_;
+          Close();
         });
   }
 
   boost::asio::io_context context_;
   boost::asio::ip::tcp::acceptor acceptor_;
-  std::atomic<int> callers_{0};
+  std::atomic<int> accepted_{0};
   std::thread thread_;
 };
 
@@ -108,12 +108,12 @@ TEST_F(NatsLinkTest, WaitsForAServerThatComesLater) {
 
 TEST_F(NatsLinkTest, WaitsForAServerThatHangsUpAtFirst) {
   server_.Kill();
-  auto rude = std::make_unique<RudeServer>(server_.port());
+  auto closing = std::make_unique<ClosingServer>(server_.port());
   const auto link = Connected();
   ASSERT_NE(link, nullptr);
-  EXPECT_TRUE(WaitUntil([&] { return rude->callers() > 0; }));
+  EXPECT_TRUE(WaitUntil([&] { return closing->accepted() > 0; }));
   EXPECT_FALSE(link->IsConnected());
-  rude.reset();
+  closing.reset();
   server_.Start();
   EXPECT_TRUE(Comes({true}));
 }
