@@ -178,6 +178,7 @@ TEST_F(RunningCamera, AnswersLateOrWithNonsenseOnCommand) {
 }
 
 TEST_F(RunningCamera, IsSilentDuringARebootAndComesBack) {
+  options.device.reboot_seconds = 3;  // long enough to be asked in the midst of it
   SwitchOn();
   ASSERT_TRUE(BecomesReady());
   EXPECT_EQ(Ask("SS_BUS_REQUEST", R"({"type":"reboot_dev"})"), R"({"body":{},"state_code":200})");

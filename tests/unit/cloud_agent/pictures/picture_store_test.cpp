@@ -7,7 +7,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 #include "support/temp_directory.h"
@@ -20,6 +19,9 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::StartsWith;
+
+// Of the random part of a name, its '_' included.
+constexpr std::size_t kDigits = 9;
 
 class Pictures : public ::testing::Test {
  protected:
@@ -61,9 +63,12 @@ class Pictures : public ::testing::Test {
   std::vector<std::string> Files() {
     std::vector<std::string> names;
     for (const auto& entry : fs::directory_iterator(options_.directory)) {
-      const std::string name = entry.path().filename().string();
-      if (name != ".lock") {
-        names.push_back(std::regex_replace(name, std::regex("_[0-9a-f]{8}[.]"), "."));
+      std::string stem = entry.path().stem().string();
+      if (stem.size() > kDigits && stem[stem.size() - kDigits] == '_') {
+        stem.resize(stem.size() - kDigits);
+      }
+      if (stem != ".lock") {
+        names.push_back(stem + entry.path().extension().string());
       }
     }
     std::sort(names.begin(), names.end());
