@@ -19,12 +19,14 @@ namespace {
 using testing::EndsWith;
 using testing::HasSubstr;
 
+constexpr int kPipeSize = 4 * 4096;
+
 /// A pipe of four pages, whose reader is the test.
 class LogPipe : public testing::Test {
  protected:
   LogPipe() {
     EXPECT_EQ(pipe2(ends_, O_CLOEXEC), 0);
-    EXPECT_EQ(fcntl(ends_[1], F_SETPIPE_SZ, 4 * 4096), 4 * 4096);
+    EXPECT_EQ(fcntl(ends_[1], F_SETPIPE_SZ, kPipeSize), kPipeSize);
     writer_ = std::make_unique<tarvex::LogWriter>(ends_[1]);
   }
   ~LogPipe() override {
@@ -34,7 +36,7 @@ class LogPipe : public testing::Test {
 
   /// Writes more than there is room for.
   void Overflow(const std::string& entry) {
-    for (std::size_t written = 0; written < 10 * 4 * 4096; written += entry.size()) {
+    for (std::size_t written = 0; written < 10UL * kPipeSize; written += entry.size()) {
       writer_->Write(entry);
     }
   }

@@ -69,7 +69,6 @@ class BrokerSession {
   std::string ReadBytes(std::size_t count);
 
   int socket_;
-  int subscribe_id_ = 0;
 };
 
 /// Listens on 127.0.0.1, on a port of its own.
