@@ -11,7 +11,7 @@ enum class BusOutcome {
   kAnswered,
   kNobody,        ///< nobody serves the queue
   kTimedOut,      ///< no answer in time
-  kNotConnected,  ///< the bus is not there, or was lost while the answer was waited for
+  kNotConnected,  ///< the bus is not there, does not take it, or was lost meanwhile
 };
 
 /// A request on the bus that is over.

@@ -97,9 +97,10 @@ int NatsDpClient::SendRequest(const std::string& type, int /*flags*/, const char
     SYS_LOG(kLogDebug, "%s: %s", subject.c_str(), natsStatus_GetText(status));
     if (!link_->IsConnected()) {
       ConnectAfresh();
-    } else {
-      request.outcome =
-          status == NATS_NO_RESPONDERS ? BusOutcome::kNobody : BusOutcome::kTimedOut;
+    } else if (status == NATS_NO_RESPONDERS) {
+      request.outcome = BusOutcome::kNobody;
+    } else if (status == NATS_TIMEOUT) {
+      request.outcome = BusOutcome::kTimedOut;
     }
     NoteBusRequest(request);
     return kNotAnswered;

@@ -107,6 +107,10 @@ void MqttClient::Publish(const std::string& topic, const std::string& payload,
                                   extras.correlation.data(),
                                   static_cast<uint16_t>(extras.correlation.size()));
   }
+  if (extras.expiry_s > 0) {
+    mosquitto_property_add_int32(&properties, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL,
+                                 static_cast<uint32_t>(extras.expiry_s));
+  }
   const int result =
       mosquitto_publish_v5(client_, nullptr, topic.c_str(), static_cast<int>(payload.size()),
                            payload.data(), 1, extras.retain, properties);

@@ -34,6 +34,7 @@ class MqttClient {
   struct Extras {
     std::string response_topic;
     std::string correlation;
+    int expiry_s = 0;  ///< of the message; 0: none
     bool retain = false;
   };
   /// QoS 1. Throws std::runtime_error when not connected.

@@ -58,6 +58,8 @@ TEST_F(Options, HaveDefaults) {
   EXPECT_EQ(options_.link.broker.keep_alive_s, 10);
   EXPECT_FALSE(options_.link.broker.use_tls);
   EXPECT_EQ(options_.agent.requests.max_request_bytes, 262144U);
+  EXPECT_FALSE(options_.agent.requests.diagnose);
+  EXPECT_EQ(options_.max_requests_waiting, 64U);
   EXPECT_EQ(options_.agent.guard.results_in_flight, 1U);
   EXPECT_EQ(options_.agent.guard.results_waiting, 64U);
   EXPECT_TRUE(options_.agent.guard.duties.one_at_a_time);
