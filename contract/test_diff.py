@@ -96,6 +96,13 @@ class Difference(unittest.TestCase):
         self.schemas["message_get_sn"]["properties"]["tag"]["const"] = 99
         self.breaks("message_get_sn.tag: value 25 is gone")
 
+    def test_values_sent_that_are_no_longer_enumerated(self):
+        member = self.schemas["payload_white_list_operator"]["properties"]["operator_type"]
+        del member["enum"]
+        member["type"] = "string"
+        self.breaks("message_white_list_operator.payload.operator_type: "
+                    "its values are no longer enumerated")
+
     def test_an_error_without_its_code(self):
         self.schemas["response"]["else"]["required"].remove("code")
         self.breaks("request_get_sn reply.code: is no longer always there")
@@ -103,6 +110,14 @@ class Difference(unittest.TestCase):
     def test_an_answer_gone(self):
         self.schemas["response_get_sn"]["properties"]["answer"] = False
         self.breaks("request_get_sn reply.answer: the camera no longer sends it")
+
+    def test_a_reply_gone(self):
+        del self.new["operations"]["request_get_sn"]["reply"]
+        self.breaks("request_get_sn: the reply is gone")
+
+    def test_another_message(self):
+        self.new["components"]["messages"]["message_get_sn"]["name"] = "get_serial"
+        self.breaks("message_get_sn: message get_sn is gone")
 
     def test_a_status_that_is_no_longer_retained(self):
         self.new["operations"]["status"]["bindings"]["mqtt"]["retain"] = False
@@ -149,6 +164,19 @@ class Difference(unittest.TestCase):
     def test_an_alternative_no_longer_accepted(self):
         self.body("white_list_operator")["properties"]["plate"]["oneOf"].pop()
         self.breaks("request_white_list_operator.payload.body.plate: is never array any more")
+
+    def test_a_new_alternative(self):
+        self.body("white_list_operator")["properties"]["plate"]["oneOf"].append({"type": "null"})
+        self.does_not_break("request_white_list_operator.payload.body.plate: may be null now")
+
+    def test_another_pattern(self):
+        self.body("set_time")["properties"]["sec"]["pattern"] = "^[0-5][0-9]$"
+        self.assertIn("pattern", "".join(self.changes().breaking))
+
+    def test_a_narrower_range_of_an_element(self):
+        chunk = self.body("serial_data")["properties"]["serialData"]["items"]["properties"]
+        chunk["data"]["maxLength"] = 100
+        self.breaks("request_serial_data.payload.body.serialData[].data: maxLength 1356 became 100")
 
     def test_a_new_condition(self):
         self.body("gpio_out")["if"] = {"properties": {"value": {"const": 2}}}
