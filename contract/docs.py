@@ -225,9 +225,12 @@ def message(document, name):
 
 
 def version(document):
-    return (f"This is version {document['info']['version']} of the contract,\n"
-            "[`contract/asyncapi.json`](../contract/asyncapi.json), in AsyncAPI 3. The tables "
-            "here are made of it\n(`./dev docs`).\n")
+    return (f"This is version {document['info']['version']} of the contract, "
+            "[`contract/asyncapi.json`](../contract/asyncapi.json),\n"
+            "in AsyncAPI 3, which says all of this to programs. The tables here are made of it\n"
+            "(`./dev docs`). A change that breaks clients is a new major version\n"
+            "(`./dev contract-diff`). New members and new codes come without one: clients let\n"
+            "pass what they do not know.\n")
 
 
 def schema_members(document, name):

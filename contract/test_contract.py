@@ -16,13 +16,13 @@ OPTIONAL = {
     "request_gpio_out": r"payload\.body\.delay",
     "request_serial_data": r"payload\.body\.serialData\[0\]\.dataLen",
     "request_check_offline_record": r"payload\.body\.min_id",
-    "response": r"id|waited_ms|answer|bus(\[\d+\]\.(state_code|device_error))?",
+    "response": r"id|waited_ms|bus(\[\d+\]\.(state_code|device_error))?",
     "message": r"id",
     "message_ivs_result": r".*\.(imagePath|imageFragmentPath)",
     "message_get_last_result": r".*\.(imagePath|imageFragmentPath)",
     "message_lanectrl_result": r"payload\.(event_type|plateid|result_id)"
                                r"|payload\.result\[0\]\.(full_image|small_image|plate_result)",
-    "status": r"device|health|versions|started_at|last_error|health\.(databases|services)\.\w+",
+    "status": r"health\.(databases|services)\.\w+",
 }
 # What the device's services sent, copied without a check: any type, present or not.
 COPIED = {
@@ -73,7 +73,7 @@ def spoilt(document, path, spoil):
 
 def is_listed(table, name, path):
     kind = name.split("_")[0]
-    if re.match(r"(answer|response)\W", path):  # as in the message
+    if re.match(r"(answer|response)\b", path):  # as in the message
         name = name.replace("response_", "message_", 1)
         path = re.sub(r"^(answer|response)", "payload", path)
     return any(re.fullmatch(table[key], path) for key in {kind, name} & set(table))
@@ -220,6 +220,17 @@ class SpoiltExamples(unittest.TestCase):
         self.assertFalse(self.refused(name, good))
         self.assertTrue(self.refused(name, {"result": False, "error": "no"}))
         self.assertTrue(self.refused(name, {"result": True, "response": None, "code": "refused"}))
+
+    def test_a_response_that_is_too_large(self):
+        good = {"result": True, "error": "the response is too large", "code": "too_large"}
+        self.assertFalse(self.refused("response_get_sn", good))
+        self.assertTrue(self.refused("response_get_sn", {**good, "code": "busy"}))
+        self.assertTrue(self.refused("response_get_sn", {**good, "response": None}))
+
+    def test_no_answer_of_a_request_that_has_one(self):
+        good = {"result": True, "response": None, "answer": {"value": "X"}}
+        self.assertFalse(self.refused("response_get_sn", good))
+        self.assertTrue(self.refused("response_get_sn", {"result": True, "response": None}))
 
     def test_an_answer_of_a_request_that_has_none(self):
         self.assertTrue(self.refused("response_gpio_out",
