@@ -42,7 +42,8 @@ def resolve(document, value):
 def requests(document):
     """The operations that are requests, by the request's name."""
     return {key.removeprefix("request_"): operation
-            for key, operation in document["operations"].items() if operation["action"] == "receive"}
+            for key, operation in document["operations"].items()
+            if operation["action"] == "receive"}
 
 
 def schemas(document):

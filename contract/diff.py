@@ -9,6 +9,7 @@ Exit code 1: something breaks a client, and the contract has no new major versio
 """
 
 import json
+import re
 import subprocess
 import sys
 
@@ -50,8 +51,8 @@ class Changes:
                 elif key == "required":
                     result["required"] |= set(value)
                 elif key in ("if", "then", "else"):
-                    # Conditions of several parts stand beside each other.
-                    result.setdefault("conditions", {}).setdefault(id(part), {})[key] = value
+                    if "if" in part:  # Conditions of several parts stand beside each other.
+                        result.setdefault("conditions", {}).setdefault(id(part), {})[key] = value
                 elif key == "conditions":
                     result.setdefault("conditions", {}).update(value)
                 elif key != "allOf":
@@ -119,7 +120,8 @@ class Changes:
             self.add(is_wider == (direction == SENDS), where, f"{key} {was} became {now}")
         if old.get("pattern") != new.get("pattern"):
             is_safe = ("pattern" not in old) if direction == SENDS else ("pattern" not in new)
-            self.add(not is_safe, where, f"pattern {old.get('pattern')} became {new.get('pattern')}")
+            self.add(not is_safe, where,
+                     f"pattern {old.get('pattern')} became {new.get('pattern')}")
 
     def compare_members(self, old, new, direction, where):
         was, now = old["properties"], new["properties"]
@@ -157,7 +159,9 @@ class Changes:
     def compare_conditions(self, old, new, direction, where):
         was, now = (list(schema.get("conditions", {}).values()) for schema in (old, new))
         if [one["if"] for one in was] != [one["if"] for one in now]:
-            self.add(True, where, "its conditions (\"if\") changed")
+            # One that was added makes it narrower, one that is gone wider.
+            is_safe = not was and direction == SENDS or not now and direction == ACCEPTS
+            self.add(not is_safe, where, "its conditions (\"if\") changed")
             return
         for before, after in zip(was, now):
             for part in ("then", "else"):
@@ -247,6 +251,19 @@ def values(schema):
     return [json.dumps(value) for value in schema["enum"]] if "enum" in schema else None
 
 
+def gathered(lines):
+    """The same change of many operations as one line."""
+    operations = {}
+    for line in lines:
+        operation, _, rest = re.match(r"(\w+)([ .:]*)(.*)", line).groups()
+        operations.setdefault(rest, []).append((operation, line))
+    for rest, found in operations.items():
+        if len(found) > 3:
+            yield f"{len(found)} operations: {rest}"
+        else:
+            yield from (line for _, line in found)
+
+
 def major(document):
     return int(document["info"]["version"].split(".")[0])
 
@@ -274,7 +291,7 @@ def main(arguments):
         return 0
     changes, is_allowed = difference(old, new)
     for title, found in (("breaks clients", changes.breaking), ("does not", changes.other)):
-        for line in found:
+        for line in gathered(found):
             print(f"{title}: {line}")
     versions = f"{old['info']['version']} to {new['info']['version']}"
     print(f"{len(changes.breaking)} breaking changes, {len(changes.other)} others, "

@@ -69,7 +69,8 @@ def type_text(document, schema):
         return integer_text(schema)
     if kinds == "array" and "items" in schema:
         items = contract.resolve(document, schema["items"])
-        return "array of " + {"object": "objects", "string": "texts"}.get(items.get("type"), "values")
+        of = {"object": "objects", "string": "texts"}.get(items.get("type"), "values")
+        return f"array of {of}"
     return "Base64" if "contentEncoding" in schema else TYPES[kinds]
 
 
@@ -280,8 +281,9 @@ def main(arguments):
             path.write_text(new, encoding="utf-8")
         elif old != new:
             status = 1
-            sys.stderr.writelines(list(difflib.unified_diff(
-                old.splitlines(True), new.splitlines(True), path.name, path.name + " as it should be"))[:40])
+            difference = difflib.unified_diff(old.splitlines(True), new.splitlines(True),
+                                              path.name, "as it should be")
+            sys.stderr.writelines(list(difference)[:40])
     return status
 
 

@@ -155,7 +155,8 @@ class Difference(unittest.TestCase):
 
     def test_a_wider_range(self):
         self.body("wl_check_status")["properties"]["filter_enable"]["maximum"] = 3
-        self.does_not_break("request_wl_check_status.payload.body.filter_enable: maximum 2 became 3")
+        self.does_not_break("request_wl_check_status.payload.body.filter_enable: "
+                            "maximum 2 became 3")
 
     def test_a_type_no_longer_accepted(self):
         self.body("set_time")["properties"]["year"]["type"] = "integer"
@@ -203,6 +204,20 @@ class Difference(unittest.TestCase):
         del self.new["operations"]["request_reboot_dev"]
         self.new["info"]["version"] = "1.9.0"
         self.assertFalse(diff.difference(DOCUMENT, self.new)[1])
+
+    def test_a_condition_on_what_is_sent(self):
+        self.schemas["payload_get_sn"]["if"] = {"properties": {"value": {"const": ""}}}
+        self.does_not_break("message_get_sn.payload: its conditions (\"if\") changed")
+
+    def test_a_condition_that_is_no_longer_asked_for(self):
+        del self.body("check_offline_record")["if"]
+        self.does_not_break("request_check_offline_record.payload.body: "
+                            "its conditions (\"if\") changed")
+
+    def test_the_same_change_of_many_operations_is_told_once(self):
+        lines = [f"request_{name} reply.code: value 1 is new" for name in "abcd"]
+        self.assertEqual(["4 operations: reply.code: value 1 is new"], list(diff.gathered(lines)))
+        self.assertEqual(lines[:3], list(diff.gathered(lines[:3])))
 
     def test_a_revision_without_a_contract(self):
         self.assertIsNone(diff.of_revision("0" * 40))
