@@ -12,11 +12,12 @@ VALIDATORS = {}
 
 # Members of good examples that may be left out, of all kinds and by schema.
 OPTIONAL = {
-    "request": r"id",
+    "bus_request": r"state_code|device_error",
+    "request": r"id|expires_ms|idempotency_key",
     "request_gpio_out": r"payload\.body\.delay",
     "request_serial_data": r"payload\.body\.serialData\[0\]\.dataLen",
     "request_check_offline_record": r"payload\.body\.min_id",
-    "response": r"id|waited_ms|bus(\[\d+\]\.(state_code|device_error))?",
+    "response": r"id|waited_ms|repeated|bus(\[\d+\]\.(state_code|device_error))?",
     "message": r"id",
     "message_ivs_result": r".*\.(imagePath|imageFragmentPath)",
     "message_get_last_result": r".*\.(imagePath|imageFragmentPath)",
@@ -50,6 +51,9 @@ def examples():
     for name, message in DOCUMENT["components"]["messages"].items():
         for example in message["examples"]:
             yield name, example["payload"]
+    for name, schema in contract.schemas(DOCUMENT).items():
+        for example in schema.get("examples", []):
+            yield name, example
 
 
 def places(value, path=""):
