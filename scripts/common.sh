@@ -11,7 +11,7 @@ say() { printf './dev: %s\n' "$*"; }
 # Installs the Debian packages that are missing; says nothing when none is.
 # usage: need_packages [lint]
 need_packages() {
-  local list=scripts/packages.txt wanted missing=() name as_root=()
+  local list=scripts/packages.txt wanted missing=() name
   wanted=$(sed -e 's/#.*//' "$list")
   [ "${1:-}" != lint ] || wanted+=$'\n'$(sed -e 's/#.*//' scripts/packages-lint.txt)
   for name in $wanted; do
@@ -19,19 +19,55 @@ need_packages() {
     dpkg-query -W -f='${db:Status-Status}\n' "$name" 2>/dev/null | grep -qx installed ||
       missing+=("$name")
   done
-  [ ${#missing[@]} -gt 0 ] || return 0
-  command -v apt-get >/dev/null || fail "needs apt-get to install: ${missing[*]}"
+  [ ${#missing[@]} -eq 0 ] || install_packages "${missing[@]}"
+}
+
+# usage: install_packages NAME...
+install_packages() {
+  local as_root=()
+  command -v apt-get >/dev/null || fail "needs apt-get to install: $*"
   if [ "$(id -u)" -ne 0 ]; then
-    command -v sudo >/dev/null || fail "needs root or sudo to install: ${missing[*]}"
+    command -v sudo >/dev/null || fail "needs root or sudo to install: $*"
     as_root=(sudo)
   fi
-  say "installing ${missing[*]}"
+  say "installing $*"
   mkdir -p build
   {
     "${as_root[@]}" apt-get update &&
       "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y --no-install-recommends "${missing[@]}"
+        apt-get install -y --no-install-recommends "$@"
   } >build/apt.log 2>&1 || fail "apt-get failed, see build/apt.log: $(tail -n 1 build/apt.log)"
+}
+
+# Installs what contract/package-lock.json names. Debian's npm is only installed where there
+# is none: it does not go together with other builds of Node.js.
+need_npm() {
+  local modules=contract/node_modules
+  [ ! "$modules/.package-lock.json" -nt contract/package-lock.json ] || return 0
+  command -v npm >/dev/null || install_packages npm
+  say "installing what checks the contract with npm"
+  mkdir -p build
+  npm ci --prefix contract --ignore-scripts --no-audit --no-fund >build/npm.log 2>&1 ||
+    fail "npm failed, see build/npm.log: $(tail -n 1 build/npm.log)"
+  touch "$modules/.package-lock.json"
+}
+
+# Debian's own, which has Debian's packages, and leaves nothing beside the sources.
+python() { PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 "$@"; }
+
+# Compares the contract with that of a git revision.
+contract_diff() { python contract/diff.py "$@"; }
+
+# The revision that a change is held against: where it left the main branch, or the one
+# before it. Says nothing where there is none, as in a shallow clone.
+revision_before() {
+  local main head
+  head=$(git rev-parse HEAD 2>/dev/null) || return 0
+  for main in origin/main main; do
+    main=$(git merge-base HEAD "$main" 2>/dev/null) || continue
+    [ "$main" = "$head" ] || { echo "$main"; return; }
+  done
+  git rev-parse --verify --quiet HEAD^ || true
 }
 
 # usage: configure DIRECTORY [CMAKE OPTIONS]
@@ -141,11 +177,22 @@ scripts() { printf '%s\n' dev .ci/run scripts/*.sh; }
 lint() {
   sources | xargs clang-format --dry-run --Werror || fail "layout: run ./dev format"
   scripts | xargs shellcheck -x || fail "shellcheck found something"
+  pyflakes3 contract || fail "pyflakes found something"
+  lint_contract
   # clang-tidy reads what the build of build/dev was told.
   git ls-files -- '*.cpp' | xargs -P "$(nproc)" -n 1 clang-tidy -p build/dev --quiet \
     >build/tidy.log 2>/dev/null || {
     grep -E 'error|warning' build/tidy.log | sort -u | head -n 40 >&2
     fail "clang-tidy found something, see build/tidy.log"
   }
-  say "layout, shell scripts and clang-tidy are clean"
+  say "layout, scripts, contract and clang-tidy are clean"
+}
+
+# The contract against AsyncAPI, and against what clients have been promised.
+lint_contract() {
+  local before
+  python contract/validate.py || fail "contract/asyncapi.json is no AsyncAPI 3"
+  before=$(revision_before)
+  [ -z "$before" ] || contract_diff "$before" >build/contract.diff ||
+    { grep '^breaks' build/contract.diff >&2; fail "the contract breaks clients"; }
 }

@@ -25,6 +25,8 @@ std::string CorrelationOf(const mosquitto_property* properties) {
 
 }  // namespace
 
+std::function<void(const MqttClient::Message&)> MqttClient::inspector;
+
 /// Sets the library up once for the process.
 struct MqttClient::Library {
   Library() { mosquitto_lib_init(); }
@@ -87,6 +89,9 @@ void MqttClient::Arrived(const Message& message) {
   if (on_message_) {
     on_message_(message);
     return;
+  }
+  if (inspector) {
+    inspector(message);
   }
   const std::lock_guard<std::mutex> lock(mutex_);
   messages_.push_back(message);
