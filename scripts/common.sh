@@ -11,14 +11,16 @@ say() { printf './dev: %s\n' "$*"; }
 # Installs the Debian packages that are missing; says nothing when none is.
 # usage: need_packages [lint]
 need_packages() {
-  local list=scripts/packages.txt wanted missing=() name as_root=()
-  wanted=$(sed -e 's/#.*//' "$list")
-  [ "${1:-}" != lint ] || wanted+=$'\n'$(sed -e 's/#.*//' scripts/packages-lint.txt)
-  for name in $wanted; do
+  local lists=(scripts/packages.txt) missing=() name command as_root=()
+  [ "${1:-}" != lint ] || lists+=(scripts/packages-lint.txt)
+  while read -r name command; do
+    if [ -n "$command" ] && command -v "$command" >/dev/null; then
+      continue
+    fi
     # A package of several architectures has several lines.
     dpkg-query -W -f='${db:Status-Status}\n' "$name" 2>/dev/null | grep -qx installed ||
       missing+=("$name")
-  done
+  done < <(sed -e 's/#.*//' -e '/^ *$/d' "${lists[@]}")
   [ ${#missing[@]} -gt 0 ] || return 0
   command -v apt-get >/dev/null || fail "needs apt-get to install: ${missing[*]}"
   if [ "$(id -u)" -ne 0 ]; then
@@ -32,6 +34,18 @@ need_packages() {
       "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get install -y --no-install-recommends "${missing[@]}"
   } >build/apt.log 2>&1 || fail "apt-get failed, see build/apt.log: $(tail -n 1 build/apt.log)"
+}
+
+# Installs the npm packages that a directory's package-lock.json names, when they are not
+# there or older than it.
+# usage: need_npm DIRECTORY
+need_npm() {
+  local directory=$1
+  [ "$directory/node_modules/.package-lock.json" -ot "$directory/package-lock.json" ] || return 0
+  say "installing the npm packages of $directory"
+  mkdir -p build
+  npm ci --prefix "$directory" >build/npm.log 2>&1 ||
+    fail "npm failed for $directory, see build/npm.log: $(grep -m 1 error build/npm.log)"
 }
 
 # usage: configure DIRECTORY [CMAKE OPTIONS]
