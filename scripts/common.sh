@@ -11,45 +11,42 @@ say() { printf './dev: %s\n' "$*"; }
 # Installs the Debian packages that are missing; says nothing when none is.
 # usage: need_packages [lint]
 need_packages() {
-  local list=scripts/packages.txt wanted missing=() name
-  wanted=$(sed -e 's/#.*//' "$list")
-  [ "${1:-}" != lint ] || wanted+=$'\n'$(sed -e 's/#.*//' scripts/packages-lint.txt)
-  for name in $wanted; do
+  local lists=(scripts/packages.txt) missing=() name command as_root=()
+  [ "${1:-}" != lint ] || lists+=(scripts/packages-lint.txt)
+  while read -r name command; do
+    if [ -n "$command" ] && command -v "$command" >/dev/null; then
+      continue
+    fi
     # A package of several architectures has several lines.
     dpkg-query -W -f='${db:Status-Status}\n' "$name" 2>/dev/null | grep -qx installed ||
       missing+=("$name")
-  done
-  [ ${#missing[@]} -eq 0 ] || install_packages "${missing[@]}"
-}
-
-# usage: install_packages NAME...
-install_packages() {
-  local as_root=()
-  command -v apt-get >/dev/null || fail "needs apt-get to install: $*"
+  done < <(sed -e 's/#.*//' -e '/^ *$/d' "${lists[@]}")
+  [ ${#missing[@]} -gt 0 ] || return 0
+  command -v apt-get >/dev/null || fail "needs apt-get to install: ${missing[*]}"
   if [ "$(id -u)" -ne 0 ]; then
-    command -v sudo >/dev/null || fail "needs root or sudo to install: $*"
+    command -v sudo >/dev/null || fail "needs root or sudo to install: ${missing[*]}"
     as_root=(sudo)
   fi
-  say "installing $*"
+  say "installing ${missing[*]}"
   mkdir -p build
   {
     "${as_root[@]}" apt-get update &&
       "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y --no-install-recommends "$@"
+        apt-get install -y --no-install-recommends "${missing[@]}"
   } >build/apt.log 2>&1 || fail "apt-get failed, see build/apt.log: $(tail -n 1 build/apt.log)"
 }
 
-# Installs what contract/package-lock.json names. Debian's npm is only installed where there
-# is none: it does not go together with other builds of Node.js.
+# Installs the npm packages that a directory's package-lock.json names, when they are not
+# there or older than it.
+# usage: need_npm DIRECTORY
 need_npm() {
-  local modules=contract/node_modules
-  [ ! "$modules/.package-lock.json" -nt contract/package-lock.json ] || return 0
-  command -v npm >/dev/null || install_packages npm
-  say "installing what checks the contract with npm"
+  local directory=$1
+  [ "$directory/node_modules/.package-lock.json" -ot "$directory/package-lock.json" ] || return 0
+  say "installing the npm packages of $directory"
   mkdir -p build
-  npm ci --prefix contract --ignore-scripts --no-audit --no-fund >build/npm.log 2>&1 ||
-    fail "npm failed, see build/npm.log: $(tail -n 1 build/npm.log)"
-  touch "$modules/.package-lock.json"
+  npm ci --prefix "$directory" --ignore-scripts --no-audit --no-fund >build/npm.log 2>&1 ||
+    fail "npm failed for $directory, see build/npm.log: $(grep -m 1 error build/npm.log)"
+  touch "$directory/node_modules/.package-lock.json"
 }
 
 # Debian's own, which has Debian's packages, and leaves nothing beside the sources.
@@ -177,7 +174,7 @@ scripts() { printf '%s\n' dev .ci/run scripts/*.sh; }
 lint() {
   sources | xargs clang-format --dry-run --Werror || fail "layout: run ./dev format"
   scripts | xargs shellcheck -x || fail "shellcheck found something"
-  pyflakes3 contract || fail "pyflakes found something"
+  pyflakes3 contract examples || fail "pyflakes found something"
   lint_contract
   # clang-tidy reads what the build of build/dev was told.
   git ls-files -- '*.cpp' | xargs -P "$(nproc)" -n 1 clang-tidy -p build/dev --quiet \
