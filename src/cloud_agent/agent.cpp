@@ -269,8 +269,8 @@ void Agent::OnLinkUp(int subscription_code) {
   ++counters_.connections;
   if (subscription_code >= kFirstFailureCode) {
     ++counters_.subscriptions_refused;
-    LogRefusal("the subscription to " + options_.requests.topics.base + "/request/#", subscription_code,
-               &subscription_refusal_logged_at_);
+    LogRefusal("the subscription to " + options_.requests.topics.base + "/request/#",
+               subscription_code, &subscription_refusal_logged_at_);
   }
   parts_.screen->ShowEvent("broker connected");
   adapter_->OnMQTTConnected();

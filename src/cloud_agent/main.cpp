@@ -102,7 +102,8 @@ int Run(agent::ProgramOptions options) {
   if (!error.empty()) {
     return Fail("the camera's serial number cannot be part of a topic: " + error);
   }
-  options.agent.versions = {agent::AgentVersion(), plugin->BuildId(), ChwInfo::Interface()->GetAppVer()};
+  options.agent.versions = {agent::AgentVersion(), plugin->BuildId(),
+                            ChwInfo::Interface()->GetAppVer()};
   const double clock_scale = tarvex::ClockScaleFromEnvironment();
   agent::CompleteOptions(serial_number, clock_scale, &options);
 

@@ -26,8 +26,8 @@ struct InboundRequest {
   std::size_t size = 0;  ///< bytes of the payload as it arrived
   TimePoint received_at;
   std::optional<std::chrono::seconds> expires_in;  ///< of the message, since received_at
-  bool retained = false;       ///< the sender asked the broker to keep it
-  std::string response_topic;  ///< empty without one
+  bool retained = false;                           ///< the sender asked the broker to keep it
+  std::string response_topic;                      ///< empty without one
   bool has_correlation_data = false;
   std::string correlation_data;
 };

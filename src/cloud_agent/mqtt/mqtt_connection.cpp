@@ -55,8 +55,9 @@ InboundRequest ToRequest(const mosquitto_message& message, const mosquitto_prope
   request.topic = message.topic;
   request.size = message.payloadlen > 0 ? static_cast<std::size_t>(message.payloadlen) : 0;
   if (request.size > 0) {
-    request.payload.assign(static_cast<const char*>(message.payload),
-                           request.size <= max_bytes ? request.size : std::min(request.size, kBeginning_bytes));
+    const std::size_t kept =
+        request.size <= max_bytes ? request.size : std::min(request.size, kBeginning_bytes);
+    request.payload.assign(static_cast<const char*>(message.payload), kept);
   }
   request.received_at = Clock::now();
   request.retained = message.retain;

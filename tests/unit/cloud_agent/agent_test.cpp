@@ -450,20 +450,20 @@ TEST_F(AgentTest, AnswersARequest) {
   StartAndConnect();
   CloudSends("get_sn", R"({"id":"r1","version":"1.0","payload":{"type":"get_sn"}})");
   EXPECT_THAT(calls_, ElementsAre(R"(Request get_sn {"type":"get_sn"})"));
-  EXPECT_THAT(link_.sent, ElementsAre(R"(cameras/CAM1/response/get_sn )"
-                                      R"({"id":"r1","response":null,"result":true,"waited_ms":0})"));
+  EXPECT_THAT(link_.sent,
+              ElementsAre(R"(cameras/CAM1/response/get_sn )"
+                          R"({"id":"r1","response":null,"result":true,"waited_ms":0})"));
 }
 
 TEST_F(AgentTest, GivesTheAnswersMessageTheIdOfItsRequest) {
   StartAndConnect();
   adapter_->on_request = [this] { AdapterPublishes("get_sn", 25, Json::Value("S1")); };
   CloudSends("get_sn", R"({"id":"r1","version":"1.0","payload":{}})");
-  EXPECT_THAT(link_.sent,
-              ElementsAre(R"(cameras/CAM1/message/get_sn )"
-                          R"({"id":"r1","payload":"S1","tag":25,"version":"1.0"})",
-                          R"(cameras/CAM1/response/get_sn )"
-                          R"({"answer":"S1","id":"r1","response":null,"result":true,)"
-                          R"("waited_ms":0})"));
+  EXPECT_THAT(link_.sent, ElementsAre(R"(cameras/CAM1/message/get_sn )"
+                                      R"({"id":"r1","payload":"S1","tag":25,"version":"1.0"})",
+                                      R"(cameras/CAM1/response/get_sn )"
+                                      R"({"answer":"S1","id":"r1","response":null,"result":true,)"
+                                      R"("waited_ms":0})"));
 }
 
 TEST_F(AgentTest, DropsNoAnswerBecauseTheBrokerIsSlow) {

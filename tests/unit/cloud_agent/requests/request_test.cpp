@@ -64,8 +64,7 @@ TEST(RequestReading, NamesWhatIsWrong) {
   EXPECT_EQ(ErrorOf("{"), "not_json: the request is not JSON");
   EXPECT_EQ(ErrorOf("[]"), "not_json: the request is not a JSON object");
   EXPECT_EQ(ErrorOf(R"({"payload":{}})"), "wrong_version: \"version\" is missing");
-  EXPECT_EQ(ErrorOf(R"({"version":1.0,"payload":{}})"),
-            "wrong_version: \"version\" is not a text");
+  EXPECT_EQ(ErrorOf(R"({"version":1.0,"payload":{}})"), "wrong_version: \"version\" is not a text");
   EXPECT_EQ(ErrorOf(R"({"version":"1.0"})"), "no_payload: \"payload\" is missing");
   for (const char* name : {"GET_SN", "get_sn/x", ""}) {
     EXPECT_EQ(ErrorOf(R"({"version":"1.0","payload":{}})", name),
@@ -112,8 +111,7 @@ TEST(RequestReading, TakesDeepNestingForNonsense) {
 }
 
 TEST(RequestReading, TakesTheEarlierOfTwoExpiries) {
-  InboundRequest inbound =
-      Inbound("get_sn", R"({"version":"1.0","payload":{},"expires_ms":1500})");
+  InboundRequest inbound = Inbound("get_sn", R"({"version":"1.0","payload":{},"expires_ms":1500})");
   inbound.received_at += std::chrono::seconds(100);
   EXPECT_EQ(Read(inbound).expires_at, inbound.received_at + std::chrono::milliseconds(1500));
   inbound.expires_in = std::chrono::seconds(1);
@@ -135,7 +133,8 @@ TEST(RequestReading, RefusesAKeyThatIsNone) {
   for (const std::string& key : {std::string("5"), std::string("\"\""), std::string("null"),
                                  '"' + std::string(129, 'k') + '"'}) {
     EXPECT_EQ(ErrorOf(Read(Inbound("get_sn", R"({"version":"1.0","payload":{},)"
-                                             R"("idempotency_key":)" + key + "}"),
+                                             R"("idempotency_key":)" +
+                                                 key + "}"),
                            1000)),
               "bad_member: \"idempotency_key\" is not a text of 1 to 128 bytes")
         << key;
