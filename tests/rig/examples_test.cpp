@@ -235,6 +235,8 @@ TEST_P(Examples, KeepNothingButResultsAtTheBroker) {
 
 TEST_P(Examples, SurviveWhatIsNotUnderstood) {
   Listen();
+  // One that does not hold what it hears against the contract.
+  rig_.cloud = std::make_unique<MqttClient>(rig_.broker.port(), "nothing");
   rig_.cloud->Publish(rig_.Topic("message/ivs_result"), "{\"payload\":");
   rig_.cloud->Publish(rig_.Topic("message/ivs_result"), R"({"tag":11,"payload":null})");
   rig_.cloud->Publish(rig_.Topic("status"), "null");

@@ -114,7 +114,9 @@ std::string Contract::ViolationsOnTopic(const std::string& topic, const std::str
   if (kind != "response" && kind != "message" && kind != "status") {
     return "";
   }
-  const std::string schema = kind == "response"  ? ResponseSchema(name)
+  // A response topic that a client has chosen gets responses of any request.
+  const std::string schema = kind == "response"
+                                 ? Has("response_" + name) ? "response_" + name : "response"
                              : kind == "message" ? "message_" + name
                                                  : "status";
   if (!Has(schema)) {
