@@ -4,8 +4,9 @@ What the camera sends must stay within what was promised; what it accepts must s
 as wide. A member or a code may come on top of what it sends: clients ignore members, and
 expect codes, that they do not know.
 
-usage: diff.py REVISION
-Exit code 1: something breaks a client, and the contract has no new major version.
+usage: ./dev contract-diff REVISION
+Exit code 1: something breaks a client, and the contract has no new major version. 2: wrong
+usage.
 """
 
 import json
@@ -275,6 +276,11 @@ def difference(old, new):
     return changes, not changes.breaking or major(new) > major(old)
 
 
+def is_revision(text):
+    return subprocess.run(["git", "rev-parse", "--verify", "--quiet", text + "^{commit}"],
+                          cwd=contract.HERE, capture_output=True, check=False).returncode == 0
+
+
 def of_revision(revision):
     """The contract as a git revision has it; None where it has none."""
     shown_file = subprocess.run(["git", "show", f"{revision}:contract/asyncapi.json"],
@@ -284,7 +290,11 @@ def of_revision(revision):
 
 def main(arguments):
     if len(arguments) != 1:
-        sys.exit(__doc__)
+        print(__doc__, file=sys.stderr)
+        return 2
+    if not is_revision(arguments[0]):
+        print(f"contract-diff: {arguments[0]} is no revision", file=sys.stderr)
+        return 2
     old, new = of_revision(arguments[0]), contract.load()
     if old is None:
         print(f"{arguments[0]} has no contract to compare with")

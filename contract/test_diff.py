@@ -219,6 +219,10 @@ class Difference(unittest.TestCase):
         self.assertEqual(["4 operations: reply.code: value 1 is new"], list(diff.gathered(lines)))
         self.assertEqual(lines[:3], list(diff.gathered(lines[:3])))
 
+    def test_a_revision_that_there_is_not(self):
+        self.assertFalse(diff.is_revision("no-such-revision"))
+        self.assertTrue(diff.is_revision("HEAD"))
+
     def test_a_revision_without_a_contract(self):
         self.assertIsNone(diff.of_revision("0" * 40))
 
