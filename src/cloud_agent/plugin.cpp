@@ -31,13 +31,15 @@ struct BuildIdSearch {
     return 1;
   }
 
-  // Name and description of a note each fill a multiple of four bytes.
+  /// Name and description of a note each fill a multiple of four bytes.
+  static std::size_t Padded(std::size_t size) { return (size + 3) / 4 * 4; }
+
   void LookIn(const char* note, const char* end) {
     ElfW(Nhdr) header;
     while (end - note >= static_cast<std::ptrdiff_t>(sizeof(header))) {
       std::memcpy(&header, note, sizeof(header));
       const char* name = note + sizeof(header);
-      const char* description = name + (header.n_namesz + 3U) / 4U * 4U;
+      const char* description = name + Padded(header.n_namesz);
       if (header.n_type == NT_GNU_BUILD_ID && header.n_namesz == 4 &&
           std::memcmp(name, "GNU", 4) == 0) {
         for (std::size_t i = 0; i < header.n_descsz; ++i) {
@@ -48,7 +50,7 @@ struct BuildIdSearch {
         }
         return;
       }
-      note = description + (header.n_descsz + 3U) / 4U * 4U;
+      note = description + Padded(header.n_descsz);
     }
   }
 };
