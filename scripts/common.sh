@@ -11,14 +11,16 @@ say() { printf './dev: %s\n' "$*"; }
 # Installs the Debian packages that are missing; says nothing when none is.
 # usage: need_packages [lint]
 need_packages() {
-  local list=scripts/packages.txt wanted missing=() name as_root=()
-  wanted=$(sed -e 's/#.*//' "$list")
-  [ "${1:-}" != lint ] || wanted+=$'\n'$(sed -e 's/#.*//' scripts/packages-lint.txt)
-  for name in $wanted; do
+  local lists=(scripts/packages.txt) missing=() name command as_root=()
+  [ "${1:-}" != lint ] || lists+=(scripts/packages-lint.txt)
+  while read -r name command; do
+    if [ -n "$command" ] && command -v "$command" >/dev/null; then
+      continue
+    fi
     # A package of several architectures has several lines.
     dpkg-query -W -f='${db:Status-Status}\n' "$name" 2>/dev/null | grep -qx installed ||
       missing+=("$name")
-  done
+  done < <(sed -e 's/#.*//' -e '/^ *$/d' "${lists[@]}")
   [ ${#missing[@]} -gt 0 ] || return 0
   command -v apt-get >/dev/null || fail "needs apt-get to install: ${missing[*]}"
   if [ "$(id -u)" -ne 0 ]; then
@@ -32,6 +34,37 @@ need_packages() {
       "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get install -y --no-install-recommends "${missing[@]}"
   } >build/apt.log 2>&1 || fail "apt-get failed, see build/apt.log: $(tail -n 1 build/apt.log)"
+}
+
+# Installs the npm packages that a directory's package-lock.json names, when they are not
+# there or older than it.
+# usage: need_npm DIRECTORY
+need_npm() {
+  local directory=$1
+  [ "$directory/node_modules/.package-lock.json" -ot "$directory/package-lock.json" ] || return 0
+  say "installing the npm packages of $directory"
+  mkdir -p build
+  npm ci --prefix "$directory" --ignore-scripts --no-audit --no-fund >build/npm.log 2>&1 ||
+    fail "npm failed for $directory, see build/npm.log: $(grep -m 1 error build/npm.log)"
+  touch "$directory/node_modules/.package-lock.json"
+}
+
+# Debian's own, which has Debian's packages, and leaves nothing beside the sources.
+python() { PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 "$@"; }
+
+# Compares the contract with that of a git revision.
+contract_diff() { python contract/diff.py "$@"; }
+
+# The revision that a change is held against: where it left the main branch, or the one
+# before it. Says nothing where there is none, as in a shallow clone.
+revision_before() {
+  local main head
+  head=$(git rev-parse HEAD 2>/dev/null) || return 0
+  for main in origin/main main; do
+    main=$(git merge-base HEAD "$main" 2>/dev/null) || continue
+    [ "$main" = "$head" ] || { echo "$main"; return; }
+  done
+  git rev-parse --verify --quiet HEAD^ || true
 }
 
 # usage: configure DIRECTORY [CMAKE OPTIONS]
@@ -141,11 +174,22 @@ scripts() { printf '%s\n' dev .ci/run scripts/*.sh; }
 lint() {
   sources | xargs clang-format --dry-run --Werror || fail "layout: run ./dev format"
   scripts | xargs shellcheck -x || fail "shellcheck found something"
+  pyflakes3 contract examples || fail "pyflakes found something"
+  lint_contract
   # clang-tidy reads what the build of build/dev was told.
   git ls-files -- '*.cpp' | xargs -P "$(nproc)" -n 1 clang-tidy -p build/dev --quiet \
     >build/tidy.log 2>/dev/null || {
     grep -E 'error|warning' build/tidy.log | sort -u | head -n 40 >&2
     fail "clang-tidy found something, see build/tidy.log"
   }
-  say "layout, shell scripts and clang-tidy are clean"
+  say "layout, scripts, contract and clang-tidy are clean"
+}
+
+# The contract against AsyncAPI, and against what clients have been promised.
+lint_contract() {
+  local before
+  python contract/validate.py || fail "contract/asyncapi.json is no AsyncAPI 3"
+  before=$(revision_before)
+  [ -z "$before" ] || contract_diff "$before" >build/contract.diff ||
+    { grep '^breaks' build/contract.diff >&2; fail "the contract breaks clients"; }
 }

@@ -55,7 +55,7 @@ start_child camera "$bin/virtual_camera" --data "$run_dir/camera" \
 wait_for "the virtual camera" grep -q "virtual_camera ready" "$log_dir/camera.out"
 start_child agent "$bin/cloud_agent" --plugin build/dev/lib/libmqttadapter.so \
   --broker "127.0.0.1:$mqtt_port" --picture-dir "$run_dir/pictures" \
-  --id-picture-dir "$run_dir/camera/lane" --print-messages "${agent_options[@]}"
+  --id-picture-dir "$run_dir/camera/lane" --print-messages --diagnose "${agent_options[@]}"
 
 wait_for "the agent's connection" grep -q "broker connected" "$log_dir/agent.out"
 

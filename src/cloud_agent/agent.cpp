@@ -6,6 +6,7 @@
 #include "cloud_agent/delivery/plugin_protocol.h"
 #include "cloud_agent/mqtt/mqtt_connection.h"
 #include "json_text.h"
+#include "platform/database_states.h"
 #include "platform/log.h"
 
 namespace agent {
@@ -21,6 +22,11 @@ constexpr seconds kAckLook{1};
 
 // Between two lines in the log about messages that the broker refuses.
 constexpr std::chrono::minutes kRefusalLogPause{1};
+
+// A request is begun when so much may be sent for it: its answer, in a message and in
+// the response.
+constexpr unsigned long long kAnswerTag = 1;
+constexpr std::size_t kRoomForAnswer_bytes = std::size_t{64} << 10;
 
 Json::Value PushRequest(int max_count) {
   Json::Value payload(Json::objectValue);
@@ -65,7 +71,14 @@ Agent::Agent(const Options& options, Parts parts)
                 parts_.post_after(milliseconds(real_ms), std::move(task));
               },
               parts_.now, [this] { return QueryUndelivered(parts_.bus.get(), kStoreTimeout_ms); },
-              [this](int max_count) { Push(max_count); }}) {}
+              [this](int max_count) { Push(max_count); }}),
+      requests_(options.requests, parts_.requests,
+                RequestRunner::Host{
+                    parts_.now, [this] { return guard_.HasRoom(kAnswerTag, kRoomForAnswer_bytes); },
+                    [this](const Request& request, Json::Value& response) {
+                      return RunRequest(request.name, request.payload, request.version, response);
+                    },
+                    [this](const OutboundMessage& message) { return SendResponse(message); }}) {}
 
 Agent::~Agent() = default;
 
@@ -84,9 +97,15 @@ bool Agent::Start() {
     SYS_LOG(kLogError, "the adapter is not completely initialised (%d); going on without the rest",
             error);
   }
-  adapter_->GetMessageNames(requests_, publishes_);
-  SYS_LOG(kLogInfo, "adapter ready: %zu requests, %zu messages", requests_.size(),
+  adapter_->GetMessageNames(request_names_, publishes_);
+  SYS_LOG(kLogInfo, "adapter ready: %zu requests, %zu messages", request_names_.size(),
           publishes_.size());
+  requests_.SetNames(request_names_);
+  parts_.requests->Open([this] {
+    if (adapter_ != nullptr) {
+      requests_.RunNext();
+    }
+  });
   parts_.link->Start(this);
   Repeat(seconds(options_.status_interval_s), &Agent::SendStatus);
   Repeat(kAckLook, &Agent::LeaveBrokerThatOwes);
@@ -97,7 +116,7 @@ bool Agent::Start() {
 bool Agent::Shutdown() {
   SYS_LOG(kLogInfo, "stopping");
   OutboundMessage last;
-  last.topic = options_.topics.base + "/status";
+  last.topic = options_.requests.topics.base + "/status";
   last.payload = OfflineStatus();
   last.retain = true;
   const bool is_stopped = parts_.link->Stop(last);
@@ -120,6 +139,11 @@ void Agent::Repeat(seconds interval, void (Agent::*task)()) {
 
 void Agent::OnBusMessage(const tarvex::DpMessage& message, std::function<void()> deliver) {
   guard_.OnBusMessage(message.method, std::move(deliver));
+}
+
+void Agent::OnBusRequest(const tarvex::BusRequest& request) {
+  health_.OnBusRequest(request, parts_.now());
+  requests_.OnBusRequest(request);
 }
 
 std::string Agent::StorePicture(const std::string& source, const std::string& name) {
@@ -157,8 +181,12 @@ void Agent::Publish(const std::string& name, const Json::Value& payload, const s
   body["version"] = version;
   body["tag"] = Json::UInt64{tag};
   body["payload"] = payload;
+  const Json::Value request_id = requests_.OnMessage(name, payload);
+  if (!request_id.isNull()) {
+    body["id"] = request_id;
+  }
   OutboundMessage message;
-  message.topic = options_.topics.base + "/message/" + name;
+  message.topic = options_.requests.topics.base + "/message/" + name;
   std::optional<Fate> failure = Fate::kNotPublishable;
   if (Json::Json2String(body, message.payload)) {
     failure = SendToBroker(message, sent);
@@ -241,8 +269,8 @@ void Agent::OnLinkUp(int subscription_code) {
   ++counters_.connections;
   if (subscription_code >= kFirstFailureCode) {
     ++counters_.subscriptions_refused;
-    LogRefusal("the subscription to " + options_.topics.base + "/request/#", subscription_code,
-               &subscription_refusal_logged_at_);
+    LogRefusal("the subscription to " + options_.requests.topics.base + "/request/#",
+               subscription_code, &subscription_refusal_logged_at_);
   }
   parts_.screen->ShowEvent("broker connected");
   adapter_->OnMQTTConnected();
@@ -271,6 +299,7 @@ void Agent::OnLinkDown(const std::string& reason) {
   parts_.screen->ShowEvent("broker lost: " + reason);
   parts_.screen->OnLinkDown();
   auto_push_.OnLinkDown();
+  requests_.OnRoom();
 }
 
 void Agent::SubscribeMissing() {
@@ -283,6 +312,11 @@ void Agent::SubscribeMissing() {
 }
 
 void Agent::OnAcknowledged(std::uint64_t publication, int reason_code) {
+  Settle(publication, reason_code);
+  requests_.OnRoom();
+}
+
+void Agent::Settle(std::uint64_t publication, int reason_code) {
   const bool nobody_listened = guard_.NobodyListens();
   const Answer answer = AnswerOf(reason_code);
   const std::optional<Sent> sent = guard_.OnAcknowledged(publication, answer);
@@ -319,29 +353,12 @@ void Agent::LogRefusal(const std::string& what, int reason_code,
           what.substr(0, 200).c_str(), ReasonText(reason_code).c_str());
 }
 
-void Agent::OnRequest(const InboundRequest& inbound) {
-  ++counters_.requests;
-  Request request = ReadRequest(inbound, options_.topics, requests_, options_.max_request_bytes);
-  Json::Value filled_in;
-  bool is_done = false;
-  if (request.error.empty()) {
-    try {
-      is_done = RunRequest(request.name, request.payload, request.version, filled_in);
-    } catch (...) {
-      request.error = "the request failed";
-    }
+bool Agent::SendResponse(const OutboundMessage& message) {
+  const std::optional<Fate> failure = SendToBroker(message, {});
+  if (failure) {
+    SYS_LOG(kLogWarning, "a response is lost: %s", FateText(*failure));
   }
-  const Json::Value response = ResponseJson(request, is_done, filled_in);
-  if (response.isMember("error")) {
-    ++counters_.request_errors;
-    SYS_LOG(kLogWarning, "request %s: %s", request.name.substr(0, 64).c_str(),
-            response["error"].asCString());
-  }
-  for (const OutboundMessage& message : Responses(inbound, options_.topics, response)) {
-    if (const std::optional<Fate> failure = SendToBroker(message, {})) {
-      SYS_LOG(kLogWarning, "a response is lost: %s", FateText(*failure));
-    }
-  }
+  return failure != Fate::kNotPublishable;
 }
 
 bool Agent::RunRequest(const std::string& name, const Json::Value& payload,
@@ -370,13 +387,28 @@ void Agent::SendStatus() {
   const std::optional<Undelivered> undelivered =
       QueryUndelivered(parts_.bus.get(), kStoreTimeout_ms);
   OutboundMessage message;
-  message.topic = options_.topics.base + "/status";
-  message.payload = OnlineStatus(requests_, publishes_, Counters(), undelivered);
+  message.topic = options_.requests.topics.base + "/status";
+  message.payload = OnlineStatus(PresentStatus(undelivered));
   message.retain = true;
   SendToBroker(message, {});
   if (undelivered) {
     parts_.screen->ShowUndelivered(undelivered->count);
   }
+}
+
+Status Agent::PresentStatus(const std::optional<Undelivered>& undelivered) const {
+  const std::map<std::string, bool> databases = tarvex::DatabaseStates();
+  Status status;
+  status.requests = request_names_;
+  status.publishes = publishes_;
+  status.counters = Counters();
+  status.undelivered = undelivered;
+  status.is_device_there = health_.IsDeviceThere(databases);
+  status.health = health_.ToJson(databases, parts_.now());
+  status.versions = options_.versions;
+  status.started_at = std::chrono::duration_cast<seconds>(started_at_.time_since_epoch()).count();
+  status.last_error = tarvex::LatestError();
+  return status;
 }
 
 void Agent::LeaveBrokerThatOwes() {
@@ -391,9 +423,9 @@ StatusCounters Agent::Counters() const {
   counters.delivery = guard_.counters();
   counters.results_waiting = guard_.ResultsWaiting();
   counters.pictures_failed = parts_.pictures->failed();
-  const std::uint64_t turned_away = parts_.link->TurnedAwayRequests();
-  counters.requests += turned_away;
-  counters.request_errors += turned_away;
+  const std::uint64_t turned_away = parts_.requests->turned_away();
+  counters.requests = requests_.requests() + turned_away;
+  counters.request_errors = requests_.errors() + turned_away;
   return counters;
 }
 

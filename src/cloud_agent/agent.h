@@ -17,9 +17,11 @@
 #include "cloud_agent/mqtt/link.h"
 #include "cloud_agent/pictures/picture_store.h"
 #include "cloud_agent/plugin.h"
-#include "cloud_agent/requests.h"
+#include "cloud_agent/requests/request_line.h"
+#include "cloud_agent/requests/request_runner.h"
 #include "cloud_agent/screen/screen.h"
-#include "cloud_agent/status.h"
+#include "cloud_agent/status/device_health.h"
+#include "cloud_agent/status/status.h"
 #include "sigslot.h"
 #include "tarvex/dp_client.h"
 
@@ -35,9 +37,9 @@ class Agent : public sigslot::has_slots<sigslot::single_threaded>, private LinkL
   using TimePoint = std::chrono::steady_clock::time_point;
 
   struct Options {
-    Topics topics;
+    RequestRunner::Options requests;
     DeliveryGuard::Options guard;
-    std::size_t max_request_bytes = std::size_t{256} << 10;
+    Versions versions;
     int status_interval_s = 10;
     int ack_timeout_s = 30;  ///< a broker that owes one longer is left
     bool auto_push = false;
@@ -52,6 +54,7 @@ class Agent : public sigslot::has_slots<sigslot::single_threaded>, private LinkL
     std::function<TimePoint()> now;  ///< the time of post_after
     std::function<AdapterPtr()> create_adapter;
     Link* link = nullptr;
+    RequestLine* requests = nullptr;  ///< what the link puts requests into
     PictureStore* pictures = nullptr;
     Screen* screen = nullptr;
     boost::shared_ptr<tarvex::DpClient> bus;  ///< for the store's figures; may be empty
@@ -72,6 +75,9 @@ class Agent : public sigslot::has_slots<sigslot::single_threaded>, private LinkL
   /// For tarvex::SetBusGate().
   void OnBusMessage(const tarvex::DpMessage& message, std::function<void()> deliver);
 
+  /// For tarvex::SetBusWatch().
+  void OnBusRequest(const tarvex::BusRequest& request);
+
   StatusCounters Counters() const;
 
  private:
@@ -80,13 +86,15 @@ class Agent : public sigslot::has_slots<sigslot::single_threaded>, private LinkL
   void OnLinkUp(int subscription_code) override;
   void OnLinkDown(const std::string& reason) override;
   void OnAcknowledged(std::uint64_t publication, int reason_code) override;
-  void OnRequest(const InboundRequest& inbound) override;
 
   std::string StorePicture(const std::string& source, const std::string& name);
   void Publish(const std::string& name, const Json::Value& payload, const std::string& version,
                unsigned long long tag);
+  /// @return false when the message is larger than the broker takes.
+  bool SendResponse(const OutboundMessage& message);
   /// @return empty when the message is on its way.
   std::optional<Fate> SendToBroker(const OutboundMessage& message, Sent sent);
+  void Settle(std::uint64_t publication, int reason_code);
   void NoteAnswer(const Sent& sent, Fate fate);
   void LogRefusal(const std::string& what, int reason_code, std::optional<TimePoint>* logged_at);
   void SubscribeMissing();
@@ -95,21 +103,25 @@ class Agent : public sigslot::has_slots<sigslot::single_threaded>, private LinkL
   void Push(int max_count);
   void LookForWork();
   void SendStatus();
+  Status PresentStatus(const std::optional<Undelivered>& undelivered) const;
   void LeaveBrokerThatOwes();
   void Repeat(std::chrono::seconds interval, void (Agent::*task)());
 
   const Options options_;
   Parts parts_;
   AdapterPtr adapter_;
-  std::set<std::string> requests_;
+  std::set<std::string> request_names_;
   std::set<std::string> publishes_;
   std::set<std::string> not_subscribed_;   ///< of publishes_, while the link stands
   std::vector<std::string> new_pictures_;  ///< stored since the latest publication
   DeliveryGuard guard_;
   AutoPush auto_push_;
+  RequestRunner requests_;
+  DeviceHealth health_;
   StatusCounters counters_;  ///< those that nobody else counts
   std::optional<TimePoint> publication_refusal_logged_at_;
   std::optional<TimePoint> subscription_refusal_logged_at_;
+  const std::chrono::system_clock::time_point started_at_ = std::chrono::system_clock::now();
   bool is_link_up_ = false;
 };
 

@@ -6,6 +6,7 @@
 #include <functional>
 #include <iostream>
 #include <thread>
+#include <vector>
 
 #include <unistd.h>
 #include <boost/asio/io_context.hpp>
@@ -19,9 +20,11 @@
 #include "cloud_agent/options.h"
 #include "cloud_agent/pictures/picture_store.h"
 #include "cloud_agent/plugin.h"
+#include "cloud_agent/requests/request_line.h"
 #include "cloud_agent/topic_levels.h"
 #include "platform/asio_event_service.h"
 #include "platform/bus_gate.h"
+#include "platform/bus_watch.h"
 #include "platform/log.h"
 
 namespace {
@@ -99,16 +102,23 @@ int Run(agent::ProgramOptions options) {
   if (!error.empty()) {
     return Fail("the camera's serial number cannot be part of a topic: " + error);
   }
+  options.agent.versions = {agent::AgentVersion(), plugin->BuildId(),
+                            ChwInfo::Interface()->GetAppVer()};
   const double clock_scale = tarvex::ClockScaleFromEnvironment();
   agent::CompleteOptions(serial_number, clock_scale, &options);
 
   const auto service = boost::make_shared<tarvex::AsioEventService>(clock_scale);
   const StopSignals signals([&service] { service->Stop(); });
   const auto post = [&service](std::function<void()> task) { service->PostTask(std::move(task)); };
-  agent::MqttLink link(options.link, post,
-                       [topics = options.agent.topics](const agent::InboundRequest& request) {
-                         return agent::Refusal(request, topics, "too many requests are waiting");
-                       });
+  agent::RequestLine requests(options.max_requests_waiting, post);
+  agent::MqttLink link(
+      options.link, post,
+      [&requests, topics = options.agent.requests.topics](agent::InboundRequest request) {
+        return requests.Add(&request)
+                   ? std::vector<agent::OutboundMessage>()
+                   : agent::Refusal(request, topics,
+                                    {agent::code::kBusy, "too many requests are waiting"});
+      });
   agent::Screen screen(options.print_messages ? &std::cout : nullptr);
   agent::Agent::Parts parts;
   parts.post = post;
@@ -120,6 +130,7 @@ int Run(agent::ProgramOptions options) {
     return agent::Plugin::CreateAdapter(plugin, service, options.adapter_id);
   };
   parts.link = &link;
+  parts.requests = &requests;
   parts.pictures = &pictures;
   parts.screen = &screen;
   parts.bus = tarvex::DpClient::CreateDpClient(service, tarvex::SocketAddress("127.0.0.1", 6101),
@@ -128,6 +139,8 @@ int Run(agent::ProgramOptions options) {
   tarvex::SetBusGate([&the_agent](const tarvex::DpMessage& message, std::function<void()> deliver) {
     the_agent.OnBusMessage(message, std::move(deliver));
   });
+  tarvex::SetBusWatch(
+      [&the_agent](const tarvex::BusRequest& request) { the_agent.OnBusRequest(request); });
 
   // This thread is the event thread. What waits in its line when it is stopped is not run.
   if (!the_agent.Start()) {
@@ -136,6 +149,7 @@ int Run(agent::ProgramOptions options) {
   service->Run();
   const bool is_stopped = the_agent.Shutdown();
   tarvex::SetBusGate({});
+  tarvex::SetBusWatch({});
   if (!is_stopped) {
     _exit(0);  // the network thread hangs in a look-up of the broker's name
   }

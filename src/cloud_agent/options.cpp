@@ -4,7 +4,7 @@
 #include <fstream>
 #include <vector>
 
-#include "cloud_agent/status.h"
+#include "cloud_agent/status/status.h"
 #include "cloud_agent/topic_levels.h"
 #include "platform/host_port.h"
 
@@ -18,7 +18,7 @@ constexpr char kDescription[] =
     "Connects a camera's adapter plug-in to an MQTT broker.\n\n"
     "Topics, with ROOT from --root and SN the camera's serial number:\n"
     "  ROOT/SN/request/NAME    the cloud asks: {\"id\", \"version\", \"payload\"}\n"
-    "  ROOT/SN/response/NAME   the answer to it: {\"id\", \"result\", \"response\"}\n"
+    "  ROOT/SN/response/NAME   the answer to it: {\"id\", \"result\", \"response\", \"answer\"}\n"
     "  ROOT/SN/message/NAME    what the camera tells: {\"version\", \"tag\", \"payload\"}\n"
     "  ROOT/SN/status          retained: whether it is online, and its counters\n";
 
@@ -149,7 +149,7 @@ void AddPictureOptions(CLI::App* app, ProgramOptions* options) {
 
 void AddTrafficOptions(CLI::App* app, ProgramOptions* options, RawOptions* raw) {
   const char* group = "Traffic";
-  app->add_option("--max-request-bytes", options->agent.max_request_bytes,
+  app->add_option("--max-request-bytes", options->agent.requests.max_request_bytes,
                   "Larger requests are answered with an error")
       ->check(Between(64, 64 << 20))
       ->capture_default_str()
@@ -181,6 +181,15 @@ void AddTrafficOptions(CLI::App* app, ProgramOptions* options, RawOptions* raw) 
                   "until somebody does, or confirm it as delivered")
       ->check(CLI::IsMember({"keep", "confirm"}))
       ->capture_default_str()
+      ->group(group);
+  app->add_option("--requests-waiting", options->max_requests_waiting,
+                  "Requests that may wait for their turn; others are answered \"busy\"")
+      ->check(Between(0, 100000))
+      ->capture_default_str()
+      ->type_name("N")
+      ->group(group);
+  app->add_flag("--diagnose", options->agent.requests.diagnose,
+                "Responses tell what the camera's bus answered")
       ->group(group);
   app->add_flag("--print-messages", options->print_messages,
                 "Print a line for each published message")
@@ -241,8 +250,8 @@ void CompleteOptions(const std::string& serial_number, double clock_scale,
   broker.will_topic = base + "/status";
   broker.will_payload = OfflineStatus();
   broker.request_filter = base + "/request/#";
-  broker.max_request_bytes = options->agent.max_request_bytes;
-  options->agent.topics = {options->root, base};
+  broker.max_request_bytes = options->agent.requests.max_request_bytes;
+  options->agent.requests.topics = {options->root, base};
   options->agent.clock_scale = clock_scale;
 }
 

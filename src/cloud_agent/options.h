@@ -15,7 +15,8 @@ struct ProgramOptions {
   int adapter_id = 0;
   std::string root = "cameras";
   bool print_messages = false;
-  MqttLink::Options link;  ///< without topics
+  MqttLink::Options link;                 ///< without topics
+  std::size_t max_requests_waiting = 64;  ///< for the event thread
   PictureStore::Options pictures;
   Agent::Options agent;  ///< without topics and clock scale
 };

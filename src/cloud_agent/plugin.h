@@ -22,6 +22,9 @@ class Plugin {
   /// @return null when it cannot be used.
   static std::shared_ptr<Plugin> Load(const std::string& path, std::string* error);
 
+  /// The library's GNU build id in hexadecimal; empty where it has none.
+  std::string BuildId() const;
+
   ~Plugin();
   Plugin(const Plugin&) = delete;
   Plugin& operator=(const Plugin&) = delete;

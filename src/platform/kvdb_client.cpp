@@ -2,11 +2,16 @@
 
 #include <algorithm>
 #include <chrono>
+#include <map>
 #include <memory>
+#include <mutex>
+#include <set>
+#include <string>
 #include <utility>
 
 #include <boost/make_shared.hpp>
 
+#include "platform/database_states.h"
 #include "platform/kv_watch.h"
 #include "platform/log.h"
 #include "platform/nats_link.h"
@@ -17,15 +22,34 @@ namespace {
 /// How long a new client waits for the values that are stored already.
 constexpr std::chrono::milliseconds kFirstValues(2000);
 
+class WatchingKvdbClient;
+
+std::mutex open_mutex;
+std::set<const WatchingKvdbClient*> open_clients;
+
 class WatchingKvdbClient final : public cache::KvdbClient {
  public:
-  explicit WatchingKvdbClient(std::unique_ptr<tarvex::KvWatch> watch) : watch_(std::move(watch)) {}
+  WatchingKvdbClient(std::string name, std::unique_ptr<tarvex::KvWatch> watch)
+      : name_(std::move(name)), watch_(std::move(watch)) {
+    const std::lock_guard<std::mutex> lock(open_mutex);
+    open_clients.insert(this);
+  }
+  ~WatchingKvdbClient() override {
+    const std::lock_guard<std::mutex> lock(open_mutex);
+    open_clients.erase(this);
+  }
+  WatchingKvdbClient(const WatchingKvdbClient&) = delete;
+  WatchingKvdbClient& operator=(const WatchingKvdbClient&) = delete;
+
+  const std::string& name() const { return name_; }
+  bool IsConnected() const { return watch_->IsConnected(); }
 
   int GetValue(const std::string& key, std::string* value) override {
     return watch_->copy().Get(key, value) ? 1 : 0;
   }
 
  private:
+  const std::string name_;
   const std::unique_ptr<tarvex::KvWatch> watch_;
 };
 
@@ -45,5 +69,15 @@ boost::shared_ptr<cache::KvdbClient> cache::KvdbClient::CreateKvdbNetClient(
   if (watch->IsConnected()) {  // a server that is away is not waited for
     watch->copy().WaitForFirst(kFirstValues);
   }
-  return boost::make_shared<WatchingKvdbClient>(std::move(watch));
+  return boost::make_shared<WatchingKvdbClient>(name, std::move(watch));
+}
+
+std::map<std::string, bool> tarvex::DatabaseStates() {
+  std::map<std::string, bool> states;
+  const std::lock_guard<std::mutex> lock(open_mutex);
+  for (const WatchingKvdbClient* client : open_clients) {
+    bool& is_connected = states.emplace(client->name(), true).first->second;
+    is_connected = is_connected && client->IsConnected();
+  }
+  return states;
 }

@@ -1,5 +1,6 @@
 #include "platform/nats_dp_client.h"
 
+#include <chrono>
 #include <climits>
 #include <utility>
 #include <vector>
@@ -8,6 +9,7 @@
 #include <boost/weak_ptr.hpp>
 
 #include "platform/bus_gate.h"
+#include "platform/bus_watch.h"
 #include "platform/log.h"
 #include "platform/nats_names.h"
 
@@ -75,23 +77,40 @@ int NatsDpClient::SendRequest(const std::string& type, int /*flags*/, const char
   const std::string subject = BusSubject(type);
   // A request without time to wait is not sent: whether it would be answered depends on
   // the order in which threads run.
-  if (!IsPlainSubject(subject) || length > INT_MAX || timeout_ms <= 0 || !link_->IsConnected()) {
+  if (!IsPlainSubject(subject) || length > INT_MAX || timeout_ms <= 0) {
     return kNotAnswered;
   }
+  BusRequest request;
+  request.queue = type;
+  if (!link_->IsConnected()) {
+    NoteBusRequest(request);
+    return kNotAnswered;
+  }
+  const auto begin = std::chrono::steady_clock::now();
   natsMsg* received = nullptr;
   const natsStatus status = natsConnection_Request(&received, link_->get(), subject.c_str(), data,
                                                    static_cast<int>(length), timeout_ms);
   const NatsMessage answer(received);
+  request.time = std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::chrono::steady_clock::now() - begin);
   if (status != NATS_OK) {
     SYS_LOG(kLogDebug, "%s: %s", subject.c_str(), natsStatus_GetText(status));
     if (!link_->IsConnected()) {
       ConnectAfresh();
+    } else if (status == NATS_NO_RESPONDERS) {
+      request.outcome = BusOutcome::kNobody;
+    } else if (status == NATS_TIMEOUT) {
+      request.outcome = BusOutcome::kTimedOut;
     }
+    NoteBusRequest(request);
     return kNotAnswered;
   }
+  request.outcome = BusOutcome::kAnswered;
+  request.reply.assign(natsMsg_GetData(received),
+                       static_cast<std::size_t>(natsMsg_GetDataLength(received)));
+  NoteBusRequest(request);
   if (reply != nullptr) {
-    reply->assign(natsMsg_GetData(received),
-                  static_cast<std::size_t>(natsMsg_GetDataLength(received)));
+    *reply = std::move(request.reply);
   }
   return kAnswered;
 }

@@ -3,6 +3,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdarg>
@@ -10,8 +11,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
+#include <utility>
 
+#include "platform/latest_error.h"
+#include "platform/log.h"
 #include "platform/log_entry.h"
 #include "platform/log_writer.h"
 
@@ -33,7 +39,33 @@ tarvex::LogWriter& StandardError() {
   return writer;
 }
 
+constexpr std::size_t kLongestLatestError = 500;
+
+/// Never destroyed, as above.
+struct ErrorKeeper {
+  std::mutex mutex;
+  std::optional<tarvex::LoggedError> latest;
+};
+
+ErrorKeeper& Errors() {
+  static auto& errors = *new ErrorKeeper;
+  return errors;
+}
+
+void KeepError(const char* source, const std::string& text) {
+  tarvex::LoggedError error{std::chrono::system_clock::now(),
+                            (source == nullptr ? "-" : source) + (": " + text)};
+  error.text.resize(std::min(error.text.size(), kLongestLatestError));
+  const std::lock_guard<std::mutex> lock(Errors().mutex);
+  Errors().latest = std::move(error);
+}
+
 }  // namespace
+
+std::optional<tarvex::LoggedError> tarvex::LatestError() {
+  const std::lock_guard<std::mutex> lock(Errors().mutex);
+  return Errors().latest;
+}
 
 void __sys_log(int priority, const char* source, const char* function, int line, const char* format,
                ...) {
@@ -55,6 +87,9 @@ void __sys_log(int priority, const char* source, const char* function, int line,
     if (text.size() > tarvex::kLongestLogText) {
       text.resize(tarvex::kLongestLogText);
       text.append(" [cut]");
+    }
+    if (priority <= kLogError) {
+      KeepError(source, text);
     }
     if (settings.to_syslog) {
       syslog(LOG_MAKEPRI(LOG_DAEMON, priority & LOG_PRIMASK), "%s %s:%d %s",

@@ -136,8 +136,7 @@ class AnyJson : public AdapterTest, public testing::WithParamInterface<Request> 
   bool Send(const Json::Value& payload, const std::string& version = "1.0") {
     bool done = false;
     Console([&] {
-      EXPECT_NO_THROW(done =
-                          adapter_->RequestMessage(GetParam().name, payload, version, response_));
+      EXPECT_NO_THROW(done = HostRequests(GetParam().name, payload, version));
       EXPECT_NO_THROW(events_->Tick(60000));
     });
     while (BusHeard() != "nothing") {

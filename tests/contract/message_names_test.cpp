@@ -1,4 +1,5 @@
 #include "adapter_test.h"
+#include "contract.h"
 
 namespace {
 
@@ -49,6 +50,16 @@ TEST_F(MessageNames, AreTheEighteenPublications) {
                             "offline_record", "get_image_by_id", "white_list_operator",
                             "get_device_timestamp", "wl_check_status", "get_sn", "get_last_result",
                             "get_io_out_status", "get_ad_voice", "get_lcd_bright"}));
+}
+
+TEST_F(MessageNames, AreThoseOfTheContract) {
+  Start();
+  Get();
+  const Json::Value& channels = Contract::Instance().document()["channels"];
+  const auto requests = channels["request"]["messages"].getMemberNames();
+  const auto publishes = channels["message"]["messages"].getMemberNames();
+  EXPECT_EQ(requests_, std::set<std::string>(requests.begin(), requests.end()));
+  EXPECT_EQ(publishes_, std::set<std::string>(publishes.begin(), publishes.end()));
 }
 
 TEST_F(MessageNames, AreAddedToWhatTheSetsHold) {

@@ -32,6 +32,7 @@ const std::set<std::string> kVolatileKeys = {"sec",
                                              "full_image_path",
                                              "small_image_path",
                                              "time",
+                                             "waited_ms",
                                              "bright",
                                              "carBright"};
 

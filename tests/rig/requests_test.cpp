@@ -1,5 +1,6 @@
 // Requests of an ordinary MQTT client, and the one response that each gets.
 #include <ctime>
+#include <utility>
 
 #include "rig_test.h"
 
@@ -64,27 +65,49 @@ TEST_F(Requests, AreAnsweredToTheirResponseTopic) {
   EXPECT_TRUE(rig_.cloud->AwaitTopic(rig_.Topic("response/get_sn")).has_value());
 }
 
-TEST_F(Requests, ThatAreMalformedAreAnsweredWithAnError) {
-  for (const char* text :
-       {"", "no json", "[]", "5", "{}", R"({"id":"1"})", R"({"id":"1","version":"1.0"})",
-        R"({"id":"1","version":1.0,"payload":{"type":"get_sn"}})"}) {
+TEST_F(Requests, ThatAreMalformedAreAnsweredWithACode) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"", "not_json"},
+      {"no json", "not_json"},
+      {"[]", "not_json"},
+      {"5", "not_json"},
+      {"{}", "wrong_version"},
+      {R"({"id":"1"})", "wrong_version"},
+      {R"({"id":"1","version":"1.0"})", "no_payload"},
+      {R"({"id":"1","version":1.0,"payload":{"type":"get_sn"}})", "wrong_version"},
+      {R"({"id":[],"version":"1.0","payload":{"type":"get_sn"}})", "bad_member"},
+      {R"({"version":"1.0","payload":{"type":"get_sn"},"expires_ms":-1})", "bad_member"},
+      {R"({"version":"1.0","payload":{"type":"get_sn"},"idempotency_key":5})", "bad_member"},
+      {R"({"version":"1.0","payload":{"type":"gpio_out"}})", "refused"},
+  };
+  for (const auto& [text, code] : rows) {
     const Json::Value response = Send("get_sn", text);
     EXPECT_EQ(response["result"], false) << text;
+    EXPECT_EQ(response["code"], code) << text;
     EXPECT_TRUE(response["error"].isString()) << text;
   }
   EXPECT_EQ(rig_.Request("get_sn")["result"], true);
 }
 
-TEST_F(Requests, OfAnUnknownNameAreAnsweredWithAnError) {
+TEST_F(Requests, ThatAreCutOffGetTheirIdBack) {
+  const Json::Value response = Send("get_sn", R"({"id":"cut","version":"1.0","payl)");
+  EXPECT_EQ(response["code"], "not_json");
+  EXPECT_EQ(response["id"], "cut");
+}
+
+TEST_F(Requests, OfAnUnknownNameAreAnsweredWithACode) {
   const Json::Value response = rig_.Request("unheard_of");
   EXPECT_EQ(response["result"], false);
+  EXPECT_EQ(response["code"], "unknown_name");
   EXPECT_THAT(response["error"].asString(), testing::HasSubstr("unheard_of"));
 }
 
-TEST_F(Requests, ThatAreTooLargeAreAnsweredWithAnError) {
-  const Json::Value response = Send("get_sn", std::string(300000, ' '));
+TEST_F(Requests, ThatAreTooLargeGetACodeAndTheirIdBack) {
+  const Json::Value response =
+      Send("get_sn", R"({"id":"large","payload":")" + std::string(300000, 'x') + "\"}");
   EXPECT_EQ(response["result"], false);
-  EXPECT_TRUE(response["error"].isString());
+  EXPECT_EQ(response["code"], "too_large");
+  EXPECT_EQ(response["id"], "large");
   EXPECT_EQ(rig_.Request("get_sn")["result"], true);
 }
 
@@ -93,7 +116,9 @@ TEST_F(Requests, ThatWereRetainedAreNotCarriedOut) {
   extras.retain = true;
   rig_.cloud->Publish(rig_.Topic("request/ivs_trigger"),
                       R"({"id":"1","version":"1.0","payload":{}})", extras);
-  rig_.cloud->AwaitTopic(rig_.Topic("response/ivs_trigger"));
+  const auto response = rig_.cloud->AwaitTopic(rig_.Topic("response/ivs_trigger"));
+  ASSERT_TRUE(response);
+  EXPECT_EQ(ParseJson(response->payload)["code"], "retained");
   rig_.agent->Terminate();
   const int passed = rig_.CameraState()["results"]["recognised"].asInt();
   rig_.StartAgent();

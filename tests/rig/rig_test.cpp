@@ -2,7 +2,27 @@
 
 #include <iostream>
 
+#include "support/contract.h"
 #include "tarvex/base64.h"
+
+namespace {
+
+/// Has everything that the camera sends held against the contract, in every test.
+class HeldAgainstTheContract : public testing::Environment {
+ public:
+  void SetUp() override {
+    MqttClient::inspector = [](const MqttClient::Message& message) {
+      const std::string violations =
+          Contract::Instance().ViolationsOnTopic(message.topic, message.payload);
+      EXPECT_EQ(violations, "") << message.topic << " " << message.payload;
+    };
+  }
+};
+
+const testing::Environment* const kEnvironment =
+    testing::AddGlobalTestEnvironment(new HeldAgainstTheContract);
+
+}  // namespace
 
 std::string FromBase64(const std::string& text) {
   std::string bytes;

@@ -9,6 +9,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "contract.h"
 #include "json_text.h"
 
 namespace {
@@ -118,8 +119,23 @@ void AdapterTest::Destroy() {
 
 bool AdapterTest::CloudSends(const std::string& name, const std::string& payload,
                              const std::string& version) {
-  const bool done = adapter_->RequestMessage(name, Parsed(payload), version, response_);
+  return HostRequests(name, Parsed(payload), version);
+}
+
+bool AdapterTest::HostRequests(const std::string& name, const Json::Value& payload,
+                               const std::string& version) {
+  has_response_of_the_test_ = !response_.isNull();
+  const size_t published_before = published_.size();
+  const size_t asked_before = platform().requests.size();
+  const bool done = adapter_->RequestMessage(name, payload, version, response_);
   ExpectOwnedByTheHost(response_);
+  if (!has_response_of_the_test_) {
+    ExpectResponseInContract(name, done, published_before);
+    if (!done && platform().requests.size() == asked_before) {
+      ExpectRefusedByContract(name, payload, version);
+    }
+  }
+  has_response_of_the_test_ = false;
   return done;
 }
 
@@ -242,6 +258,9 @@ fake::Platform& AdapterTest::platform() { return fake::ThePlatform(); }
 void AdapterTest::OnPush(const std::string& name, const Json::Value& payload,
                          const std::string& version, unsigned long long tag) {
   ExpectOwnedByTheHost(payload);
+  if (!has_response_of_the_test_) {
+    ExpectMessageInContract(name, payload, version, tag);
+  }
   published_.push_back({name, payload, version, tag});
   if (on_publication_) {
     on_publication_();
@@ -252,4 +271,47 @@ void AdapterTest::ExpectOwnedByTheHost(const Json::Value& value) {
   ForEachText(value, [this](const char* text) {
     EXPECT_NE(FileOf(text), library_file_) << "a text in the library's own memory: " << text;
   });
+}
+
+void AdapterTest::ExpectMessageInContract(const std::string& name, const Json::Value& payload,
+                                          const std::string& version, unsigned long long tag) {
+  Json::Value message;
+  message["version"] = version;
+  message["tag"] = Json::UInt64{tag};
+  message["payload"] = payload;
+  EXPECT_EQ(Contract::Instance().Violations("message_" + name, message), "") << Compact(message);
+}
+
+void AdapterTest::ExpectResponseInContract(const std::string& name, bool done,
+                                           size_t published_before) {
+  Json::Value response;
+  // As a host adds what the request has published under its own name.
+  for (size_t i = published_before; i < published_.size(); ++i) {
+    if (published_[i].name == name) {
+      response["answer"] = published_[i].payload;
+    }
+  }
+  response["result"] = done;
+  response["response"] = response_;
+  if (!done) {
+    response["error"] = "the camera refused or did not carry out the request";
+    response["code"] = "refused";
+  }
+  Contract& contract = Contract::Instance();
+  EXPECT_EQ(contract.Violations(contract.ResponseSchema(name), response), "") << Compact(response);
+}
+
+void AdapterTest::ExpectRefusedByContract(const std::string& name, const Json::Value& payload,
+                                          const std::string& version) {
+  const bool is_well = platform().bus != nullptr && !platform().serialising_fails &&
+                       platform().throw_on_request.empty() && events_->throw_on_clear == 0;
+  Contract& contract = Contract::Instance();
+  if (!is_well || !contract.document()["channels"]["request"]["messages"].isMember(name)) {
+    return;
+  }
+  Json::Value request;
+  request["version"] = version;
+  request["payload"] = payload;
+  EXPECT_NE(contract.Violations("request_" + name, request), "")
+      << "refused without asking a service, and in the contract: " << Compact(request);
 }

@@ -2,7 +2,8 @@
 // it, and driven only through BaseAdapter and the fake platform.
 //
 // What the plug-in sent on the bus or published must be claimed by the test; what
-// is left over fails it, and so does a payload or response that points into the library.
+// is left over fails it, and so does a payload or response that points into the library
+// or that the contract with the cloud does not allow.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -65,6 +66,9 @@ class AdapterTest : public testing::Test, public sigslot::has_slots<sigslot::sin
   /// Hands a request to the adapter; `response_` is what it made of the response.
   bool CloudSends(const std::string& name, const std::string& payload,
                   const std::string& version = "1.0");
+  /// The same with a payload that need not be text.
+  bool HostRequests(const std::string& name, const Json::Value& payload,
+                    const std::string& version);
 
   /// The next request that no one has claimed, as one line; "nothing" if there is none.
   /// Texts stand as they are; the binary queues' packets are rendered by field.
@@ -121,9 +125,19 @@ class AdapterTest : public testing::Test, public sigslot::has_slots<sigslot::sin
   void OnPush(const std::string& name, const Json::Value& payload, const std::string& version,
               unsigned long long tag);
   void ExpectOwnedByTheHost(const Json::Value& value);
+  void ExpectMessageInContract(const std::string& name, const Json::Value& payload,
+                               const std::string& version, unsigned long long tag);
+  void ExpectResponseInContract(const std::string& name, bool done, size_t published_before);
+
+  /// What the adapter refuses by itself, while all is well, no client may send.
+  void ExpectRefusedByContract(const std::string& name, const Json::Value& payload,
+                               const std::string& version);
 
   void* library_ = nullptr;
   const void* library_file_ = nullptr;
   void (*destroy_)(BaseAdapter*) = nullptr;
   std::deque<Publication> published_;
+  /// A host passes an empty response. What a test put into it is not in the contract, and
+  /// some requests publish that very object.
+  bool has_response_of_the_test_ = false;
 };

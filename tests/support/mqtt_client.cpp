@@ -25,6 +25,8 @@ std::string CorrelationOf(const mosquitto_property* properties) {
 
 }  // namespace
 
+std::function<void(const MqttClient::Message&)> MqttClient::inspector;
+
 /// Sets the library up once for the process.
 struct MqttClient::Library {
   Library() { mosquitto_lib_init(); }
@@ -88,6 +90,9 @@ void MqttClient::Arrived(const Message& message) {
     on_message_(message);
     return;
   }
+  if (inspector) {
+    inspector(message);
+  }
   const std::lock_guard<std::mutex> lock(mutex_);
   messages_.push_back(message);
 }
@@ -106,6 +111,10 @@ void MqttClient::Publish(const std::string& topic, const std::string& payload,
     mosquitto_property_add_binary(&properties, MQTT_PROP_CORRELATION_DATA,
                                   extras.correlation.data(),
                                   static_cast<uint16_t>(extras.correlation.size()));
+  }
+  if (extras.expiry_s > 0) {
+    mosquitto_property_add_int32(&properties, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL,
+                                 static_cast<uint32_t>(extras.expiry_s));
   }
   const int result =
       mosquitto_publish_v5(client_, nullptr, topic.c_str(), static_cast<int>(payload.size()),

@@ -21,6 +21,10 @@ class MqttClient {
     bool retained;
   };
 
+  /// Looks at each message that a client keeps, on that client's thread. To be set before
+  /// there is a client; empty for nothing.
+  static std::function<void(const Message&)> inspector;
+
   /// Connects, subscribes to `filter`, and waits for both. It reconnects and subscribes
   /// again by itself. Throws std::runtime_error.
   /// @param on_message called on the client's thread for each message; may be empty.
@@ -34,6 +38,7 @@ class MqttClient {
   struct Extras {
     std::string response_topic;
     std::string correlation;
+    int expiry_s = 0;  ///< of the message; 0: none
     bool retain = false;
   };
   /// QoS 1. Throws std::runtime_error when not connected.

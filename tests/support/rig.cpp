@@ -113,10 +113,11 @@ Json::Value Rig::AgentStatus() {
   return ParseJson(message->payload);
 }
 
-Json::Value Rig::RequestWith(const std::string& name, const Json::Value& payload) {
+Json::Value Rig::RequestWith(const std::string& name, const Json::Value& payload,
+                             const std::string& version) {
   Json::Value request;
   request["id"] = std::to_string(++last_request_);
-  request["version"] = "1.0";
+  request["version"] = version;
   request["payload"] = payload;
   std::string text;
   Json::Json2String(request, text);

@@ -57,7 +57,8 @@ class Rig {
   Json::Value AgentStatus();
 
   /// Publishes a request with this payload, and waits for its one response.
-  Json::Value RequestWith(const std::string& name, const Json::Value& payload);
+  Json::Value RequestWith(const std::string& name, const Json::Value& payload,
+                          const std::string& version = "1.0");
   /// The same with {"type": name, "body": body}; `body` is JSON text, or empty.
   Json::Value Request(const std::string& name, const std::string& body_text = "");
 

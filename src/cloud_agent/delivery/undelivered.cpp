@@ -13,7 +13,7 @@ std::optional<Undelivered> QueryUndelivered(tarvex::DpClient* bus, int timeout_m
   }
   std::string reply;
   const int answered =
-      bus->SendRequest("BUS_GET_IVS_INFO", 0, kRequest, sizeof(kRequest) - 1, &reply, timeout_ms);
+      bus->SendRequest(kStoreQueue, 0, kRequest, sizeof(kRequest) - 1, &reply, timeout_ms);
   Json::Value document;
   if (answered < 1 || !Json::String2Json(reply, document) || !document.isObject() ||
       !document["body"].isObject()) {

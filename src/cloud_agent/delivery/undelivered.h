@@ -8,6 +8,9 @@
 
 namespace agent {
 
+/// The service queue of the camera's store.
+constexpr char kStoreQueue[] = "BUS_GET_IVS_INFO";
+
 struct Undelivered {
   std::int64_t count = 0;
   std::optional<std::int64_t> oldest_age_s;  ///< of the oldest of them, where it is known

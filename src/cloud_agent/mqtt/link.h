@@ -1,7 +1,9 @@
 // The link to the cloud as the rest of the agent sees it.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace agent {
@@ -17,11 +19,15 @@ struct OutboundMessage {
 
 /// A request as it came from the broker.
 struct InboundRequest {
+  using TimePoint = std::chrono::steady_clock::time_point;
+
   std::string topic;
-  std::string payload;         ///< empty when it was larger than the link hands over
-  std::size_t size = 0;        ///< bytes of the payload as it arrived
-  bool retained = false;       ///< the sender asked the broker to keep it
-  std::string response_topic;  ///< empty without one
+  std::string payload;   ///< the beginning only when it was larger than the link hands over
+  std::size_t size = 0;  ///< bytes of the payload as it arrived
+  TimePoint received_at;
+  std::optional<std::chrono::seconds> expires_in;  ///< of the message, since received_at
+  bool retained = false;                           ///< the sender asked the broker to keep it
+  std::string response_topic;                      ///< empty without one
   bool has_correlation_data = false;
   std::string correlation_data;
 };
@@ -57,8 +63,6 @@ class LinkListener {
   /// The broker has answered for a message that Publish() accepted.
   /// @param reason_code as in the acknowledgement; kFirstFailureCode and above: not taken.
   virtual void OnAcknowledged(std::uint64_t publication, int reason_code) = 0;
-
-  virtual void OnRequest(const InboundRequest& request) = 0;
 };
 
 /// An interface, so that tests can stand in for the broker. Used on the event thread.
@@ -76,9 +80,6 @@ class Link {
 
   /// Ends the present connection within a second, for this reason; another follows.
   virtual void Drop(const std::string& reason) = 0;
-
-  /// How many requests were turned away because too many waited.
-  virtual std::uint64_t TurnedAwayRequests() const = 0;
 
   /// Publishes a last message (none when it has no topic) if the link stands, and
   /// disconnects. Takes three seconds at the most; the listener is not called any more.

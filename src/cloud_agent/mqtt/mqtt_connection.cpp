@@ -3,6 +3,7 @@
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -18,6 +19,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kQos = 1;
 constexpr int kSessionTakenOver = 0x8E;
+// Of a request that is too large: its id may be there.
+constexpr std::size_t kBeginning_bytes = 1024;
 constexpr char kSystemCertificates[] = "/etc/ssl/certs";
 
 class LibraryUse {
@@ -51,10 +54,18 @@ InboundRequest ToRequest(const mosquitto_message& message, const mosquitto_prope
   InboundRequest request;
   request.topic = message.topic;
   request.size = message.payloadlen > 0 ? static_cast<std::size_t>(message.payloadlen) : 0;
-  if (request.size > 0 && request.size <= max_bytes) {
-    request.payload.assign(static_cast<const char*>(message.payload), request.size);
+  if (request.size > 0) {
+    const std::size_t kept =
+        request.size <= max_bytes ? request.size : std::min(request.size, kBeginning_bytes);
+    request.payload.assign(static_cast<const char*>(message.payload), kept);
   }
+  request.received_at = Clock::now();
   request.retained = message.retain;
+  std::uint32_t expiry_s = 0;
+  if (mosquitto_property_read_int32(properties, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL, &expiry_s,
+                                    false) != nullptr) {
+    request.expires_in = std::chrono::seconds(expiry_s);
+  }
   char* topic = nullptr;
   if (mosquitto_property_read_string(properties, MQTT_PROP_RESPONSE_TOPIC, &topic, false) !=
       nullptr) {

@@ -33,7 +33,7 @@ struct BrokerOptions {
   std::string will_topic;
   std::string will_payload;                                ///< retained
   std::string request_filter;                              ///< subscribed to once connected
-  std::size_t max_request_bytes = std::size_t{256} << 10;  ///< larger: without payload
+  std::size_t max_request_bytes = std::size_t{256} << 10;  ///< larger: the beginning only
 };
 
 /// Opened and driven on the network thread.

@@ -26,8 +26,8 @@ constexpr int kSuspiciousConnections = 3;
 constexpr seconds kLastPatience{1};
 constexpr seconds kStopPatience{3};
 
-// Responses to requests that were turned away; the broker that acknowledges none gets no more.
-constexpr std::size_t kMaxRefusals = 4096;
+// Responses that are sent at once; the broker that acknowledges none gets no more.
+constexpr std::size_t kMaxOwn = 4096;
 
 // Message ids have 16 bits.
 constexpr unsigned kMessageIdBits = 16;
@@ -44,10 +44,10 @@ std::uint64_t PublicationId(std::uint64_t connection_number, int message_id) {
 }  // namespace
 
 MqttLink::MqttLink(Options options, std::function<void(std::function<void()>)> post,
-                   std::function<std::vector<OutboundMessage>(const InboundRequest&)> turn_away)
+                   RequestTaker take_request)
     : options_(std::move(options)),
       post_(std::move(post)),
-      turn_away_(std::move(turn_away)),
+      take_request_(std::move(take_request)),
       stable_(std::max(kStable, 2 * milliseconds(options_.backoff_max_ms))),
       backoff_(options_.backoff_min_ms, options_.backoff_max_ms, RandomBelow) {}
 
@@ -85,11 +85,6 @@ void MqttLink::Drop(const std::string& reason) {
   }
   const std::lock_guard<std::mutex> lock(mutex_);
   drop_reason_ = reason;
-}
-
-std::uint64_t MqttLink::TurnedAwayRequests() const {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  return turned_away_;
 }
 
 bool MqttLink::Stop(const OutboundMessage& last) {
@@ -131,7 +126,7 @@ void MqttLink::RunConnection() {
   std::string reason;
   Clock::time_point ready_at;
   was_ready_ = false;
-  refusals_.clear();
+  own_.clear();
   try {
     MqttConnection::Handlers handlers;
     handlers.on_ready = [&](int subscription_code) {
@@ -229,7 +224,7 @@ void MqttLink::OnReady(const std::shared_ptr<MqttConnection>& connection, int su
 }
 
 void MqttLink::OnPuback(std::uint64_t connection_number, int message_id, int reason_code) {
-  if (refusals_.erase(message_id) != 0) {
+  if (own_.erase(message_id) != 0) {
     return;
   }
   {
@@ -244,29 +239,12 @@ void MqttLink::OnPuback(std::uint64_t connection_number, int message_id, int rea
 }
 
 void MqttLink::OnRequest(MqttConnection* connection, InboundRequest request) {
-  bool is_too_much = false;
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    is_too_much = requests_waiting_ >= options_.max_requests_waiting;
-    ++(is_too_much ? turned_away_ : requests_waiting_);
-  }
-  if (is_too_much) {
-    for (const OutboundMessage& message : turn_away_(request)) {
-      int message_id = 0;
-      if (refusals_.size() < kMaxRefusals &&
-          connection->Publish(message, &message_id) == MOSQ_ERR_SUCCESS) {
-        refusals_.insert(message_id);
-      }
+  for (const OutboundMessage& message : take_request_(std::move(request))) {
+    int message_id = 0;
+    if (own_.size() < kMaxOwn && connection->Publish(message, &message_id) == MOSQ_ERR_SUCCESS) {
+      own_.insert(message_id);
     }
-    return;
   }
-  PostToListener([this, request = std::move(request)] {
-    {
-      const std::lock_guard<std::mutex> lock(mutex_);
-      --requests_waiting_;
-    }
-    listener_->OnRequest(request);
-  });
 }
 
 bool MqttLink::IsStopping() const {

@@ -28,15 +28,16 @@ class MqttLink : public Link {
     BrokerOptions broker;
     int backoff_min_ms = 500;
     int backoff_max_ms = 30000;
-    std::size_t max_requests_waiting = 64;  ///< for the event thread
   };
+
+  /// Takes a request, and makes the responses that are to be sent at once, if any.
+  using RequestTaker = std::function<std::vector<OutboundMessage>(InboundRequest)>;
 
   /// @param post runs a task on the event thread; callable from any thread. Tasks that
   ///             were posted must not run after the link is destroyed.
-  /// @param turn_away makes the responses to a request that finds too many waiting;
-  ///                  called on the network thread.
+  /// @param take_request called on the network thread.
   MqttLink(Options options, std::function<void(std::function<void()>)> post,
-           std::function<std::vector<OutboundMessage>(const InboundRequest&)> turn_away);
+           RequestTaker take_request);
 
   /// Stops the link where that was not done, and waits for the network thread.
   ~MqttLink() override;
@@ -44,7 +45,6 @@ class MqttLink : public Link {
   void Start(LinkListener* listener) override;
   Publication Publish(const OutboundMessage& message) override;
   void Drop(const std::string& reason) override;
-  std::uint64_t TurnedAwayRequests() const override;
   bool Stop(const OutboundMessage& last) override;
 
  private:
@@ -63,7 +63,7 @@ class MqttLink : public Link {
 
   const Options options_;
   const std::function<void(std::function<void()>)> post_;
-  const std::function<std::vector<OutboundMessage>(const InboundRequest&)> turn_away_;
+  const RequestTaker take_request_;
   std::thread thread_;
 
   // Event thread only.
@@ -78,7 +78,7 @@ class MqttLink : public Link {
   int short_connections_ = 0;  // in a row
   std::uint64_t last_connection_number_ = 0;
   bool was_ready_ = false;
-  std::set<int> refusals_;  // message ids of responses that the listener knows nothing of
+  std::set<int> own_;  // message ids of responses that the listener knows nothing of
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;
@@ -86,8 +86,6 @@ class MqttLink : public Link {
   bool is_finished_ = false;
   std::optional<int> last_message_id_;  // until it is acknowledged
   std::string drop_reason_;
-  std::size_t requests_waiting_ = 0;
-  std::uint64_t turned_away_ = 0;
 };
 
 }  // namespace agent

@@ -57,7 +57,9 @@ TEST_F(Options, HaveDefaults) {
   EXPECT_EQ(options_.link.broker.port, 1883);
   EXPECT_EQ(options_.link.broker.keep_alive_s, 10);
   EXPECT_FALSE(options_.link.broker.use_tls);
-  EXPECT_EQ(options_.agent.max_request_bytes, 262144U);
+  EXPECT_EQ(options_.agent.requests.max_request_bytes, 262144U);
+  EXPECT_FALSE(options_.agent.requests.diagnose);
+  EXPECT_EQ(options_.max_requests_waiting, 64U);
   EXPECT_EQ(options_.agent.guard.results_in_flight, 1U);
   EXPECT_EQ(options_.agent.guard.results_waiting, 64U);
   EXPECT_TRUE(options_.agent.guard.duties.one_at_a_time);
@@ -152,8 +154,8 @@ TEST_F(Options, AreExplainedOnRequest) {
 TEST_F(Options, AreCompletedByTheSerialNumber) {
   Parse({"--root", "eu"});
   CompleteOptions("CAM1", 10.0, &options_);
-  EXPECT_EQ(options_.agent.topics.root, "eu");
-  EXPECT_EQ(options_.agent.topics.base, "eu/CAM1");
+  EXPECT_EQ(options_.agent.requests.topics.root, "eu");
+  EXPECT_EQ(options_.agent.requests.topics.base, "eu/CAM1");
   EXPECT_EQ(options_.link.broker.client_id, "CAM1");
   EXPECT_EQ(options_.link.broker.will_topic, "eu/CAM1/status");
   EXPECT_EQ(options_.link.broker.will_payload, R"({"online":false})");

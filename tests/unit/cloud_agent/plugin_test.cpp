@@ -30,6 +30,15 @@ TEST(Plugin, MakesAnAdapterWithTheNumberGiven) {
   EXPECT_EQ(adapter->Initialize({}), 7);
 }
 
+TEST(Plugin, IsToldApartByItsBuildId) {
+  std::string error;
+  const auto plugin = Plugin::Load(PLUGIN_COMPLETE, &error);
+  ASSERT_NE(plugin, nullptr) << error;
+  EXPECT_THAT(plugin->BuildId(), ::testing::MatchesRegex("[0-9a-f]{40}"));
+  const auto other = Plugin::Load(PLUGIN_WITHOUT_ADAPTER, &error);
+  EXPECT_NE(other->BuildId(), plugin->BuildId());
+}
+
 TEST(Plugin, TakesTheAdapterBackAndStaysLoadedUntilThen) {
   std::string error;
   auto plugin = Plugin::Load(PLUGIN_COMPLETE, &error);

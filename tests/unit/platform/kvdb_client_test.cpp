@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "kv_fixture.h"
+#include "platform/database_states.h"
 #include "scoped_environment.h"
 
 namespace {
@@ -107,6 +108,19 @@ TEST_F(KvdbClientTest, EndsWhileTheServerIsFrozen) {
   const auto client = NewClient();
   server_.Freeze();
   // The client ends here; the test ends when it has.
+}
+
+TEST_F(KvdbClientTest, IsAmongTheDatabasesOfItsProcessWhileItLives) {
+  EXPECT_THAT(tarvex::DatabaseStates(), testing::IsEmpty());
+  const auto client = NewClient();
+  auto other = NewClient("usr_data_kvdb");
+  EXPECT_THAT(tarvex::DatabaseStates(), testing::ElementsAre(testing::Pair("skvdb", true),
+                                                             testing::Pair("usr_data_kvdb", true)));
+  other.reset();
+  server_.Kill();
+  EXPECT_TRUE(WaitUntil([] {
+    return tarvex::DatabaseStates() == std::map<std::string, bool>{{"skvdb", false}};
+  }));
 }
 
 TEST_F(KvdbClientTest, IsNotMadeForANameThatNoDatabaseCanHave) {

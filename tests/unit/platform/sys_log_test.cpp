@@ -1,6 +1,7 @@
 #include "sys_log.h"
 
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 #include <map>
 #include <sstream>
@@ -9,6 +10,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/latest_error.h"
 #include "platform/log_entry.h"
 #include "scoped_environment.h"
 #include "support/child_process.h"
@@ -92,6 +94,19 @@ TEST(SystemLog, CutsWhatIsBeyondAllMeasureAndSaysSo) {
 }
 
 TEST(SystemLog, KeepsTheLinesOfAText) { EXPECT_THAT(Logged("a\nb"), EndsWith(" a\nb\n")); }
+
+TEST(SystemLog, KeepsTheLatestError) {
+  const auto before = std::chrono::system_clock::now();
+  Logged("first");
+  Logged(std::string(1000, 'x'));
+  testing::internal::CaptureStderr();
+  __sys_log(4, "source", "Function", 7, "only a warning");
+  testing::internal::GetCapturedStderr();
+  const auto error = tarvex::LatestError();
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->text, "source: " + std::string(492, 'x'));
+  EXPECT_GE(error->time, before);
+}
 
 TEST(SystemLog, LeavesErrnoAlone) {
   errno = EPIPE;

@@ -76,8 +76,14 @@ class LinkTest : public ::testing::Test, private LinkListener {
   void StartLink() {
     link_ = std::make_unique<MqttLink>(
         options_, [this](std::function<void()> task) { queue_.Post(std::move(task)); },
-        [](const InboundRequest& request) {
-          return std::vector<OutboundMessage>{Message("refused", request.payload)};
+        [this](InboundRequest request) {
+          const std::string payload = request.payload;
+          queue_.Post([this, request = std::move(request)] {
+            requests_.push_back(request);
+            heard_.push_back("request " + request.topic + " " + request.payload);
+          });
+          return payload == "too much" ? std::vector<OutboundMessage>{Message("refused", payload)}
+                                       : std::vector<OutboundMessage>();
         });
     link_->Start(this);
   }
@@ -113,10 +119,6 @@ class LinkTest : public ::testing::Test, private LinkListener {
   void OnAcknowledged(std::uint64_t publication, int reason_code) override {
     heard_.push_back("acknowledged " + std::to_string(publication) + " " +
                      std::to_string(reason_code));
-  }
-  void OnRequest(const InboundRequest& request) override {
-    requests_.push_back(request);
-    heard_.push_back("request " + request.topic + " " + request.payload);
   }
 
   ScriptedBroker broker_;
@@ -247,24 +249,29 @@ TEST_F(LinkTest, HandsOverAnEmptyRequest) {
   EXPECT_FALSE(requests_[0].retained);
 }
 
-TEST_F(LinkTest, KeepsOfARequestThatIsTooLargeItsSizeOnly) {
+TEST_F(LinkTest, KeepsOfARequestThatIsTooLargeItsSizeAndBeginning) {
   BrokerSession session = Connected();
-  session.SendPublish("cameras/CAM1/request/get_sn", std::string(51, 'x'));
-  EXPECT_EQ(Heard(), "request cameras/CAM1/request/get_sn ");
-  EXPECT_EQ(requests_[0].size, 51U);
+  session.SendPublish("cameras/CAM1/request/get_sn", std::string(2000, 'x'));
+  EXPECT_EQ(Heard(), "request cameras/CAM1/request/get_sn " + std::string(1024, 'x'));
+  EXPECT_EQ(requests_[0].size, 2000U);
 }
 
-TEST_F(LinkTest, TurnsRequestsAwayWhileTooManyWait) {
-  options_.max_requests_waiting = 1;
+TEST_F(LinkTest, HandsOverWhenAMessageExpires) {
   BrokerSession session = Connected();
-  session.SendPublish("cameras/CAM1/request/get_sn", "first");
-  session.SendPublish("cameras/CAM1/request/get_sn", "second");
+  session.SendPublish("cameras/CAM1/request/get_sn", "a");
+  session.SendPublish("cameras/CAM1/request/get_sn", "b", std::string("\x02\0\0\x01\x02", 5));
+  Heard();
+  Heard();
+  EXPECT_FALSE(requests_[0].expires_in);
+  EXPECT_EQ(requests_[1].expires_in, std::chrono::seconds(258));
+  EXPECT_GE(requests_[1].received_at, requests_[0].received_at);
+}
+
+TEST_F(LinkTest, SendsWhatIsToBeSentAtOnce) {
+  BrokerSession session = Connected();
+  session.SendPublish("cameras/CAM1/request/get_sn", "too much");
   const ReadPublish refusal = session.ExpectPublish();
-  EXPECT_EQ(refusal.topic + " " + refusal.payload, "refused second");
-  EXPECT_EQ(link_->TurnedAwayRequests(), 1U);
-  EXPECT_EQ(Heard(), "request cameras/CAM1/request/get_sn first");
-  session.SendPublish("cameras/CAM1/request/get_sn", "third");
-  EXPECT_EQ(Heard(), "request cameras/CAM1/request/get_sn third");
+  EXPECT_EQ(refusal.topic + " " + refusal.payload, "refused too much");
 }
 
 TEST_F(LinkTest, SendsCorrelationDataWhereAMessageHasSome) {
@@ -319,10 +326,10 @@ TEST_F(LinkTest, SuspectsAnotherClientBehindConnectionsThatDoNotLast) {
 }
 
 TEST_F(LinkTest, ToldOfARefusalOfItsOwnReportsNoAcknowledgement) {
-  options_.max_requests_waiting = 0;
   BrokerSession session = Connected();
-  session.SendPublish("cameras/CAM1/request/get_sn", "one");
+  session.SendPublish("cameras/CAM1/request/get_sn", "too much");
   session.SendPuback(session.ExpectPublish().message_id, 0);
+  Heard();
   const Publication publication = link_->Publish(Message("t", "two"));
   session.SendPuback(session.ExpectPublish().message_id, 0);
   EXPECT_EQ(Heard(), "acknowledged " + std::to_string(publication.id) + " 0");
@@ -349,8 +356,7 @@ TEST_F(LinkTest, ReportsNothingAfterItWasStopped) {
   BrokerSession session = Connected();
   link_->Publish(Message("t", "one"));
   session.SendPuback(session.ExpectPublish().message_id, 0);
-  session.SendPublish("cameras/CAM1/request/get_sn", "{}");
-  ASSERT_TRUE(queue_.HoldsSoon(2));
+  ASSERT_TRUE(queue_.HoldsSoon(1));
   link_->Stop(Message("t", "bye"));
   EXPECT_EQ(link_->Publish(Message("t", "two")).result, PublishResult::kLinkDown);
   queue_.Post([this] { heard_.push_back("end"); });

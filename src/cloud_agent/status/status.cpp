@@ -1,6 +1,6 @@
-#include "cloud_agent/status.h"
+#include "cloud_agent/status/status.h"
 
-#include <json/value.h>
+#include <chrono>
 
 #include "json_text.h"
 
@@ -54,19 +54,38 @@ Json::Value UndeliveredJson(const std::optional<Undelivered>& undelivered) {
   return object;
 }
 
+Json::Value LastErrorJson(const std::optional<tarvex::LoggedError>& error) {
+  if (!error) {
+    return {};
+  }
+  using std::chrono::duration_cast;
+  using std::chrono::seconds;
+  Json::Value object(Json::objectValue);
+  object["text"] = error->text;
+  object["at"] = Json::Int64{duration_cast<seconds>(error->time.time_since_epoch()).count()};
+  return object;
+}
+
 }  // namespace
 
-std::string OnlineStatus(const std::set<std::string>& requests,
-                         const std::set<std::string>& publishes, const StatusCounters& counters,
-                         const std::optional<Undelivered>& undelivered) {
-  Json::Value status(Json::objectValue);
-  status["online"] = true;
-  status["requests"] = NamesJson(requests);
-  status["publishes"] = NamesJson(publishes);
-  status["counters"] = CountersJson(counters);
-  status["undelivered"] = UndeliveredJson(undelivered);
+std::string AgentVersion() { return AGENT_VERSION; }
+
+std::string OnlineStatus(const Status& status) {
+  Json::Value document(Json::objectValue);
+  document["online"] = true;
+  document["device"] = status.is_device_there;
+  document["health"] = status.health;
+  document["versions"]["agent"] = status.versions.agent;
+  document["versions"]["plugin"] = status.versions.plugin;
+  document["versions"]["camera"] = status.versions.camera;
+  document["started_at"] = Json::Int64{status.started_at};
+  document["last_error"] = LastErrorJson(status.last_error);
+  document["requests"] = NamesJson(status.requests);
+  document["publishes"] = NamesJson(status.publishes);
+  document["counters"] = CountersJson(status.counters);
+  document["undelivered"] = UndeliveredJson(status.undelivered);
   std::string text;
-  return Json::Json2String(status, text) ? text : R"({"online":true})";
+  return Json::Json2String(document, text) ? text : R"({"online":true})";
 }
 
 std::string OfflineStatus() { return R"({"online":false})"; }

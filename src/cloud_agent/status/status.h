@@ -6,8 +6,11 @@
 #include <set>
 #include <string>
 
+#include <json/value.h>
+
 #include "cloud_agent/delivery/delivery_guard.h"
 #include "cloud_agent/delivery/undelivered.h"
+#include "platform/latest_error.h"
 
 namespace agent {
 
@@ -28,10 +31,29 @@ struct StatusCounters {
   std::uint64_t request_errors = 0;
 };
 
+struct Versions {
+  std::string agent;
+  std::string plugin;  ///< the library's build id
+  std::string camera;  ///< of the application software
+};
+
+/// The version of this agent.
+std::string AgentVersion();
+
+struct Status {
+  std::set<std::string> requests;
+  std::set<std::string> publishes;
+  StatusCounters counters;
+  std::optional<Undelivered> undelivered;
+  bool is_device_there = false;
+  Json::Value health;  ///< as DeviceHealth tells it
+  Versions versions;
+  std::int64_t started_at = 0;  ///< seconds since 1970
+  std::optional<tarvex::LoggedError> last_error;
+};
+
 /// @return the status text, one line of JSON.
-std::string OnlineStatus(const std::set<std::string>& requests,
-                         const std::set<std::string>& publishes, const StatusCounters& counters,
-                         const std::optional<Undelivered>& undelivered);
+std::string OnlineStatus(const Status& status);
 
 /// The same of a camera that is not there, which is also the will.
 std::string OfflineStatus();

@@ -1,9 +1,9 @@
-#include "cloud_agent/status.h"
+#include "cloud_agent/status/status.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "fake_bus.h"
+#include "../fake_bus.h"
 #include "json_text.h"
 
 namespace agent {
@@ -21,17 +21,50 @@ TEST(Status, OfACameraThatIsNotThereIsTheWill) {
   EXPECT_EQ(OfflineStatus(), R"({"online":false})");
 }
 
+/// The status text of an online camera, read back.
+Json::Value Online(const Status& status) { return Parsed(OnlineStatus(status)); }
+
 TEST(Status, NamesRequestsAndMessages) {
-  const Json::Value status = Parsed(OnlineStatus({"b", "a"}, {"c"}, {}, std::nullopt));
-  EXPECT_EQ(status["online"], Json::Value(true));
-  EXPECT_EQ(status["requests"], Parsed(R"(["a","b"])"));
-  EXPECT_EQ(status["publishes"], Parsed(R"(["c"])"));
-  EXPECT_TRUE(status.isMember("undelivered"));
-  EXPECT_TRUE(status["undelivered"].isNull());
+  Status status;
+  status.requests = {"b", "a"};
+  status.publishes = {"c"};
+  const Json::Value document = Online(status);
+  EXPECT_EQ(document["online"], Json::Value(true));
+  EXPECT_EQ(document["requests"], Parsed(R"(["a","b"])"));
+  EXPECT_EQ(document["publishes"], Parsed(R"(["c"])"));
+  EXPECT_TRUE(document.isMember("undelivered"));
+  EXPECT_TRUE(document["undelivered"].isNull());
+}
+
+TEST(Status, TellsTheDeviceApartFromTheAgent) {
+  Status status;
+  status.health = Parsed(R"({"bus":true})");
+  EXPECT_EQ(Online(status)["device"], Json::Value(false));
+  status.is_device_there = true;
+  EXPECT_EQ(Online(status)["device"], Json::Value(true));
+  EXPECT_EQ(Online(status)["health"], status.health);
+}
+
+TEST(Status, TellsVersionsAndTheStart) {
+  Status status;
+  status.versions = {"1", "ab12", "3"};
+  status.started_at = 77;
+  EXPECT_EQ(Online(status)["versions"], Parsed(R"({"agent":"1","plugin":"ab12","camera":"3"})"));
+  EXPECT_EQ(Online(status)["started_at"], Json::Value(77));
+  EXPECT_THAT(AgentVersion(), testing::MatchesRegex("[0-9]+\\.[0-9]+\\.[0-9]+"));
+}
+
+TEST(Status, TellsTheLastError) {
+  Status status;
+  EXPECT_TRUE(Online(status)["last_error"].isNull());
+  const std::chrono::system_clock::time_point at(std::chrono::seconds(99));
+  status.last_error = tarvex::LoggedError{at, "platform: why"};
+  EXPECT_EQ(Online(status)["last_error"], Parsed(R"({"text":"platform: why","at":99})"));
 }
 
 TEST(Status, HasEveryCounter) {
-  StatusCounters counters;
+  Status status;
+  StatusCounters& counters = status.counters;
   std::uint64_t number = 0;
   for (std::uint64_t* counter :
        {&counters.connections, &counters.published, &counters.acknowledged,
@@ -44,7 +77,7 @@ TEST(Status, HasEveryCounter) {
         &counters.delivery.withheld_acks, &counters.requests, &counters.request_errors}) {
     *counter = ++number;
   }
-  EXPECT_EQ(Parsed(OnlineStatus({}, {}, counters, std::nullopt))["counters"],
+  EXPECT_EQ(Online(status)["counters"],
             Parsed(R"({"connections":1,"published":2,"acknowledged":3,"refused_by_broker":4,
                        "dropped_link_down":5,"dropped_backlog_full":6,
                        "dropped_not_publishable":7,"pictures_failed":8,
@@ -56,10 +89,11 @@ TEST(Status, HasEveryCounter) {
 }
 
 TEST(Status, TellsWhatIsUndelivered) {
-  EXPECT_EQ(Parsed(OnlineStatus({}, {}, {}, Undelivered{4, 90}))["undelivered"],
-            Parsed(R"({"count":4,"oldest_age_s":90})"));
-  EXPECT_EQ(Parsed(OnlineStatus({}, {}, {}, Undelivered{0, std::nullopt}))["undelivered"],
-            Parsed(R"({"count":0,"oldest_age_s":null})"));
+  Status status;
+  status.undelivered = Undelivered{4, 90};
+  EXPECT_EQ(Online(status)["undelivered"], Parsed(R"({"count":4,"oldest_age_s":90})"));
+  status.undelivered = Undelivered{0, std::nullopt};
+  EXPECT_EQ(Online(status)["undelivered"], Parsed(R"({"count":0,"oldest_age_s":null})"));
 }
 
 TEST(UndeliveredQuery, AsksTheStore) {

@@ -1,0 +1,35 @@
+// Lets a host see what the bus requests of its process come to.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+namespace tarvex {
+
+enum class BusOutcome {
+  kAnswered,
+  kNobody,        ///< nobody serves the queue
+  kTimedOut,      ///< no answer in time
+  kNotConnected,  ///< the bus is not there, does not take it, or was lost meanwhile
+};
+
+/// A request on the bus that is over.
+struct BusRequest {
+  std::string queue;
+  BusOutcome outcome = BusOutcome::kNotConnected;
+  std::chrono::milliseconds time{0};  ///< that it took
+  std::string reply;                  ///< bytes, where it was answered
+};
+
+using BusWatch = std::function<void(const BusRequest& request)>;
+
+/// Installs the watch of this process: it is called on the requester's thread after every
+/// request of a DpClient. An empty one ends that. To be called on that thread, or before
+/// requests are made.
+void SetBusWatch(BusWatch watch);
+
+/// For clients: tells the watch, where there is one.
+void NoteBusRequest(const BusRequest& request);
+
+}  // namespace tarvex
