@@ -18,7 +18,6 @@ using std::chrono::milliseconds;
 constexpr std::size_t kMaxId_bytes = 256;
 constexpr std::size_t kMaxKey_bytes = 128;
 constexpr int kLongestExpiry_ms = 24 * 60 * 60 * 1000;
-constexpr std::size_t kMaxNameShown_bytes = 64;
 
 bool IsUsableId(const Json::Value& id) {
   return id.isNumeric() || (id.isString() && id.asString().size() <= kMaxId_bytes);

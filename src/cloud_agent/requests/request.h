@@ -36,6 +36,9 @@ constexpr char kOfflineDevice[] = "offline_device";
 constexpr char kFailed[] = "failed";
 }  // namespace code
 
+/// How much of a name that a requester has chosen stands in texts and in the log.
+constexpr std::size_t kMaxNameShown_bytes = 64;
+
 /// Why a request is not carried out, or was not; no code: nothing is wrong.
 struct RequestError {
   std::string code;

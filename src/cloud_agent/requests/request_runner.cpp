@@ -17,7 +17,6 @@ using tarvex::BusOutcome;
 using tarvex::BusRequest;
 
 constexpr char kVersion[] = "1.0";
-constexpr std::size_t kMaxNameShown_bytes = 64;
 
 const char* OutcomeText(BusOutcome outcome) {
   switch (outcome) {
@@ -123,7 +122,6 @@ Json::Value RequestRunner::OnMessage(const std::string& name, const Json::Value&
     return {};
   }
   answer_ = payload;
-  has_answer_ = true;
   return current_->id;
 }
 
@@ -181,8 +179,8 @@ Json::Value RequestRunner::CarryOut(const Request& request) {
     response["code"] = error.code;
     response["error"] = error.text;
   }
-  if (std::exchange(has_answer_, false)) {
-    response["answer"] = std::exchange(answer_, {});
+  if (const std::optional<Json::Value> answer = std::exchange(answer_, std::nullopt)) {
+    response["answer"] = *answer;
   }
   const std::vector<BusRequest> bus_requests = std::exchange(bus_requests_, {});
   if (options_.diagnose) {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -78,8 +79,7 @@ class RequestRunner {
 
   // Of the request that is being carried out.
   const Request* current_ = nullptr;
-  Json::Value answer_;
-  bool has_answer_ = false;
+  std::optional<Json::Value> answer_;
   std::vector<tarvex::BusRequest> bus_requests_;
 };
 
