@@ -6,16 +6,9 @@
 #include <chrono>
 #include <filesystem>
 
-#include "json_text.h"
 #include "rig_test.h"
 
 namespace {
-
-std::string Compact(const Json::Value& value) {
-  std::string text;
-  Json::Json2String(value, text);
-  return text;
-}
 
 class DeviceRequests : public RigTest {
  protected:

@@ -4,7 +4,6 @@
 #include <iterator>
 #include <vector>
 
-#include "json_text.h"
 #include "rig_test.h"
 
 namespace {

@@ -1,5 +1,4 @@
 // Requests made at random from the contract's schemas, whole and damaged.
-#include "json_text.h"
 #include "rig_test.h"
 #include "support/contract.h"
 #include "support/random_json.h"
@@ -63,8 +62,7 @@ TEST_P(GeneratedRequests, ThatTheContractAllowsAreNotRefused) {
     if (GetParam() == "get_image_by_id") {
       request["payload"]["body"]["id"] = 1;  // a schema cannot say which there are
     }
-    std::string text;
-    Json::Json2String(request, text);
+    const std::string text = Compact(request);
     const Json::Value response = ResponseTo(text);
     EXPECT_EQ(response["result"], true) << text << "\n" << response;
     EXPECT_EQ(response["id"], request["id"]) << text;

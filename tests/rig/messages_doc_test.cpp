@@ -11,7 +11,6 @@
 #include <set>
 #include <sstream>
 
-#include "json_text.h"
 #include "rig_test.h"
 
 namespace {
@@ -54,8 +53,7 @@ Json::Value WithoutVolatile(const Json::Value& value) {
 
 /// On one line where there is room.
 std::string Styled(const Json::Value& value) {
-  std::string line;
-  Json::Json2String(value, line);
+  const std::string line = Compact(value);
   if (line.size() <= 100) {
     return line;
   }

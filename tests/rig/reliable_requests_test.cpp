@@ -3,7 +3,6 @@
 #include <map>
 #include <set>
 
-#include "json_text.h"
 #include "rig_test.h"
 
 namespace {

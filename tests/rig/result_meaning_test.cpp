@@ -2,16 +2,9 @@
 // replied, not that it did it; false that it did not reply in time, not that it did nothing.
 #include <ctime>
 
-#include "json_text.h"
 #include "rig_test.h"
 
 namespace {
-
-std::string Compact(const Json::Value& value) {
-  std::string text;
-  Json::Json2String(value, text);
-  return text;
-}
 
 class ResultMeaning : public RigTest {
  protected:

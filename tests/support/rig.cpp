@@ -25,6 +25,12 @@ Json::Value ParseJson(const std::string& text) {
   return value;
 }
 
+std::string Compact(const Json::Value& value) {
+  std::string text;
+  Json::Json2String(value, text);
+  return text;
+}
+
 Rig::Rig(const RigPrograms& rig_programs)
     : programs(rig_programs), cloud(std::make_unique<MqttClient>(broker.port(), "cameras/#")) {}
 
@@ -119,12 +125,10 @@ Json::Value Rig::RequestWith(const std::string& name, const Json::Value& payload
   request["id"] = std::to_string(++last_request_);
   request["version"] = version;
   request["payload"] = payload;
-  std::string text;
-  Json::Json2String(request, text);
   // A client that is just coming back to a restarted broker would miss the response.
   WaitUntil([this] { return cloud->IsSubscribed(); });
   // A message that came before the response stays, to be awaited after it.
-  cloud->Publish(Topic("request/" + name), text);
+  cloud->Publish(Topic("request/" + name), Compact(request));
   const auto response = cloud->Pick([&](const MqttClient::Message& candidate) {
     return candidate.topic == Topic("response/" + name) &&
            ParseJson(candidate.payload)["id"] == request["id"];

@@ -91,3 +91,6 @@ class Rig {
 
 /// Parses text that must be JSON. Throws std::runtime_error.
 Json::Value ParseJson(const std::string& text);
+
+/// The text of a value, on one line.
+std::string Compact(const Json::Value& value);
