@@ -8,11 +8,11 @@
 #include <utility>
 #include <vector>
 
-#include "console/clock.h"
 #include "console/http/files.h"
 #include "json_text.h"
 #include "platform/json_member.h"
 #include "platform/log.h"
+#include "platform/trace.h"
 #include "tarvex/base64.h"
 
 namespace console {
@@ -21,7 +21,6 @@ namespace {
 using std::chrono::milliseconds;
 using tarvex::Member;
 
-constexpr char kTraceTopic[] = "TRACE_MESSAGES";
 constexpr char kPassportQueue[] = "CONSOLE_PASSPORTS";
 constexpr char kControlQueue[] = "CAMERA_CTL";
 constexpr const char* kTopics[] = {"BUS_SRV_IVS_RESULT",       "BUS_SRV_LANECTRL_RESULT",
@@ -151,7 +150,7 @@ Console::Console(boost::asio::io_context& context, const ConsoleOptions& options
       desk_({options.broker.host + ":" + std::to_string(options.broker.port), BusAddress()}),
       metrics_(RequestNames(options.contract_file)),
       book_([this](const Passport& passport, const char* step) { OnStep(passport, step); }),
-      run_("console-" + std::to_string(Now_us() / 1000000) + "-"),
+      run_("console-" + std::to_string(tarvex::TraceClock_us() / 1000000) + "-"),
       second_(context),
       flush_(context) {
   for (const auto& [sn, prefix] : options_.cameras) {
@@ -170,10 +169,10 @@ Console::Console(boost::asio::io_context& context, const ConsoleOptions& options
   if (options_.link_port != 0) {
     link_ = std::make_unique<TcpProxy>(options_.broker.port, options_.link_port);
     link_state_.port = link_->port();
-    desk_.OnLink(link_state_, Now_us());
+    desk_.OnLink(link_state_, tarvex::TraceClock_us());
   }
   bus_ = std::make_unique<BusClient>(
-      context, [this](bool is_connected) { desk_.OnBus(is_connected, Now_us()); });
+      context, [this](bool is_connected) { desk_.OnBus(is_connected, tarvex::TraceClock_us()); });
   for (const auto& [sn, prefix] : options_.cameras) {
     ListenToCamera(sn, prefix);
   }
@@ -182,10 +181,10 @@ Console::Console(boost::asio::io_context& context, const ConsoleOptions& options
   broker_ = std::make_unique<BrokerClient>(
       context, broker,
       BrokerClient::Handlers{
-          [this](bool is_connected) { desk_.OnBroker(is_connected, Now_us()); },
+          [this](bool is_connected) { desk_.OnBroker(is_connected, tarvex::TraceClock_us()); },
           [this](const BrokerMessage& message) { book_.OnBrokerMessage(message); },
           [this](const std::string& sn, const std::string& text) {
-            desk_.OnStatus(sn, text, Now_us());
+            desk_.OnStatus(sn, text, tarvex::TraceClock_us());
           }});
   EverySecond();
   Flush();
@@ -200,10 +199,11 @@ std::string Console::Address() const {
 // What is heard ---------------------------------------------------------------------
 
 void Console::ListenToCamera(const std::string& sn, const std::string& prefix) {
-  bus_->Listen(prefix + kTraceTopic, [this](const std::string& text) { OnTrace(text); });
+  bus_->Listen(prefix + tarvex::kTraceTopic,
+               [this](const std::string& text, Time_us) { OnTrace(text); });
   for (const char* topic : kTopics) {
-    bus_->Listen(prefix + topic, [this, sn, topic](const std::string& body) {
-      book_.OnBusMessage(sn, topic, body, Now_us());
+    bus_->Listen(prefix + topic, [this, sn, topic](const std::string& body, Time_us at_us) {
+      book_.OnBusMessage(sn, topic, body, at_us);
     });
   }
   bus_->ServeQueue(prefix + kPassportQueue,
@@ -219,14 +219,15 @@ void Console::OnTrace(const std::string& text) {
   if (Member(event, "event") == "link" && sn.isString() && desk_.Knows(sn.asString())) {
     const Json::Value& reason = Member(event, "reason");
     desk_.OnAgentLink(sn.asString(), Member(event, "up") == true,
-                      reason.isString() ? reason.asString() : "no reason given", Now_us());
+                      reason.isString() ? reason.asString() : "no reason given",
+                      tarvex::TraceClock_us());
   }
   book_.OnTrace(event);
 }
 
 void Console::OnStep(const Passport& passport, const std::string& step) {
   metrics_.OnStep(passport, step.c_str());
-  desk_.OnStep(passport, step, Now_us());
+  desk_.OnStep(passport, step, tarvex::TraceClock_us());
   if (step != "published" || !passport.plate_id || passport.bus) {
     return;
   }
@@ -246,7 +247,7 @@ void Console::OnStep(const Passport& passport, const std::string& step) {
                                                     tarvex::Base64::kPaddingRequired |
                                                     tarvex::Base64::kEndAtBuffer,
                                                 &bytes, nullptr);
-                book_.OnStoredRecord(sn, bytes, Now_us());
+                book_.OnStoredRecord(sn, bytes, tarvex::TraceClock_us());
               }
             });
 }
@@ -304,14 +305,14 @@ void Console::EverySecond() {
   for (const auto& [sn, prefix] : options_.cameras) {
     AskCamera(sn, command, kStateTimeout,
               [this, sn = sn](const Json::Value& answer, const std::string& error) {
-                desk_.OnWorld(sn, Member(answer, "state"), error, Now_us());
+                desk_.OnWorld(sn, Member(answer, "state"), error, tarvex::TraceClock_us());
                 if (const auto backlog = desk_.BacklogOf(sn)) {
                   metrics_.OnBacklog(sn, *backlog);
                 }
               });
   }
-  book_.OnTime(Now_us());
-  desk_.OnTime(Now_us());
+  book_.OnTime(tarvex::TraceClock_us());
+  desk_.OnTime(tarvex::TraceClock_us());
   second_.expires_after(kSecond);
   second_.async_wait([this](const boost::system::error_code& error) {
     if (!error) {
@@ -323,10 +324,10 @@ void Console::EverySecond() {
 void Console::Flush() {
   if (link_) {
     link_state_.connections = link_->connections();
-    desk_.OnLink(link_state_, Now_us());
+    desk_.OnLink(link_state_, tarvex::TraceClock_us());
   }
   const std::vector<const Passport*> passports = book_.TakeChanged();
-  Json::Value changes = desk_.TakeChanged(Now_us());
+  Json::Value changes = desk_.TakeChanged(tarvex::TraceClock_us());
   if (server_->watchers() > 0 && (!passports.empty() || !changes.isNull())) {
     changes["type"] = "changes";
     if (!passports.empty()) {
@@ -343,7 +344,7 @@ void Console::Flush() {
 }
 
 std::string Console::Snapshot() const {
-  Json::Value snapshot = desk_.All(Now_us());
+  Json::Value snapshot = desk_.All(tarvex::TraceClock_us());
   snapshot["type"] = "snapshot";
   snapshot["passports"] = ToArray(book_.All());
   return ToText(snapshot);
@@ -468,7 +469,7 @@ HttpResponse Console::SendRequest(const std::string& sn, const std::string& name
   Passport::Request request;
   request.topic = options_.broker.root + "/" + sn + "/request/" + name;
   request.payload = text;
-  request.at_us = Now_us();
+  request.at_us = tarvex::TraceClock_us();
   request.correlation = run_ + std::to_string(++last_request_);
   if (!broker_->SendRequest(request.topic, text, request.correlation)) {
     return ErrorResponse(503, "the broker is not there: the request was not sent");
@@ -511,7 +512,8 @@ HttpResponse Console::RestartAgent(const std::string& sn) {
   if (pid <= 1 || program != "cloud_agent" || kill(pid, SIGTERM) != 0) {
     return ErrorResponse(502, "there is no agent with the process id that is in " + file->second);
   }
-  desk_.Tell("The agent of " + sn + " is told to end; it is started again.", "info", Now_us());
+  desk_.Tell("The agent of " + sn + " is told to end; it is started again.", "info",
+             tarvex::TraceClock_us());
   return JsonResponse(Json::Value(Json::objectValue));
 }
 
@@ -548,7 +550,7 @@ HttpResponse Console::ChangeLink(const std::string& text) {
     link_->Cut();
   }
   link_state_ = state;
-  desk_.OnLink(link_state_, Now_us());
+  desk_.OnLink(link_state_, tarvex::TraceClock_us());
   return JsonResponse(Json::Value(Json::objectValue));
 }
 

@@ -75,6 +75,7 @@ const Control::Row* Control::Find(const std::string& name) {
       {"state", &Control::State},
       {"scene", &Control::Scene},
       {"white-list", &Control::WhiteList},
+      {"record", &Control::Record},
   };
   for (const Row& row : rows) {
     if (name == row.name) {
@@ -186,6 +187,17 @@ void Control::WhiteList(const Json::Value& command, const Reply& reply) {
   Json::Value answer;
   answer["total"] = static_cast<Json::Int64>(device_.white_list.Count());
   answer["white_list"] = device_.white_list.Records(from, std::min(count, kMaxListed));
+  reply(Ok(answer));
+}
+
+void Control::Record(const Json::Value& command, const Reply& reply) {
+  const std::optional<std::string> record =
+      device_.results.Find(RequiredUnsigned(command, "plate_id"));
+  if (!record) {
+    throw RequestError("there is no result of that plate id");
+  }
+  Json::Value answer;
+  answer["record"] = tarvex::Base64::Encode(*record);
   reply(Ok(answer));
 }
 

@@ -42,6 +42,7 @@ class Control {
   void State(const Json::Value& command, const Reply& reply);
   void Scene(const Json::Value& command, const Reply& reply);
   void WhiteList(const Json::Value& command, const Reply& reply);
+  void Record(const Json::Value& command, const Reply& reply);
 
   void RequireUp() const;
 

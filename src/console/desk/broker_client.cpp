@@ -9,8 +9,8 @@
 
 #include <boost/asio/post.hpp>
 
-#include "console/clock.h"
 #include "platform/log.h"
+#include "platform/trace.h"
 
 namespace console {
 namespace {
@@ -33,7 +33,7 @@ BrokerMessage ToMessage(const mosquitto_message& arrived, const mosquitto_proper
     message.payload.assign(static_cast<const char*>(arrived.payload),
                            static_cast<std::size_t>(arrived.payloadlen));
   }
-  message.at_us = Now_us();
+  message.at_us = tarvex::TraceClock_us();
   void* data = nullptr;
   std::uint16_t length = 0;
   if (mosquitto_property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &data, &length,

@@ -8,6 +8,7 @@
 
 #include "platform/log.h"
 #include "platform/nats_handle.h"
+#include "platform/trace.h"
 
 namespace console {
 namespace {
@@ -88,7 +89,9 @@ BusClient::~BusClient() {
 void BusClient::Listen(const std::string& subject, OnMessage on_message) {
   Subscribe(subject, false,
             [mailbox = mailbox_, on_message = std::move(on_message)](natsMsg* message) {
-              mailbox->Post([on_message, body = BodyOf(message)] { on_message(body); });
+              mailbox->Post([on_message, body = BodyOf(message), at_us = tarvex::TraceClock_us()] {
+                on_message(body, at_us);
+              });
             });
 }
 

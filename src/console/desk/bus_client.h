@@ -14,6 +14,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
 
+#include "console/passports/passport.h"
 #include "platform/nats_link.h"
 
 namespace console {
@@ -24,7 +25,8 @@ class BusClient {
  public:
   enum class Asked { kAnswered, kNobody, kTimedOut, kNotConnected };
   using OnAnswer = std::function<void(Asked outcome, const std::string& answer)>;
-  using OnMessage = std::function<void(const std::string& body)>;
+  /// @param at_us when it arrived.
+  using OnMessage = std::function<void(const std::string& body, Time_us at_us)>;
   /// Answers a request of others.
   using Serve = std::function<std::string(const std::string& request)>;
 

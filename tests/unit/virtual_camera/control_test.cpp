@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "desk_camera.h"
+#include "tarvex/base64.h"
 #include "virtual_camera/device/request_error.h"
 
 namespace virtual_camera {
@@ -129,6 +130,15 @@ TEST_F(Commands, ShowNoMoreOfTheWhiteListThanFitsABusMessage) {
   const Json::Value answer = Send(R"({"command":"white-list","count":1000})");
   EXPECT_EQ(answer["total"], 300);
   EXPECT_LT(Compact(answer).size(), size_t{1000000});
+}
+
+TEST_F(Commands, ShowTheRecordOfAResult) {
+  CarPasses("AB123CD");
+  const std::string record = *device->results.Newest();
+  EXPECT_EQ(Send(R"({"command":"record","plate_id":1})")["record"],
+            tarvex::Base64::Encode(record));
+  EXPECT_EQ(Send(R"({"command":"record","plate_id":2})")["ok"], false);
+  EXPECT_EQ(Send(R"({"command":"record"})")["ok"], false);
 }
 
 TEST_F(Commands, AreRefusedDuringAReboot) {
