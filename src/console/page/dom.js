@@ -13,7 +13,7 @@ export function el(tag, attributes = {}, ...children) {
       node.setAttribute(name, String(value));
     }
   }
-  node.append(...children.flat().filter((child) => child !== null && child !== undefined));
+  node.append(...children.flat(Infinity).filter((child) => child !== null && child !== undefined));
   return node;
 }
 

@@ -6,8 +6,9 @@ import {block, el, labelled, reconcile, setAttribute, setText} from "./dom.js";
 import {clock} from "./texts.js";
 
 export function createOutageView(section, desk) {
-  const blocks = [ledger(), link(desk), deeds(desk), told()];
-  section.append(el("div", {class: "blocks"}, blocks.map((one) => one.node)));
+  const columns = [[link(desk), deeds(desk)], [ledger(), told()]];
+  const blocks = columns.flat();
+  section.append(el("div", {class: "blocks"}, columns.map((column) => el("div", {}, column.map((one) => one.node)))));
   return {update: () => blocks.forEach((one) => one.update(desk))};
 }
 
@@ -22,7 +23,7 @@ function link(desk) {
   const delay = numeric("limp-delay", "200");
   const bytes = numeric("limp-bytes", "20000");
   const buttons = [["cut", "Cut it"], ["frozen", "Freeze it"], ["limping", "Let it limp"], ["whole", "Make it whole"]].map(([mode, text]) => {
-    const node = button(text, {"data-link": mode, "aria-pressed": "false", class: mode === "whole" ? "primary" : null});
+    const node = button(text, {"data-link": mode, "aria-pressed": "false"});
     node.addEventListener("click", () => act(node, outcome, async () => {
       await post("/api/link", mode === "limping" ? {mode, delay_ms: numberOf(delay), bytes_per_second: numberOf(bytes)} : {mode});
       return "";

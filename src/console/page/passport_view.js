@@ -204,7 +204,7 @@ function recordTable(record) {
             el("p", {class: "quiet"}, record.title),
             record.fields.map((field) => el("div", {
               class: "field", "data-side": "record", "data-group": field.group, "data-field": field.key,
-              "data-offset": field.offset, "data-length": field.bytes.length, "data-reserved": field.key === null,
+              "data-long": field.bytes.length > 16, "data-offset": field.offset, "data-length": field.bytes.length, "data-reserved": field.key === null,
             },
             el("span", {class: "offset"}, String(field.offset)),
             el("span", {class: "what"}, field.key === null ? el("span", {class: "key"}, field.label)

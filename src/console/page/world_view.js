@@ -10,9 +10,10 @@ const max_log = 100;
 
 export function createWorldView(section, desk) {
   const away = el("p", {class: "notice", id: "world-away"});
-  const blocks = [cars(desk), lane(desk), inputs(desk), outputs(), head(section, desk), serial(desk), identity(desk),
-                  whiteList(section, desk), services(desk), facts()];
-  section.append(away, el("div", {class: "blocks"}, blocks.map((one) => one.node)));
+  const columns = [[cars(desk), lane(desk), inputs(desk), outputs(), head(section, desk)],
+                   [serial(desk), identity(desk), whiteList(section, desk)], [services(desk), facts()]];
+  const blocks = columns.flat();
+  section.append(away, el("div", {class: "blocks"}, columns.map((column) => el("div", {}, column.map((one) => one.node)))));
   return {
     show() {
       blocks.forEach((one) => one.show?.());
@@ -219,9 +220,9 @@ function serial(desk) {
     const counts = el("p", {class: "quiet"});
     const text = field(`serial-${channel}`);
     const outcome = note();
-    const go = button("Comes in");
+    const go = button("Have it come in");
     const node = el("div", {"data-channel": channel}, el("h4", {}, `Channel ${channel}`), log, counts,
-                    form(labelled("Text that the line brings", text), go, outcome, async () => {
+                    form(labelled("Text on the line", text), go, outcome, async () => {
                       await command(desk, {command: "serial", channel, text: text.value});
                       text.value = "";
                       return "";
@@ -411,7 +412,7 @@ function services(desk) {
 function facts() {
   const list = el("dl", {class: "facts wide"});
   return {
-    node: block("facts", "And else", list),
+    node: block("facts", "Also", list),
     update(world) {
       const rows = [
         ["clock", world.clock && `${world.clock.local}${world.clock.offset_s ? `, ${world.clock.offset_s > 0 ? "+" : ""}${world.clock.offset_s} s against the host's` : ""}`],
