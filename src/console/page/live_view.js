@@ -210,6 +210,9 @@ function backlogGauge() {
       setText(words, n === null ? "not known" : n === 1 ? "result is undelivered" : "results are undelivered");
       meter.hidden = !n;
       meter.max = Math.max(most, 1);
+      meter.optimum = 0;
+      meter.low = meter.max / 3;
+      meter.high = 2 * meter.max / 3;
       meter.value = n ?? 0;
       setText(meter, `${n ?? 0} of ${most}`);
       setText(oldest, seconds !== null ? `The oldest is ${age(seconds)} old.` : n ? "Age of the oldest: not known." : n === 0 ? "Everything is delivered." : "");

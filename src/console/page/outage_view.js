@@ -97,7 +97,7 @@ function told() {
 
 function ledger() {
   const sentence = el("p", {id: "outage-line", class: "outage-line", role: "status"});
-  const titles = {stored: "in the store since", arrived: "arrived", left: "left", lost: "lost", twice: "came twice"};
+  const titles = {stored: "stored", arrived: "arrived", left: "left", lost: "lost", twice: "came twice"};
   const numbers = Object.fromEntries(Object.keys(titles).map((name) => [name, el("dd", {"data-ledger": name})]));
   const list = el("dl", {class: "ledger"}, Object.entries(titles).map(([name, text]) => el("div", {}, el("dt", {}, text), numbers[name])));
   const node = block("ledger", "What came of it", sentence, list);
