@@ -10,8 +10,17 @@ export function connect(onMessage, onState) {
   socket.addEventListener("open", () => onState(true));
   socket.addEventListener("close", () => {
     onState(false);
-    setTimeout(() => connect(onMessage, onState), reconnect_ms);
+    setTimeout(() => whenVisible(() => connect(onMessage, onState)), reconnect_ms);
   }, {once: true});
+}
+
+// A hidden page does not try again before somebody looks at it.
+function whenVisible(work) {
+  if (document.visibilityState === "visible") {
+    work();
+  } else {
+    document.addEventListener("visibilitychange", work, {once: true});
+  }
 }
 
 let token = document.querySelector('meta[name="console-token"]').content;

@@ -124,7 +124,9 @@ function sendingForm(desk, id, what, contents, below) {
 }
 
 function answerPlace(desk) {
-  const node = el("div", {class: "answer", "data-answer": true, "data-state": "none", role: "status"});
+  const verdict = el("p", {class: "verdict", role: "status"});
+  const rest = el("div", {class: "answer"});
+  const node = el("div", {class: "answer", "data-answer": true, "data-state": "none"}, verdict, rest);
   let id = null;
   let drawn = null;
   const draw = (passport) => {
@@ -134,7 +136,9 @@ function answerPlace(desk) {
     setAttribute(node, "data-passport", id);
     setAttribute(node, "data-result", typeof answer?.result === "boolean" ? answer.result : null);
     setAttribute(node, "data-code", answer?.code);
-    node.replaceChildren(...(id === null ? [] : answerNodes(id, passport, answer, state)));
+    verdict.dataset.level = state === "unanswered" || answer?.result === false ? "bad" : answer?.result === true ? "good" : "info";
+    verdict.replaceChildren(...(id === null ? [] : verdictNodes(answer, state)));
+    rest.replaceChildren(...(id === null ? [] : answerNodes(id, passport, answer, state)));
   };
   return {
     node,
@@ -154,19 +158,23 @@ function answerPlace(desk) {
   };
 }
 
+function verdictNodes(answer, state) {
+  if (state !== "answered") {
+    return [{sent: "Sent, no answer yet.", running: "It is being carried out.", unanswered: "There was no answer."}[state] ?? state];
+  }
+  const code = answer?.code ? [el("strong", {"data-answer-code": true}, answer.code)] : [];
+  return answer?.result === true ? ["Result true", ...(code.length ? [", but: ", ...code] : [])]
+                                 : ["Result false: ", ...(code.length ? code : ["no code"])];
+}
+
 function answerNodes(id, passport, answer, state) {
   const link = el("p", {}, el("a", {"data-open": true, href: passportLink(id)}, "Its passport"));
   if (state !== "answered") {
-    const words = {sent: "Sent, no answer yet.", running: "It is being carried out.", unanswered: "There was no answer."}[state] ?? state;
-    return [el("p", {class: state === "unanswered" ? "verdict bad" : "verdict"}, words), link];
+    return [link];
   }
   const {us, payload, at_us} = passport.response;
-  const verdict = answer?.result === true ? el("p", {class: "verdict good"}, "Result true")
-      : el("p", {class: "verdict bad"}, "Result false: ", el("strong", {"data-answer-code": true}, answer?.code ?? "no code"));
   const refused = answer?.bus?.filter((one) => one.device_error).map((one) => `${one.queue} said: ${one.device_error}`) ?? [];
   return [
-    verdict,
-    answer?.code && answer.result === true ? el("p", {}, "But: ", el("strong", {"data-answer-code": true}, answer.code)) : null,
     answer?.error ? el("p", {}, answer.error) : null,
     answer?.code ? el("p", {class: "quiet"}, errorText(answer.code).replaceAll("`", "")) : null,
     ...refused.map((text) => el("p", {class: "bad"}, text)),

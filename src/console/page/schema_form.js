@@ -87,7 +87,8 @@ function memberField(context, schema, path, initial, is_required) {
   };
 }
 
-const samples = {expires_ms: 5000, idempotency_key: "page-1", delay: 500, value: 500, plate: "AB12345", filter_enable: 1, id: "1"};
+const samples = {expires_ms: 5000, idempotency_key: "page-1", delay: 500, value: 500, plate: "AB12345", filter_enable: 1, id: "1", data: "aGVsbG8K",
+                 begin: "07:00", end: "21:00"};
 
 function sample(schema, key) {
   if (schema.const !== undefined) {
@@ -205,7 +206,8 @@ function arrayField(context, schema, path, initial, title) {
   };
   build(Array.isArray(initial) ? initial : [initial]);
   add.addEventListener("click", () => {
-    build([...items.map((item) => item.value()), sample(schema.items, path.split(".").at(-1))]);
+    const values = items.map((item) => item.value());
+    build([...values, values.at(-1) ?? sample(schema.items, path.split(".").at(-1))]);
     items.at(-1).node.querySelector("input, select, textarea")?.focus();
     context.changed();
   });
