@@ -84,8 +84,14 @@ tickWhileVisible();
 
 window.addEventListener("hashchange", follow);
 follow();
-connect((message) => desk.apply(message), (connected) => {
-  document.body.dataset.tried = "true";
-  desk.setConnected(connected);
-});
-loadContract().then(() => desk.changed(), () => desk.changed());
+connect(
+  (message) => desk.apply(message),
+  (connected) => {
+    document.body.dataset.tried = "true";
+    desk.setConnected(connected);
+  },
+);
+loadContract().then(
+  () => desk.changed(),
+  () => desk.changed(),
+);
