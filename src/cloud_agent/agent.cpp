@@ -344,16 +344,15 @@ void Agent::OnAcknowledged(std::uint64_t publication, int reason_code) {
 }
 
 void Agent::Settle(std::uint64_t publication, int reason_code) {
-  // Before the plug-in hears of it, which takes it a bus request.
-  const TimePoint at = parts_.trace != nullptr ? parts_.now() : TimePoint();
   const bool nobody_listened = guard_.NobodyListens();
   const Answer answer = AnswerOf(reason_code);
+  if (parts_.trace != nullptr) {
+    // Before the plug-in hears of it, and has the camera mark the result as delivered.
+    parts_.trace->Acknowledged(publication, guard_.Unacknowledged(publication), answer);
+  }
   const std::optional<Sent> sent = guard_.OnAcknowledged(publication, answer);
   if (!sent) {
     return;
-  }
-  if (parts_.trace != nullptr) {
-    parts_.trace->Acknowledged(publication, *sent, answer, at);
   }
   if (answer == Answer::kRefused) {
     LogRefusal("to publish " + sent->topic, reason_code, &publication_refusal_logged_at_);

@@ -1,12 +1,13 @@
 #include "platform/trace.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include <boost/locale/utf.hpp>
 
@@ -20,6 +21,8 @@ namespace {
 
 constexpr std::size_t kMostWaiting_bytes = std::size_t{16} << 20U;
 constexpr std::int64_t kLastFlush_ms = 500;
+// Events of so long are published together: the thread's waking is most of what one costs.
+constexpr std::chrono::milliseconds kCollecting{10};
 
 /// Publishing writes to the socket, and so waits where the bus reads slowly: hence the thread.
 class BusPublisher {
@@ -48,9 +51,12 @@ class BusPublisher {
         }
         return;
       }
-      is_dropping_ = false;
+      is_dropping_ = is_dropping_ && waiting_bytes_ > 0;
       waiting_bytes_ += text.size();
       waiting_.push_back(std::move(text));
+      if (waiting_.size() > 1) {
+        return;  // the thread is about to take them
+      }
     }
     changed_.notify_one();
   }
@@ -63,14 +69,10 @@ class BusPublisher {
       if (waiting_.empty()) {
         break;
       }
-      const std::string text = std::move(waiting_.front());
-      waiting_.pop_front();
-      waiting_bytes_ -= text.size();
+      changed_.wait_for(lock, kCollecting, [this] { return is_ending_; });
+      const std::vector<std::string> taken = std::exchange(waiting_, {});
       lock.unlock();
-      if (link_->IsConnected()) {
-        natsConnection_Publish(link_->get(), subject_.c_str(), text.data(),
-                               static_cast<int>(text.size()));
-      }
+      std::for_each(taken.begin(), taken.end(), [this](const auto& text) { Publish(text); });
       lock.lock();
     }
     if (link_->IsConnected()) {
@@ -78,12 +80,21 @@ class BusPublisher {
     }
   }
 
+  void Publish(const std::string& text) {
+    if (link_->IsConnected()) {
+      natsConnection_Publish(link_->get(), subject_.c_str(), text.data(),
+                             static_cast<int>(text.size()));
+    }
+    const std::lock_guard<std::mutex> lock(mutex_);
+    waiting_bytes_ -= text.size();
+  }
+
   const std::shared_ptr<NatsLink> link_;
   const std::string subject_;
   std::mutex mutex_;  // guards the next five
   std::condition_variable changed_;
-  std::deque<std::string> waiting_;
-  std::size_t waiting_bytes_ = 0;
+  std::vector<std::string> waiting_;
+  std::size_t waiting_bytes_ = 0;  // also of those that are being published
   bool is_dropping_ = false;
   bool is_ending_ = false;
   std::thread thread_;  // the last: it uses all of the above

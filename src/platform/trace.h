@@ -52,9 +52,9 @@ class Trace {
   const Sink sink_;
 };
 
-/// A sink that publishes on the bus from a thread of its own and never waits. What the bus
-/// does not take, because it is away or slow, is dropped. The end of the last copy of the
-/// sink waits for what was told before, up to two seconds where the bus is slow.
+/// A sink that publishes on the bus from a thread of its own, some 10 ms later, and never waits.
+/// What the bus does not take, because it is away or slow, is dropped. The end of the last copy of
+/// the sink waits for what was told before, up to two seconds where the bus is slow.
 /// @param client_name how its connection calls itself.
 /// @return after an error in the log a sink that drops all, when there can be no connection.
 Trace::Sink BusTraceSink(const std::string& client_name);

@@ -187,6 +187,11 @@ bool DeliveryGuard::MayConfirmOffline(std::uint64_t publication) {
   return may_confirm;
 }
 
+const Sent* DeliveryGuard::Unacknowledged(std::uint64_t publication) const {
+  const auto found = unacknowledged_.find(publication);
+  return found == unacknowledged_.end() ? nullptr : &found->second;
+}
+
 void DeliveryGuard::OnLinkUp() { is_link_up_ = true; }
 
 // A result whose publishing step is still to come stays in hand: that step may find

@@ -105,6 +105,9 @@ class DeliveryGuard {
   /// @return what it was; empty for one of before a loss of the link.
   std::optional<Sent> OnAcknowledged(std::uint64_t publication, Answer answer);
 
+  /// The publication that the broker owes an acknowledgement for; null where it does not.
+  const Sent* Unacknowledged(std::uint64_t publication) const;
+
   void OnLinkUp();
 
   /// @return what was under way, by publication.

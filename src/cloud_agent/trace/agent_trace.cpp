@@ -96,15 +96,14 @@ void AgentTrace::NotPublished(const std::string& name, const Sent& sent, const c
   trace_.Tell("not_published", event);
 }
 
-void AgentTrace::Acknowledged(std::uint64_t publication, const Sent& sent, Answer answer,
-                              TimePoint at) const {
-  if (sent.tag == 0) {
+void AgentTrace::Acknowledged(std::uint64_t publication, const Sent* sent, Answer answer) const {
+  if (sent == nullptr || sent->tag == 0) {
     return;
   }
-  Json::Value event = PublicationJson(publication, sent);
+  Json::Value event = PublicationJson(publication, *sent);
   event["answer"] = AnswerText(answer);
-  event["us"] = Microseconds(at - sent.sent_at);
-  Tell("acknowledged", event, at);
+  event["us"] = Microseconds(now_() - sent->sent_at);
+  trace_.Tell("acknowledged", event);
 }
 
 void AgentTrace::Unconfirmed(std::uint64_t publication, const Sent& sent) const {

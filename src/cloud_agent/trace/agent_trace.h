@@ -34,7 +34,8 @@ class AgentTrace {
   // Messages of the plug-in; what the agent itself publishes is left out.
   void Published(std::uint64_t publication, const Sent& sent) const;
   void NotPublished(const std::string& name, const Sent& sent, const char* why) const;
-  void Acknowledged(std::uint64_t publication, const Sent& sent, Answer answer, TimePoint at) const;
+  /// @param sent null, as after a loss of the link: nothing is told.
+  void Acknowledged(std::uint64_t publication, const Sent* sent, Answer answer) const;
   void Unconfirmed(std::uint64_t publication, const Sent& sent) const;
 
   // What happens from the beginning of a request's turn to its end is told with its id.

@@ -31,12 +31,17 @@ export const command = (desk, what) => post(cameraPath(chosen(desk), "world"), w
 
 /// Sends a request's text; @return the id of its passport.
 export async function sendText(desk, name, text) {
-  return (await post(cameraPath(chosen(desk), `requests/${encodeURIComponent(name)}`), text)).passport;
+  return (await post(cameraPath(chosen(desk), `requests/${encodeURIComponent(name)}`), text))
+    .passport;
 }
 
 /// Sends a request and waits for its response. @return how long that took, in words. Throws what is wrong.
 export async function request(desk, name, body) {
-  const id = await sendText(desk, name, JSON.stringify({version: "1.0", payload: {type: name, body}}));
+  const id = await sendText(
+    desk,
+    name,
+    JSON.stringify({version: "1.0", payload: {type: name, body}}),
+  );
   const passport = await desk.answered(id);
   if (passport?.state !== "answered") {
     throw new Error("There was no answer.");
@@ -47,7 +52,9 @@ export async function request(desk, name, body) {
   }
   const refused = answer.bus?.find((one) => one.state_code !== undefined && one.state_code !== 200);
   if (refused) {
-    throw new Error(`The camera's service refused it: ${refused.device_error ?? refused.state_code}`);
+    throw new Error(
+      `The camera's service refused it: ${refused.device_error ?? refused.state_code}`,
+    );
   }
   return `Done in ${milliseconds(passport.response.us / 1000)}.`;
 }

@@ -5,13 +5,28 @@ const reconnect_ms = 1000;
 /// Connects for as long as the page lives. `onMessage` gets each parsed message, `onState` whether
 /// there is a connection.
 export function connect(onMessage, onState) {
-  const socket = new WebSocket(`${location.protocol === "https:" ? "wss" : "ws"}://${location.host}/ws`);
+  const socket = new WebSocket(
+    `${location.protocol === "https:" ? "wss" : "ws"}://${location.host}/ws`,
+  );
   socket.addEventListener("message", (event) => onMessage(JSON.parse(event.data)));
   socket.addEventListener("open", () => onState(true));
-  socket.addEventListener("close", () => {
-    onState(false);
-    setTimeout(() => connect(onMessage, onState), reconnect_ms);
-  }, {once: true});
+  socket.addEventListener(
+    "close",
+    () => {
+      onState(false);
+      setTimeout(() => whenVisible(() => connect(onMessage, onState)), reconnect_ms);
+    },
+    {once: true},
+  );
+}
+
+// A hidden page does not try again before somebody looks at it.
+function whenVisible(work) {
+  if (document.visibilityState === "visible") {
+    work();
+  } else {
+    document.addEventListener("visibilitychange", work, {once: true});
+  }
 }
 
 let token = document.querySelector('meta[name="console-token"]').content;

@@ -22,21 +22,22 @@ export const hasContract = () => contract !== null;
 /// success and failure mean).
 export function requests() {
   return Object.entries(contract?.components.messages ?? {})
-      .filter(([key]) => key.startsWith("request_"))
-      .map(([key, message]) => ({
-             name: message.name,
-             summary: message.summary ?? "",
-             schema: whole(message.payload),
-             example: message.examples?.[0]?.payload ?? {},
-             about: contract.operations?.[key]?.["x-request"] ?? {},
-           }));
+    .filter(([key]) => key.startsWith("request_"))
+    .map(([key, message]) => ({
+      name: message.name,
+      summary: message.summary ?? "",
+      schema: whole(message.payload),
+      example: message.examples?.[0]?.payload ?? {},
+      about: contract.operations?.[key]?.["x-request"] ?? {},
+    }));
 }
 
 /// What a code of a result means, such as codeText("colorType", 2): "yellow". The code itself where
 /// the contract does not say.
 export function codeText(key, code) {
-  const members = contract?.components.schemas.payload_ivs_result?.properties.AlarmInfoPlate.properties.result
-                      .properties.PlateResult.properties;
+  const members =
+    contract?.components.schemas.payload_ivs_result?.properties.AlarmInfoPlate.properties.result
+      .properties.PlateResult.properties;
   return members?.[key]?.["x-desk-codes"]?.[String(code)] ?? String(code);
 }
 
@@ -46,7 +47,11 @@ export const errorText = (code) => contract?.components.schemas.code?.["x-meanin
 function resolved(schema) {
   let at = schema;
   while (at?.$ref) {
-    at = at.$ref.slice(2).split("/").reduce((value, part) => value?.[part], contract) ?? {};
+    at =
+      at.$ref
+        .slice(2)
+        .split("/")
+        .reduce((value, part) => value?.[part], contract) ?? {};
   }
   return at ?? {};
 }
@@ -58,7 +63,9 @@ function whole(schema) {
   const out = allOf.map(whole).reduce(folded, {});
   const self = {...own};
   if (own.properties) {
-    self.properties = Object.fromEntries(Object.entries(own.properties).map(([key, value]) => [key, whole(value)]));
+    self.properties = Object.fromEntries(
+      Object.entries(own.properties).map(([key, value]) => [key, whole(value)]),
+    );
   }
   if (own.items) {
     self.items = whole(own.items);

@@ -51,7 +51,9 @@ export class DeskState {
     }
     if (message.told?.length) {
       const known = new Set(this.told.map((line) => line.n));
-      this.told = [...this.told, ...message.told.filter((line) => !known.has(line.n))].slice(-max_told);
+      this.told = [...this.told, ...message.told.filter((line) => !known.has(line.n))].slice(
+        -max_told,
+      );
     }
     if (!this.cameras[this.chosen]) {
       this.chosen = this.serialNumbers()[0] ?? this.chosen;
@@ -98,9 +100,12 @@ export class DeskState {
 
   /// All passports, or those of the chosen camera; the newest first.
   newest(only_chosen = true) {
-    this.#sorted ??= [...this.passports.values()].sort((a, b) => b.at_us - a.at_us || (a.id < b.id ? 1 : -1));
-    return only_chosen && this.chosen !== null ? this.#sorted.filter((passport) => passport.sn === this.chosen)
-                                               : this.#sorted;
+    this.#sorted ??= [...this.passports.values()].sort(
+      (a, b) => b.at_us - a.at_us || (a.id < b.id ? 1 : -1),
+    );
+    return only_chosen && this.chosen !== null
+      ? this.#sorted.filter((passport) => passport.sn === this.chosen)
+      : this.#sorted;
   }
 
   /// The host's clock, microseconds since 1970.

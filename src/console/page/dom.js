@@ -13,7 +13,7 @@ export function el(tag, attributes = {}, ...children) {
       node.setAttribute(name, String(value));
     }
   }
-  node.append(...children.flat().filter((child) => child !== null && child !== undefined));
+  node.append(...children.flat(Infinity).filter((child) => child !== null && child !== undefined));
   return node;
 }
 
@@ -76,5 +76,10 @@ export function labelled(text, control) {
 
 /// A block of a view with a heading.
 export function block(name, title, ...children) {
-  return el("section", {class: "block", "data-block": name, "aria-label": title}, el("h3", {}, title), ...children);
+  return el(
+    "section",
+    {class: "block", "data-block": name, "aria-label": title},
+    el("h3", {}, title),
+    ...children,
+  );
 }

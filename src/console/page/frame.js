@@ -13,8 +13,14 @@ export function createFrame(desk) {
   return {
     update() {
       document.body.dataset.connected = String(desk.connected);
-      document.getElementById("console-away").hidden = desk.connected || !document.body.dataset.tried;
-      reconcile(chooser, desk.serialNumbers(), (sn) => sn, (sn) => ({node: el("option", {value: sn}, sn)}));
+      document.getElementById("console-away").hidden =
+        desk.connected || !document.body.dataset.tried;
+      reconcile(
+        chooser,
+        desk.serialNumbers(),
+        (sn) => sn,
+        (sn) => ({node: el("option", {value: sn}, sn)}),
+      );
       if (desk.chosen !== null && chooser.value !== desk.chosen) {
         chooser.value = desk.chosen;
       }
@@ -27,8 +33,14 @@ export function createFrame(desk) {
 
 function partNode(part) {
   const word = el("span", {class: "word"});
-  const node = el("li", {"data-part": part.name}, el("span", {class: "dot", "aria-hidden": "true"}),
-                  el("span", {class: "name"}, part.title), " ", word);
+  const node = el(
+    "li",
+    {"data-part": part.name},
+    el("span", {class: "dot", "aria-hidden": "true"}),
+    el("span", {class: "name"}, part.title),
+    " ",
+    word,
+  );
   const update = ({ok, text}) => {
     setAttribute(node, "data-ok", ok);
     setText(word, text);
@@ -51,8 +63,12 @@ function missingNode(piece) {
 function partsOf(desk) {
   const {broker, bus, link} = desk.desk;
   const camera = desk.camera();
-  const known = (part, yes, no) => !desk.connected || !part ? {ok: "unknown", text: "unknown"}
-      : part.connected ? {ok: "true", text: yes} : {ok: "false", text: no};
+  const known = (part, yes, no) =>
+    !desk.connected || !part
+      ? {ok: "unknown", text: "unknown"}
+      : part.connected
+        ? {ok: "true", text: yes}
+        : {ok: "false", text: no};
   return [
     {name: "broker", title: "Broker", ...known(broker, "connected", "away")},
     {name: "bus", title: "Bus", ...known(bus, "connected", "away")},
@@ -72,7 +88,9 @@ function cameraPart(desk, camera) {
   if (!camera.world) {
     return {ok: "false", text: "away"};
   }
-  return camera.world.power?.is_up === false ? {ok: "false", text: "restarting"} : {ok: "true", text: "there"};
+  return camera.world.power?.is_up === false
+    ? {ok: "false", text: "restarting"}
+    : {ok: "true", text: "there"};
 }
 
 function agentPart(desk, camera) {
@@ -98,16 +116,41 @@ function missingOf(desk) {
   const camera = desk.camera();
   const out = [];
   if (broker && !broker.connected) {
-    out.push({name: "broker", text: `The broker at ${broker.address} does not answer. ${by_itself}; with a broker of your own look at its log.`});
+    out.push({
+      name: "broker",
+      text: `The broker at ${broker.address} does not answer. ${by_itself}; with a broker of your own look at its log.`,
+    });
   }
   if (bus && !bus.connected) {
-    out.push({name: "camera", why: "bus", text: `The camera's bus at ${bus.address} does not answer, so the camera cannot be reached. ${by_itself}; elsewhere look at the bus server's log.`});
-  } else if (camera ? camera.on_desk && !camera.world && camera.world_error : desk.serialNumbers().length === 0 && bus) {
-    out.push(camera ? {name: "camera", why: "silent", text: `The camera does not answer on the bus (${camera.world_error}). ${by_itself}; elsewhere start virtual_camera on this bus. Its results are in its store.`}
-                    : {name: "camera", why: "none", text: "No camera was heard of yet. ./dev run starts one; elsewhere start virtual_camera and cloud_agent, both with --trace."});
+    out.push({
+      name: "camera",
+      why: "bus",
+      text: `The camera's bus at ${bus.address} does not answer, so the camera cannot be reached. ${by_itself}; elsewhere look at the bus server's log.`,
+    });
+  } else if (
+    camera
+      ? camera.on_desk && !camera.world && camera.world_error
+      : desk.serialNumbers().length === 0 && bus
+  ) {
+    out.push(
+      camera
+        ? {
+            name: "camera",
+            why: "silent",
+            text: `The camera does not answer on the bus (${camera.world_error}). ${by_itself}; elsewhere start virtual_camera on this bus. Its results are in its store.`,
+          }
+        : {
+            name: "camera",
+            why: "none",
+            text: "No camera was heard of yet. ./dev run starts one; elsewhere start virtual_camera and cloud_agent, both with --trace.",
+          },
+    );
   }
   if (camera && !camera.online && broker?.connected && (!link || link.mode === "whole")) {
-    out.push({name: "agent", text: `The agent of ${desk.chosen} is not connected to the broker, so nothing is published and no request arrives. ${by_itself}; an agent of your own: look at its log. What the camera recognises meanwhile stays in its store.`});
+    out.push({
+      name: "agent",
+      text: `The agent of ${desk.chosen} is not connected to the broker, so nothing is published and no request arrives. ${by_itself}; an agent of your own: look at its log. What the camera recognises meanwhile stays in its store.`,
+    });
   }
   return out;
 }

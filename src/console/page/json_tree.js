@@ -5,12 +5,24 @@ import {decoded, picturePath} from "./texts.js";
 const max_lines = 3000;
 
 // Members that are Base64 of a text.
-const base64_keys = new Set(["license", "deviceName", "imagePath", "imageFragmentPath", "imgPath",
-                             "full_image_path", "small_image_path", "rs485_data", "title"]);
+const base64_keys = new Set([
+  "license",
+  "deviceName",
+  "imagePath",
+  "imageFragmentPath",
+  "imgPath",
+  "full_image_path",
+  "small_image_path",
+  "rs485_data",
+  "title",
+]);
 // "data" of serial data, in requests, messages and on the bus.
 const isBase64 = (path) => {
   const parts = path.split(".");
-  return base64_keys.has(parts.at(-1)) || (parts.at(-1) === "data" && path.toLowerCase().includes("serialdata"));
+  return (
+    base64_keys.has(parts.at(-1)) ||
+    (parts.at(-1) === "data" && path.toLowerCase().includes("serialdata"))
+  );
 };
 
 /// Lines of `value`. `fieldOf(path)` names the field that a scalar member belongs to, or gives null.
@@ -20,7 +32,11 @@ export function jsonTree(value, fieldOf = () => null) {
   if (lines.length > max_lines) {
     return el("pre", {class: "raw"}, JSON.stringify(value, null, 1));
   }
-  return el("div", {class: "json"}, lines.map((make) => make()));
+  return el(
+    "div",
+    {class: "json"},
+    lines.map((make) => make()),
+  );
 }
 
 /// The paths of all scalars of a value.
@@ -28,7 +44,9 @@ export function scalarPaths(value, path = "") {
   if (value === null || typeof value !== "object") {
     return [path];
   }
-  return Object.keys(value).flatMap((key) => scalarPaths(value[key], path ? `${path}.${key}` : key));
+  return Object.keys(value).flatMap((key) =>
+    scalarPaths(value[key], path ? `${path}.${key}` : key),
+  );
 }
 
 function addLines(lines, value, key, path, depth, comma, fieldOf) {
@@ -42,12 +60,29 @@ function addLines(lines, value, key, path, depth, comma, fieldOf) {
   const [open, close] = Array.isArray(value) ? ["[", "]"] : ["{", "}"];
   const entries = Object.entries(value);
   if (entries.length === 0) {
-    lines.push(() => line(depth, {"data-path": path || null}, keyNodes(key), el("span", {"data-value": true}, open + close), comma));
+    lines.push(() =>
+      line(
+        depth,
+        {"data-path": path || null},
+        keyNodes(key),
+        el("span", {"data-value": true}, open + close),
+        comma,
+      ),
+    );
     return;
   }
   lines.push(() => line(depth, {}, keyNodes(key), open));
-  entries.forEach(([name, member], i) => addLines(lines, member, Array.isArray(value) ? "" : name, path ? `${path}.${name}` : name,
-                                                  depth + 1, i + 1 < entries.length ? "," : "", fieldOf));
+  entries.forEach(([name, member], i) =>
+    addLines(
+      lines,
+      member,
+      Array.isArray(value) ? "" : name,
+      path ? `${path}.${name}` : name,
+      depth + 1,
+      i + 1 < entries.length ? "," : "",
+      fieldOf,
+    ),
+  );
   lines.push(() => line(depth, {}, close + comma));
 }
 
@@ -57,13 +92,25 @@ function line(depth, attributes, ...children) {
   return node;
 }
 
-const keyNodes = (key) => key === "" ? [] : [el("span", {class: "key"}, JSON.stringify(key)), ": "];
+const keyNodes = (key) =>
+  key === "" ? [] : [el("span", {class: "key"}, JSON.stringify(key)), ": "];
 
 function scalarLine(value, key, path, depth, comma, field) {
   const shown = el("span", {"data-value": true, class: typeof value}, JSON.stringify(value));
-  const name = key === "" ? [] : field === null ? keyNodes(key)
-      : [el("button", {type: "button", class: "key"}, JSON.stringify(key)), ": "];
-  return line(depth, {"data-path": path || null, "data-field": field}, name, shown, comma, decodedNode(value, path));
+  const name =
+    key === ""
+      ? []
+      : field === null
+        ? keyNodes(key)
+        : [el("button", {type: "button", class: "key"}, JSON.stringify(key)), ": "];
+  return line(
+    depth,
+    {"data-path": path || null, "data-field": field},
+    name,
+    shown,
+    comma,
+    decodedNode(value, path),
+  );
 }
 
 function decodedNode(value, path) {

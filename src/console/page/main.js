@@ -45,6 +45,10 @@ function follow() {
     for (const each of Object.keys(views)) {
       section(each).hidden = each !== wanted;
     }
+    // Whoever came by a link in a view that is gone now goes on at the heading.
+    if (current !== null && !document.activeElement?.closest("nav[aria-label='Views']")) {
+      section(wanted).querySelector("h2").focus({preventScroll: true});
+    }
     current = wanted;
     window.scrollTo(0, 0);
   }
@@ -80,8 +84,14 @@ tickWhileVisible();
 
 window.addEventListener("hashchange", follow);
 follow();
-connect((message) => desk.apply(message), (connected) => {
-  document.body.dataset.tried = "true";
-  desk.setConnected(connected);
-});
-loadContract().then(() => desk.changed(), () => desk.changed());
+connect(
+  (message) => desk.apply(message),
+  (connected) => {
+    document.body.dataset.tried = "true";
+    desk.setConnected(connected);
+  },
+);
+loadContract().then(
+  () => desk.changed(),
+  () => desk.changed(),
+);

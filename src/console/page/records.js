@@ -48,8 +48,12 @@ const serial_fields = [
 ];
 
 function rectangle(offset, key, of) {
-  return ["left", "top", "right", "bottom"].map(
-      (side, i) => [offset + 4 * i, "i32", `${key}.RECT.${side}`, `${of}: ${side}, pixels`]);
+  return ["left", "top", "right", "bottom"].map((side, i) => [
+    offset + 4 * i,
+    "i32",
+    `${key}.RECT.${side}`,
+    `${of}: ${side}, pixels`,
+  ]);
 }
 
 const widths = {i32: 4, u32: 4, u16: 2, u8: 1, text8: 8, text16: 16, text128: 128};
@@ -65,7 +69,14 @@ function fields(bytes, layout, size) {
   let end = 0;
   const reserve = (to) => {
     if (to > end) {
-      out.push({offset: end, bytes: bytes.subarray(end, to), key: null, label: "reserved", value: "", group: "reserved"});
+      out.push({
+        offset: end,
+        bytes: bytes.subarray(end, to),
+        key: null,
+        label: "reserved",
+        value: "",
+        group: "reserved",
+      });
     }
   };
   for (const [offset, type, key, label, codes] of layout) {
@@ -75,26 +86,45 @@ function fields(bytes, layout, size) {
     }
     reserve(offset);
     const value = valueOf(bytes, view, offset, type);
-    out.push({offset, bytes: bytes.subarray(offset, offset + length), key, label, value: withMeaning(value, codes),
-              group: groupOf(type, key)});
+    out.push({
+      offset,
+      bytes: bytes.subarray(offset, offset + length),
+      key,
+      label,
+      value: withMeaning(value, codes),
+      group: groupOf(type, key),
+    });
     end = offset + length;
   }
   reserve(Math.min(size, bytes.length));
   if (bytes.length > Math.max(size, end)) {
     const from = Math.max(size, end);
-    out.push({offset: from, bytes: bytes.subarray(from), key: null, label: "beyond the record", value: "", group: "reserved"});
+    out.push({
+      offset: from,
+      bytes: bytes.subarray(from),
+      key: null,
+      label: "beyond the record",
+      value: "",
+      group: "reserved",
+    });
   }
   return out;
 }
 
 function valueOf(bytes, view, offset, type) {
   switch (type) {
-    case "i32": return view.getInt32(offset, true);
-    case "u32": return view.getUint32(offset, true);
-    case "u16": return view.getUint16(offset, true);
-    case "u8": return view.getUint8(offset);
-    case "rest": return utf8(bytes.subarray(offset));
-    default: return textAt(bytes, offset);
+    case "i32":
+      return view.getInt32(offset, true);
+    case "u32":
+      return view.getUint32(offset, true);
+    case "u16":
+      return view.getUint16(offset, true);
+    case "u8":
+      return view.getUint8(offset);
+    case "rest":
+      return utf8(bytes.subarray(offset));
+    default:
+      return textAt(bytes, offset);
   }
 }
 
@@ -126,8 +156,11 @@ const result_size = 552;
 const stored_size = 556;
 
 /// A result's record: {kind, title, fields}.
-const resultRecord = (bytes, title) =>
-    ({kind: "result", title, fields: fields(bytes.subarray(0, result_size), result_fields, result_size)});
+const resultRecord = (bytes, title) => ({
+  kind: "result",
+  title,
+  fields: fields(bytes.subarray(0, result_size), result_fields, result_size),
+});
 
 /// The records in a body on a topic or queue, or in a reply; empty when there is nothing known.
 export function recordsOf(where, bytes, is_reply = false) {
@@ -135,7 +168,13 @@ export function recordsOf(where, bytes, is_reply = false) {
     return [{kind: "gpio", title: "Output, 12 bytes", fields: fields(bytes, gpio_fields, 12)}];
   }
   if (where === "EVS_RS485_WRITE" && !is_reply && bytes.length >= 8) {
-    return [{kind: "serial", title: `Serial write, ${bytes.length} bytes`, fields: fields(bytes, serial_fields, 8)}];
+    return [
+      {
+        kind: "serial",
+        title: `Serial write, ${bytes.length} bytes`,
+        fields: fields(bytes, serial_fields, 8),
+      },
+    ];
   }
   if (bytes.length === result_size) {
     return [resultRecord(bytes, "Recognition result, 552 bytes")];
@@ -143,8 +182,13 @@ export function recordsOf(where, bytes, is_reply = false) {
   if (is_reply && bytes.length > 0 && bytes.length % stored_size === 0 && bytes[0] !== 0x7b) {
     const all = [];
     for (let at = 0; at < bytes.length && all.length < 3; at += stored_size) {
-      all.push({...resultRecord(bytes.subarray(at, at + result_size), `Stored result ${at / stored_size + 1} of ${bytes.length / stored_size}`),
-                kind: "offline"});
+      all.push({
+        ...resultRecord(
+          bytes.subarray(at, at + result_size),
+          `Stored result ${at / stored_size + 1} of ${bytes.length / stored_size}`,
+        ),
+        kind: "offline",
+      });
     }
     return all;
   }
@@ -171,4 +215,5 @@ export function factsOfRecord(bytes) {
 }
 
 /// 41 42 31 …
-export const hex = (bytes) => Array.from(bytes, (byte) => byte.toString(16).padStart(2, "0")).join(" ");
+export const hex = (bytes) =>
+  Array.from(bytes, (byte) => byte.toString(16).padStart(2, "0")).join(" ");

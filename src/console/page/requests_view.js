@@ -11,7 +11,11 @@ export function createRequestsView(section, desk) {
   const place = el("div", {class: "main"});
   const waiting = el("p", {class: "empty"});
   const retry = el("button", {type: "button"}, "Try again");
-  retry.addEventListener("click", () => loadContract().catch(() => {}).then(() => desk.changed()));
+  retry.addEventListener("click", () =>
+    loadContract()
+      .catch(() => {})
+      .then(() => desk.changed()),
+  );
   section.append(waiting, retry, el("div", {class: "split names-first"}, names, place));
   const forms = new Map();
   let known = null;
@@ -19,8 +23,15 @@ export function createRequestsView(section, desk) {
 
   const build = () => {
     known = new Map(requests().map((one) => [one.name, one]));
-    names.replaceChildren(...[...known.keys(), "free"].map(
-        (name) => el("a", {href: `#requests/${name}`, "data-request": name}, name === "free" ? "Free text" : name)));
+    names.replaceChildren(
+      ...[...known.keys(), "free"].map((name) =>
+        el(
+          "a",
+          {href: `#requests/${name}`, "data-request": name},
+          name === "free" ? "Free text" : name,
+        ),
+      ),
+    );
   };
 
   const choose = () => {
@@ -49,7 +60,10 @@ export function createRequestsView(section, desk) {
       }
       waiting.hidden = known !== null;
       retry.hidden = known !== null || contractError() === null;
-      waiting.textContent = contractError() === null ? "The contract comes." : `The contract could not be had: ${contractError()}`;
+      waiting.textContent =
+        contractError() === null
+          ? "The contract comes."
+          : `The contract could not be had: ${contractError()}`;
       if (known !== null) {
         choose().update();
       }
@@ -61,12 +75,21 @@ export function createRequestsView(section, desk) {
 function exampleOf(desk, one) {
   const example = structuredClone(one.example);
   if (one.name === "get_image_by_id") {
-    const newest = desk.newest().find((passport) => passport.kind === "result" && passport.plate_id !== undefined);
+    const newest = desk
+      .newest()
+      .find((passport) => passport.kind === "result" && passport.plate_id !== undefined);
     example.payload.body.id = newest?.plate_id ?? example.payload.body.id;
   }
   if (one.name === "set_time") {
     const now = new Date();
-    const parts = [now.getFullYear(), now.getMonth() + 1, now.getDate(), now.getHours(), now.getMinutes(), now.getSeconds()];
+    const parts = [
+      now.getFullYear(),
+      now.getMonth() + 1,
+      now.getDate(),
+      now.getHours(),
+      now.getMinutes(),
+      now.getSeconds(),
+    ];
     ["year", "month", "day", "hour", "min", "sec"].forEach((key, i) => {
       example.payload.body[key] = String(parts[i]);
     });
@@ -76,13 +99,27 @@ function exampleOf(desk, one) {
 
 function requestForm(desk, one) {
   const fields = requestFields(one.schema, exampleOf(desk, one), one.name);
-  const preview = el("pre", {class: "raw", "data-preview": true, tabindex: 0, "aria-label": "What is sent"});
+  const preview = el("pre", {
+    class: "raw",
+    "data-preview": true,
+    tabindex: 0,
+    "aria-label": "What is sent",
+  });
   const show = () => {
     preview.textContent = fields.text();
   };
-  const form = sendingForm(desk, one.name, () => ({name: one.name, text: fields.text()}),
-                           [el("h3", {}, one.name), el("p", {}, one.summary.replaceAll("`", "")), fields.node,
-                            el("details", {open: true}, el("summary", {}, "What is sent"), preview)], about(one));
+  const form = sendingForm(
+    desk,
+    one.name,
+    () => ({name: one.name, text: fields.text()}),
+    [
+      el("h3", {}, one.name),
+      el("p", {}, one.summary.replaceAll("`", "")),
+      fields.node,
+      el("details", {open: true}, el("summary", {}, "What is sent"), preview),
+    ],
+    about(one),
+  );
   fields.node.addEventListener("input", show);
   fields.node.addEventListener("change", show);
   show();
@@ -90,20 +127,54 @@ function requestForm(desk, one) {
 }
 
 function about({about: {success, failure, service, timeout_ms}}) {
-  const said = [success && `Result true: ${success}`, failure && `Result false when ${failure}.`,
-                service && `Service ${service}${timeout_ms ? `, at most ${timeout_ms} ms` : ""}.`].filter(Boolean);
-  return said.length ? el("details", {}, el("summary", {}, "What the answer means"), said.map((text) => el("p", {class: "quiet"}, text.replaceAll("`", "")))) : null;
+  const said = [
+    success && `Result true: ${success}`,
+    failure && `Result false when ${failure}.`,
+    service && `Service ${service}${timeout_ms ? `, at most ${timeout_ms} ms` : ""}.`,
+  ].filter(Boolean);
+  return said.length
+    ? el(
+        "details",
+        {},
+        el("summary", {}, "What the answer means"),
+        said.map((text) => el("p", {class: "quiet"}, text.replaceAll("`", ""))),
+      )
+    : null;
 }
 
 function freeForm(desk) {
-  const names = el("datalist", {id: "request-names"}, requests().map(({name}) => el("option", {value: name})));
-  const name = el("input", {type: "text", id: "free-name", "data-free": "name", list: "request-names", value: "get_sn", autocomplete: "off", spellcheck: "false"});
-  const text = el("textarea", {id: "free-text", "data-free": "text", rows: 12, spellcheck: "false"},
-                  '{"id":"1","version":"1.0","payload":{"type":"get_sn"}}');
-  return sendingForm(desk, "free", () => ({name: name.value, text: text.value}),
-                     [el("h3", {}, "Free text"), el("p", {}, "Any name and any text, also what is no JSON. It is sent as it is."), names,
-                      el("div", {class: "labelled"}, el("label", {for: name.id}, "Name of the request"), name),
-                      el("div", {class: "labelled"}, el("label", {for: text.id}, "Text"), text)], null);
+  const names = el(
+    "datalist",
+    {id: "request-names"},
+    requests().map(({name}) => el("option", {value: name})),
+  );
+  const name = el("input", {
+    type: "text",
+    id: "free-name",
+    "data-free": "name",
+    list: "request-names",
+    value: "get_sn",
+    autocomplete: "off",
+    spellcheck: "false",
+  });
+  const text = el(
+    "textarea",
+    {id: "free-text", "data-free": "text", rows: 12, spellcheck: "false"},
+    '{"id":"1","version":"1.0","payload":{"type":"get_sn"}}',
+  );
+  return sendingForm(
+    desk,
+    "free",
+    () => ({name: name.value, text: text.value}),
+    [
+      el("h3", {}, "Free text"),
+      el("p", {}, "Any name and any text, also what is no JSON. It is sent as it is."),
+      names,
+      el("div", {class: "labelled"}, el("label", {for: name.id}, "Name of the request"), name),
+      el("div", {class: "labelled"}, el("label", {for: text.id}, "Text"), text),
+    ],
+    null,
+  );
 }
 
 // A form with its button and its answer.
@@ -111,7 +182,15 @@ function sendingForm(desk, id, what, contents, below) {
   const send = el("button", {type: "submit", class: "primary"}, "Send");
   const outcome = note();
   const answer = answerPlace(desk);
-  const node = el("form", {"data-form": id, class: "block", novalidate: true, autocomplete: "off"}, contents, send, outcome, answer.node, below);
+  const node = el(
+    "form",
+    {"data-form": id, class: "block", novalidate: true, autocomplete: "off"},
+    contents,
+    send,
+    outcome,
+    answer.node,
+    below,
+  );
   node.addEventListener("submit", (event) => {
     event.preventDefault();
     const {name, text} = what();
@@ -124,7 +203,14 @@ function sendingForm(desk, id, what, contents, below) {
 }
 
 function answerPlace(desk) {
-  const node = el("div", {class: "answer", "data-answer": true, "data-state": "none", role: "status"});
+  const verdict = el("p", {class: "verdict", role: "status"});
+  const rest = el("div", {class: "answer"});
+  const node = el(
+    "div",
+    {class: "answer", "data-answer": true, "data-state": "none"},
+    verdict,
+    rest,
+  );
   let id = null;
   let drawn = null;
   const draw = (passport) => {
@@ -134,7 +220,14 @@ function answerPlace(desk) {
     setAttribute(node, "data-passport", id);
     setAttribute(node, "data-result", typeof answer?.result === "boolean" ? answer.result : null);
     setAttribute(node, "data-code", answer?.code);
-    node.replaceChildren(...(id === null ? [] : answerNodes(id, passport, answer, state)));
+    verdict.dataset.level =
+      state === "unanswered" || answer?.result === false
+        ? "bad"
+        : answer?.result === true
+          ? "good"
+          : "info";
+    verdict.replaceChildren(...(id === null ? [] : verdictNodes(answer, state)));
+    rest.replaceChildren(...(id === null ? [] : answerNodes(id, passport, answer, state)));
   };
   return {
     node,
@@ -145,7 +238,7 @@ function answerPlace(desk) {
       this.update();
     },
     update() {
-      const passport = id === null ? null : desk.passports.get(id) ?? drawn;
+      const passport = id === null ? null : (desk.passports.get(id) ?? drawn);
       if (passport !== drawn) {
         drawn = passport;
         draw(passport);
@@ -154,25 +247,46 @@ function answerPlace(desk) {
   };
 }
 
+function verdictNodes(answer, state) {
+  if (state !== "answered") {
+    return [
+      {
+        sent: "Sent, no answer yet.",
+        running: "It is being carried out.",
+        unanswered: "There was no answer.",
+      }[state] ?? state,
+    ];
+  }
+  const code = answer?.code ? [el("strong", {"data-answer-code": true}, answer.code)] : [];
+  return answer?.result === true
+    ? ["Result true", ...(code.length ? [", but: ", ...code] : [])]
+    : ["Result false: ", ...(code.length ? code : ["no code"])];
+}
+
 function answerNodes(id, passport, answer, state) {
   const link = el("p", {}, el("a", {"data-open": true, href: passportLink(id)}, "Its passport"));
   if (state !== "answered") {
-    const words = {sent: "Sent, no answer yet.", running: "It is being carried out.", unanswered: "There was no answer."}[state] ?? state;
-    return [el("p", {class: state === "unanswered" ? "verdict bad" : "verdict"}, words), link];
+    return [link];
   }
   const {us, payload, at_us} = passport.response;
-  const verdict = answer?.result === true ? el("p", {class: "verdict good"}, "Result true")
-      : el("p", {class: "verdict bad"}, "Result false: ", el("strong", {"data-answer-code": true}, answer?.code ?? "no code"));
-  const refused = answer?.bus?.filter((one) => one.device_error).map((one) => `${one.queue} said: ${one.device_error}`) ?? [];
+  const refused =
+    answer?.bus
+      ?.filter((one) => one.device_error)
+      .map((one) => `${one.queue} said: ${one.device_error}`) ?? [];
   return [
-    verdict,
-    answer?.code && answer.result === true ? el("p", {}, "But: ", el("strong", {"data-answer-code": true}, answer.code)) : null,
     answer?.error ? el("p", {}, answer.error) : null,
     answer?.code ? el("p", {class: "quiet"}, errorText(answer.code).replaceAll("`", "")) : null,
     ...refused.map((text) => el("p", {class: "bad"}, text)),
-    el("p", {class: "quiet", "data-answer-ms": us / 1000},
-       `It took ${milliseconds(us / 1000)} at the camera; the answer was here ${milliseconds((at_us - passport.at_us) / 1000)} after it was sent.`),
-    el("div", {"data-answer-json": true}, answer === undefined ? el("pre", {class: "raw"}, payload) : jsonTree(answer)),
+    el(
+      "p",
+      {class: "quiet", "data-answer-ms": us / 1000},
+      `It took ${milliseconds(us / 1000)} at the camera; the answer was here ${milliseconds((at_us - passport.at_us) / 1000)} after it was sent.`,
+    ),
+    el(
+      "div",
+      {"data-answer-json": true},
+      answer === undefined ? el("pre", {class: "raw"}, payload) : jsonTree(answer),
+    ),
     link,
   ].filter(Boolean);
 }

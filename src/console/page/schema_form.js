@@ -21,8 +21,11 @@ function jsonText(value, indent = "") {
     return JSON.stringify(value);
   }
   const inner = `${indent}  `;
-  const lines = Array.isArray(value) ? value.map((item) => inner + jsonText(item, inner))
-      : Object.entries(value).map(([key, item]) => `${inner}${JSON.stringify(key)}: ${jsonText(item, inner)}`);
+  const lines = Array.isArray(value)
+    ? value.map((item) => inner + jsonText(item, inner))
+    : Object.entries(value).map(
+        ([key, item]) => `${inner}${JSON.stringify(key)}: ${jsonText(item, inner)}`,
+      );
   const [open, close] = Array.isArray(value) ? "[]" : "{}";
   return lines.length ? `${open}\n${lines.join(",\n")}\n${indent}${close}` : open + close;
 }
@@ -34,14 +37,27 @@ export function requestFields(schema, example, name) {
   const {payload, ...common} = schema.properties;
   const {body, ...rest} = payload.properties;
   const needs = (of, key) => of.required?.includes(key) ?? false;
-  const fieldsOf = (of, properties, path, values) => Object.entries(properties).map(
-      ([key, member]) => [key, memberField(context, member, path + key, values?.[key], needs(of, key))]);
-  const body_field = body ? memberField(context, body, "payload.body", example.payload?.body, needs(payload, "body")) : null;
+  const fieldsOf = (of, properties, path, values) =>
+    Object.entries(properties).map(([key, member]) => [
+      key,
+      memberField(context, member, path + key, values?.[key], needs(of, key)),
+    ]);
+  const body_field = body
+    ? memberField(context, body, "payload.body", example.payload?.body, needs(payload, "body"))
+    : null;
   const payload_fields = fieldsOf(payload, rest, "payload.", example.payload);
   const common_fields = fieldsOf(schema, common, "", example);
-  const node = el("div", {class: "fields"}, body_field ? body_field.node : el("p", {class: "quiet"}, "It needs nothing else."),
-                  el("details", {"data-more": true}, el("summary", {}, "More: id, version, expiry"),
-                     [...common_fields, ...payload_fields].map(([, field]) => field.node)));
+  const node = el(
+    "div",
+    {class: "fields"},
+    body_field ? body_field.node : el("p", {class: "quiet"}, "It needs nothing else."),
+    el(
+      "details",
+      {"data-more": true},
+      el("summary", {}, "More: id, version, expiry"),
+      [...common_fields, ...payload_fields].map(([, field]) => field.node),
+    ),
+  );
   return {
     node,
     text() {
@@ -56,29 +72,43 @@ export function requestFields(schema, example, name) {
 }
 
 const collected = (fields) =>
-    Object.fromEntries(fields.map(([key, field]) => [key, field.value()]).filter(([, value]) => value !== undefined));
+  Object.fromEntries(
+    fields.map(([key, field]) => [key, field.value()]).filter(([, value]) => value !== undefined),
+  );
 
 // ---- a member: its field, and whether it is sent at all
 
 function memberField(context, schema, path, initial, is_required) {
   const key = path.split(".").at(-1);
-  const field = anyField(context, schema, path, initial === undefined ? sample(schema, key) : initial, key);
+  const field = anyField(
+    context,
+    schema,
+    path,
+    initial === undefined ? sample(schema, key) : initial,
+    key,
+  );
   if (is_required) {
     return {...field, include: () => {}};
   }
   const box = el("input", {type: "checkbox", "data-include": path, "aria-label": `Send ${key}`});
-  const node = el("div", {class: "optional"}, el("label", {class: "include"}, box, " send"), field.node);
+  const node = el(
+    "div",
+    {class: "optional"},
+    el("label", {class: "include"}, box, " send"),
+    field.node,
+  );
   const show = () => node.classList.toggle("left-out", !box.checked);
   box.checked = initial !== undefined;
   box.addEventListener("change", show);
-  field.node.addEventListener("input", () => {  // whoever types something wants it sent
+  field.node.addEventListener("input", () => {
+    // whoever types something wants it sent
     box.checked = true;
     show();
   });
   show();
   return {
     node,
-    value: () => box.checked ? field.value() : undefined,
+    value: () => (box.checked ? field.value() : undefined),
     include(wanted) {
       box.checked = wanted;
       show();
@@ -87,7 +117,18 @@ function memberField(context, schema, path, initial, is_required) {
   };
 }
 
-const samples = {expires_ms: 5000, idempotency_key: "page-1", delay: 500, value: 500, plate: "AB12345", filter_enable: 1, id: "1"};
+const samples = {
+  expires_ms: 5000,
+  idempotency_key: "page-1",
+  delay: 500,
+  value: 500,
+  plate: "AB12345",
+  filter_enable: 1,
+  id: "1",
+  data: "aGVsbG8K",
+  begin: "07:00",
+  end: "21:00",
+};
 
 function sample(schema, key) {
   if (schema.const !== undefined) {
@@ -104,12 +145,18 @@ function sample(schema, key) {
   }
   switch ([schema.type].flat()[0]) {
     case "object":
-      return Object.fromEntries((schema.required ?? []).map((name) => [name, sample(schema.properties[name], name)]));
-    case "array": return [sample(schema.items, key)];
+      return Object.fromEntries(
+        (schema.required ?? []).map((name) => [name, sample(schema.properties[name], name)]),
+      );
+    case "array":
+      return [sample(schema.items, key)];
     case "integer":
-    case "number": return Math.max(schema.minimum ?? 0, 0);
-    case "boolean": return false;
-    default: return "";
+    case "number":
+      return Math.max(schema.minimum ?? 0, 0);
+    case "boolean":
+      return false;
+    default:
+      return "";
   }
 }
 
@@ -137,11 +184,26 @@ const plain = (text) => (text ?? "").replaceAll("`", "");
 
 function objectField(context, schema, path, initial, title) {
   const given = initial !== null && typeof initial === "object" ? initial : {};
-  const members = Object.entries(schema.properties ?? {}).map(
-      ([key, member]) => [key, memberField(context, member, `${path}.${key}`, given[key], schema.required?.includes(key) ?? false)]);
-  const extra = schema.additionalProperties === true ? extraMembers(context, path, given, schema) : null;
-  const node = el("fieldset", {}, el("legend", {}, title), schema.description ? el("p", {class: "quiet"}, plain(schema.description)) : null,
-                  members.map(([, field]) => field.node), extra?.node);
+  const members = Object.entries(schema.properties ?? {}).map(([key, member]) => [
+    key,
+    memberField(
+      context,
+      member,
+      `${path}.${key}`,
+      given[key],
+      schema.required?.includes(key) ?? false,
+    ),
+  ]);
+  const extra =
+    schema.additionalProperties === true ? extraMembers(context, path, given, schema) : null;
+  const node = el(
+    "fieldset",
+    {},
+    el("legend", {}, title),
+    schema.description ? el("p", {class: "quiet"}, plain(schema.description)) : null,
+    members.map(([, field]) => field.node),
+    extra?.node,
+  );
   const conditional = schema.if?.properties ? Object.entries(schema.if.properties)[0] : null;
   if (conditional) {
     // Which members are needed hangs on what another one says.
@@ -169,9 +231,15 @@ function objectField(context, schema, path, initial, title) {
 
 // Members that the schema does not name, as JSON.
 function extraMembers(context, path, given, schema) {
-  const others = Object.fromEntries(Object.entries(given).filter(([key]) => !(key in (schema.properties ?? {}))));
+  const others = Object.fromEntries(
+    Object.entries(given).filter(([key]) => !(key in (schema.properties ?? {}))),
+  );
   const id = `${idOf(context, path)}-extra`;
-  const area = el("textarea", {id, rows: 2, "data-extra": path, spellcheck: "false"}, Object.keys(others).length ? JSON.stringify(others) : "");
+  const area = el(
+    "textarea",
+    {id, rows: 2, "data-extra": path, spellcheck: "false"},
+    Object.keys(others).length ? JSON.stringify(others) : "",
+  );
   const hint = el("p", {class: "hint", "data-hint": `${path}.*`, id: `${id}-hint`});
   area.setAttribute("aria-describedby", hint.id);
   const read = () => {
@@ -182,8 +250,22 @@ function extraMembers(context, path, given, schema) {
       return null;
     }
   };
-  area.addEventListener("input", () => hintWrong(hint, read() === null ? "Not a JSON object: left out. The free editor sends any text." : ""));
-  return {node: el("div", {class: "labelled"}, el("label", {for: id}, "further members, a JSON object"), area, hint), value: () => read() ?? {}};
+  area.addEventListener("input", () =>
+    hintWrong(
+      hint,
+      read() === null ? "Not a JSON object: left out. The free editor sends any text." : "",
+    ),
+  );
+  return {
+    node: el(
+      "div",
+      {class: "labelled"},
+      el("label", {for: id}, "further members, a JSON object"),
+      area,
+      hint,
+    ),
+    value: () => read() ?? {},
+  };
 }
 
 function arrayField(context, schema, path, initial, title) {
@@ -193,7 +275,11 @@ function arrayField(context, schema, path, initial, title) {
   const build = (values) => {
     items = values.map((value, i) => {
       const field = anyField(context, schema.items, `${path}.${i}`, value, `${title} ${i + 1}`);
-      const remove = el("button", {type: "button", "data-remove": `${path}.${i}`}, `Remove ${i + 1}`);
+      const remove = el(
+        "button",
+        {type: "button", "data-remove": `${path}.${i}`},
+        `Remove ${i + 1}`,
+      );
       remove.addEventListener("click", () => {
         build(items.map((item) => item.value()).filter((_, at) => at !== i));
         add.focus();
@@ -201,22 +287,42 @@ function arrayField(context, schema, path, initial, title) {
       });
       return {...field, remove};
     });
-    list.replaceChildren(...items.map((item) => el("div", {class: "item"}, item.node, item.remove)));
+    list.replaceChildren(
+      ...items.map((item) => el("div", {class: "item"}, item.node, item.remove)),
+    );
   };
   build(Array.isArray(initial) ? initial : [initial]);
   add.addEventListener("click", () => {
-    build([...items.map((item) => item.value()), sample(schema.items, path.split(".").at(-1))]);
+    const values = items.map((item) => item.value());
+    build([...values, values.at(-1) ?? sample(schema.items, path.split(".").at(-1))]);
     items.at(-1).node.querySelector("input, select, textarea")?.focus();
     context.changed();
   });
-  return {node: el("fieldset", {}, el("legend", {}, title), schema.description ? el("p", {class: "quiet"}, plain(schema.description)) : null, list, add),
-          value: () => items.map((item) => item.value())};
+  return {
+    node: el(
+      "fieldset",
+      {},
+      el("legend", {}, title),
+      schema.description ? el("p", {class: "quiet"}, plain(schema.description)) : null,
+      list,
+      add,
+    ),
+    value: () => items.map((item) => item.value()),
+  };
 }
 
 function choiceField(context, schema, path, initial, title) {
   const id = `${idOf(context, path)}-choice`;
-  const words = schema.oneOf.map((one) => one.type === "array" ? "several (an array)" : `one (${one.type === "object" ? "an object" : "a text"})`);
-  const choice = el("select", {id, "data-choice": path}, words.map((text, i) => el("option", {value: i}, text)));
+  const words = schema.oneOf.map((one) =>
+    one.type === "array"
+      ? "several (an array)"
+      : `one (${one.type === "object" ? "an object" : "a text"})`,
+  );
+  const choice = el(
+    "select",
+    {id, "data-choice": path},
+    words.map((text, i) => el("option", {value: i}, text)),
+  );
   const place = el("div", {});
   let field = null;
   const build = (value) => {
@@ -225,16 +331,41 @@ function choiceField(context, schema, path, initial, title) {
     place.replaceChildren(field.node);
   };
   const isArray = (i) => schema.oneOf[i].type === "array";
-  choice.value = String(Math.max(0, schema.oneOf.findIndex((_, i) => isArray(i) === Array.isArray(initial))));
+  choice.value = String(
+    Math.max(
+      0,
+      schema.oneOf.findIndex((_, i) => isArray(i) === Array.isArray(initial)),
+    ),
+  );
   choice.addEventListener("change", () => {
     const value = field.value();
-    build(isArray(choice.value) ? (Array.isArray(value) ? value : [value]) : Array.isArray(value) ? value[0] ?? sample(schema.oneOf[choice.value], title) : value);
+    build(
+      isArray(choice.value)
+        ? Array.isArray(value)
+          ? value
+          : [value]
+        : Array.isArray(value)
+          ? (value[0] ?? sample(schema.oneOf[choice.value], title))
+          : value,
+    );
     context.changed();
   });
   build(initial);
-  return {node: el("div", {class: "choice"}, el("div", {class: "labelled"}, el("label", {for: id}, title), choice,
-                                                schema.description ? el("p", {class: "quiet"}, plain(schema.description)) : null), place),
-          value: () => field.value()};
+  return {
+    node: el(
+      "div",
+      {class: "choice"},
+      el(
+        "div",
+        {class: "labelled"},
+        el("label", {for: id}, title),
+        choice,
+        schema.description ? el("p", {class: "quiet"}, plain(schema.description)) : null,
+      ),
+      place,
+    ),
+    value: () => field.value(),
+  };
 }
 
 // ---- scalars
@@ -244,13 +375,27 @@ function enumField(context, schema, path, initial, title) {
   const meanings = schema["x-meanings"] ?? schema["x-desk-codes"] ?? {};
   const values = schema.enum ?? Object.keys(meanings).map(Number);
   const start = initial instanceof Typed ? Number(initial.text) : initial;
-  const select = el("select", {id, "data-path": path}, values.map((value, i) => {
-    const meaning = plain(meanings[String(value)]);
-    return el("option", {value: String(value), "data-index": i}, meaning ? `${value}: ${meaning}` : String(value));
-  }), el("option", {value: "@other"}, "something else …"));
+  const select = el(
+    "select",
+    {id, "data-path": path},
+    values.map((value, i) => {
+      const meaning = plain(meanings[String(value)]);
+      return el(
+        "option",
+        {value: String(value), "data-index": i},
+        meaning ? `${value}: ${meaning}` : String(value),
+      );
+    }),
+    el("option", {value: "@other"}, "something else …"),
+  );
   select.value = values.includes(start) ? String(start) : "@other";
-  const other = el("input", {type: "text", "data-other": path, "aria-label": `${title}, something else`, autocomplete: "off",
-                             value: values.includes(start) ? "" : String(start)});
+  const other = el("input", {
+    type: "text",
+    "data-other": path,
+    "aria-label": `${title}, something else`,
+    autocomplete: "off",
+    value: values.includes(start) ? "" : String(start),
+  });
   const hint = hintNode(id, path);
   const show = () => {
     other.hidden = select.value !== "@other";
@@ -258,25 +403,51 @@ function enumField(context, schema, path, initial, title) {
   };
   select.addEventListener("change", show);
   show();
-  return {node: el("div", {class: "labelled"}, el("label", {for: id}, title), select, other, hint, describe(schema)),
-          value: () => select.value === "@other" ? typedValue(other.value) : values[select.selectedIndex]};
+  return {
+    node: el(
+      "div",
+      {class: "labelled"},
+      el("label", {for: id}, title),
+      select,
+      other,
+      hint,
+      describe(schema),
+    ),
+    value: () =>
+      select.value === "@other" ? typedValue(other.value) : values[select.selectedIndex],
+  };
 }
 
-const typedValue = (text) => number_pattern.test(text) ? new Typed(text) : text;
+const typedValue = (text) => (number_pattern.test(text) ? new Typed(text) : text);
 
 function textField(context, schema, path, initial, title) {
   const id = idOf(context, path);
   const types = [schema.type ?? typeof schema.const].flat();
   const may_be_number = types.includes("integer") || types.includes("number");
   const may_be_text = types.includes("string");
-  const start = initial instanceof Typed ? initial.text : initial === undefined ? "" : String(initial);
-  const input = el("input", {id, type: "text", "data-path": path, value: start, autocomplete: "off", spellcheck: "false",
-                             inputmode: may_be_number && !may_be_text ? "numeric" : null});
+  const start =
+    initial instanceof Typed ? initial.text : initial === undefined ? "" : String(initial);
+  const input = el("input", {
+    id,
+    type: "text",
+    "data-path": path,
+    value: start,
+    autocomplete: "off",
+    spellcheck: "false",
+    inputmode: may_be_number && !may_be_text ? "numeric" : null,
+  });
   const hint = hintNode(id, path);
   input.setAttribute("aria-describedby", hint.id);
   // Where both are right it goes as the example has it, until one says otherwise.
-  const as_number = may_be_number && may_be_text
-      ? el("select", {"aria-label": `Send ${title} as`, "data-as": path}, el("option", {value: "text"}, "as a text"), el("option", {value: "number"}, "as a number")) : null;
+  const as_number =
+    may_be_number && may_be_text
+      ? el(
+          "select",
+          {"aria-label": `Send ${title} as`, "data-as": path},
+          el("option", {value: "text"}, "as a text"),
+          el("option", {value: "number"}, "as a number"),
+        )
+      : null;
   if (as_number) {
     as_number.value = typeof initial === "string" ? "text" : "number";
   }
@@ -291,13 +462,29 @@ function textField(context, schema, path, initial, title) {
     input.addEventListener("keydown", (event) => step(event, input));
   }
   check();
-  return {node: el("div", {class: "labelled"}, el("label", {for: id}, title), el("div", {class: "inline"}, input, as_number),
-                   schema.contentEncoding === "base64" ? asText(context, input, id) : null, hint, describe(schema)), value};
+  return {
+    node: el(
+      "div",
+      {class: "labelled"},
+      el("label", {for: id}, title),
+      el("div", {class: "inline"}, input, as_number),
+      schema.contentEncoding === "base64" ? asText(context, input, id) : null,
+      hint,
+      describe(schema),
+    ),
+    value,
+  };
 }
 
 // Types the Base64 of a text.
 function asText(context, input, id) {
-  const text = el("input", {id: `${id}-text`, type: "text", autocomplete: "off", spellcheck: "false", value: decoded(input.value) ?? ""});
+  const text = el("input", {
+    id: `${id}-text`,
+    type: "text",
+    autocomplete: "off",
+    spellcheck: "false",
+    value: decoded(input.value) ?? "",
+  });
   input.addEventListener("input", () => {
     if (document.activeElement !== text) {
       text.value = decoded(input.value) ?? "";
@@ -322,7 +509,8 @@ function step(event, input) {
 }
 
 const hintNode = (id, path) => el("p", {class: "hint", id: `${id}-hint`, "data-hint": path});
-const describe = (schema) => schema.description ? el("p", {class: "quiet"}, plain(schema.description)) : null;
+const describe = (schema) =>
+  schema.description ? el("p", {class: "quiet"}, plain(schema.description)) : null;
 
 function hintWrong(hint, text) {
   setText(hint, text);
@@ -333,12 +521,16 @@ function hintWrong(hint, text) {
 function wrongWith(schema, value) {
   const types = [schema.type ?? typeof schema.const].flat();
   if (schema.const !== undefined) {
-    return (value instanceof Typed ? Number(value.text) : value) === schema.const ? "" : `The contract wants ${JSON.stringify(schema.const)}.`;
+    return (value instanceof Typed ? Number(value.text) : value) === schema.const
+      ? ""
+      : `The contract wants ${JSON.stringify(schema.const)}.`;
   }
   if (value instanceof Typed) {
     const number = Number(value.text);
-    const fits = number >= (schema.minimum ?? -Infinity) && number <= (schema.maximum ?? Infinity)
-        && (!types.includes("integer") || Number.isInteger(number));
+    const fits =
+      number >= (schema.minimum ?? -Infinity) &&
+      number <= (schema.maximum ?? Infinity) &&
+      (!types.includes("integer") || Number.isInteger(number));
     return fits ? "" : `The contract wants ${wanted(schema, types)}.`;
   }
   if (!types.includes("string")) {
@@ -348,10 +540,14 @@ function wrongWith(schema, value) {
   if (bytes < (schema.minLength ?? 0) || bytes > (schema.maxLength ?? Infinity)) {
     return `The contract wants ${schema.minLength ?? 0} to ${schema.maxLength ?? "any number of"} bytes; these are ${bytes}.`;
   }
-  return schema.pattern && !new RegExp(schema.pattern).test(value) ? "The contract wants this to look otherwise." : "";
+  return schema.pattern && !new RegExp(schema.pattern).test(value)
+    ? "The contract wants this to look otherwise."
+    : "";
 }
 
 function wanted(schema, types) {
   const what = types.includes("integer") ? "an integer" : "a number";
-  return schema.minimum === undefined ? what : `${what} from ${schema.minimum} to ${schema.maximum ?? "any"}`;
+  return schema.minimum === undefined
+    ? what
+    : `${what} from ${schema.minimum} to ${schema.maximum ?? "any"}`;
 }

@@ -32,22 +32,28 @@ export function age(seconds) {
   if (s < 3600) {
     return `${Math.floor(s / 60)} min${s % 60 ? ` ${s % 60} s` : ""}`;
   }
-  return s < 86400 ? `${Math.floor(s / 3600)} h ${Math.floor(s / 60) % 60} min`
-                   : `${Math.floor(s / 86400)} d ${Math.floor(s / 3600) % 24} h`;
+  return s < 86400
+    ? `${Math.floor(s / 3600)} h ${Math.floor(s / 60) % 60} min`
+    : `${Math.floor(s / 86400)} d ${Math.floor(s / 3600) % 24} h`;
 }
 
-export const count = (n, one, many = `${one}s`) => `${n.toLocaleString("en")} ${n === 1 ? one : many}`;
+export const count = (n, one, many = `${one}s`) =>
+  `${n.toLocaleString("en")} ${n === 1 ? one : many}`;
 
 /// What became of a passport, in words.
 export function stateText(passport) {
-  const ack = passport.ack_us === undefined ? "acknowledged" : `acknowledged after ${milliseconds(passport.ack_us / 1000)}`;
+  const ack =
+    passport.ack_us === undefined
+      ? "acknowledged"
+      : `acknowledged after ${milliseconds(passport.ack_us / 1000)}`;
   const texts = {
     stored: "in the store",
     announced: "in the store and on the bus",
     handed_over: "handed over to the plug-in",
     published: "published, not acknowledged yet",
     acknowledged: ack,
-    delivered: passport.ack_us === undefined ? "marked as delivered" : `${ack}, marked as delivered`,
+    delivered:
+      passport.ack_us === undefined ? "marked as delivered" : `${ack}, marked as delivered`,
     unconfirmed: "link lost before it was acknowledged; it stays in the store",
     in_store: "in the store, waits to be delivered again",
     refused: "refused by the broker; it stays in the store",
@@ -85,8 +91,15 @@ const outcome_texts = {
 };
 export const outcomeText = (outcome) => outcome_texts[outcome] ?? outcome;
 
-const kind_texts = {result: "car", request: "request", lane: "lane event", input: "input",
-                    serial: "serial data", message: "message", identity: "name or address"};
+const kind_texts = {
+  result: "car",
+  request: "request",
+  lane: "lane event",
+  input: "input",
+  serial: "serial data",
+  message: "message",
+  identity: "name or address",
+};
 export const kindText = (kind) => kind_texts[kind] ?? kind;
 
 /// The way to a passport; its id keeps its slashes.
@@ -125,7 +138,9 @@ export function parsed(text) {
 /// the picture is elsewhere.
 export function picturePath(reference) {
   const url = reference ? urlOf(reference) : null;
-  return url && /^https?:$/.test(url.protocol) && url.pathname.startsWith("/pictures/") ? url.pathname : null;
+  return url && /^https?:$/.test(url.protocol) && url.pathname.startsWith("/pictures/")
+    ? url.pathname
+    : null;
 }
 
 function urlOf(text) {

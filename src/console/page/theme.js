@@ -8,7 +8,7 @@
       const kept = localStorage.getItem("theme");
       return order.includes(kept) ? kept : "system";
     } catch {
-      return "system";  // storage may be forbidden
+      return "system"; // storage may be forbidden
     }
   };
   let theme = read();

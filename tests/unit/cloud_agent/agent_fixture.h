@@ -54,10 +54,12 @@ class FakeAdapter : public BaseAdapter {
   void OnMQTTConnected() override { calls_->push_back("Connected"); }
   void OnMessagePublished(unsigned long long tag) override {
     calls_->push_back("Published " + std::to_string(tag));
+    on_published();
   }
 
   int initialize_result = 0;
   std::function<void()> on_request = [] {};
+  std::function<void()> on_published = [] {};
   std::string refused_name;
   std::function<std::string(const std::string&, const std::string&)> image_function;
 

@@ -96,6 +96,25 @@ TEST_F(TracedAgent, TellsOfAPublicationAndItsAcknowledgement) {
                                   R"("us":5000})"));
 }
 
+TEST_F(TracedAgent, TellsOfAnAcknowledgementBeforeThePlugInHearsOfIt) {
+  StartAndForget();
+  AdapterPublishes("gpio_in", 13);
+  Told();
+  adapter_->on_published = [this] { BusRequestEnds(tarvex::BusOutcome::kAnswered); };
+  link_.listener->OnAcknowledged(1, 0);
+  EXPECT_THAT(Told(), ElementsAre(::testing::HasSubstr("acknowledged"),
+                                  ::testing::HasSubstr("bus_request")));
+}
+
+TEST_F(TracedAgent, TellsNothingOfAnAcknowledgementAfterALoss) {
+  StartAndForget();
+  AdapterPublishes("gpio_in", 13);
+  link_.listener->OnLinkDown("why");
+  Told();
+  link_.listener->OnAcknowledged(1, 0);
+  EXPECT_THAT(Told(), IsEmpty());
+}
+
 TEST_F(TracedAgent, TellsWhatTheBrokerAnswered) {
   StartAndForget();
   AdapterPublishes("gpio_in", 13);
