@@ -1,19 +1,15 @@
 #include "console/console.h"
 
-#include <algorithm>
-#include <csignal>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
 #include <utility>
 #include <vector>
 
-#include "console/http/files.h"
 #include "json_text.h"
 #include "platform/json_member.h"
 #include "platform/log.h"
 #include "platform/trace.h"
-#include "tarvex/base64.h"
 
 namespace console {
 namespace {
@@ -23,14 +19,11 @@ using tarvex::Member;
 
 constexpr char kPassportQueue[] = "CONSOLE_PASSPORTS";
 constexpr char kControlQueue[] = "CAMERA_CTL";
-constexpr const char* kTopics[] = {"BUS_SRV_IVS_RESULT",       "BUS_SRV_LANECTRL_RESULT",
-                                   "EVT_SRV_EXTERNAL_TRIGGER", "EVS_RS485_READ",
-                                   "SS_DEV_NAME_CHANGED",      "SYS_SRV_IP_CHANGED"};
 
 constexpr std::chrono::seconds kSecond{1};
 constexpr milliseconds kFlush{100};
 constexpr milliseconds kStateTimeout{900};
-constexpr milliseconds kCommandTimeout{5000};
+constexpr milliseconds kRecordTimeout{5000};
 constexpr std::size_t kMaxPassportAnswer_bytes = 900000;  // the bus takes a million
 constexpr int kListed = 20;
 
@@ -40,21 +33,16 @@ std::string ToText(const Json::Value& value) {
   return text;
 }
 
-HttpResponse JsonResponse(const Json::Value& value) {
-  HttpResponse response;
-  response.body = ToText(value);
-  return response;
-}
-
 std::string ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-std::set<std::string> RequestNames(const std::string& contract_file) {
+/// Those of the contract, which is JSON text.
+std::set<std::string> RequestNames(const std::string& text) {
   Json::Value contract;
-  if (!Json::String2Json(ReadFile(contract_file), contract)) {
-    throw std::runtime_error(contract_file + " is not JSON");
+  if (!Json::String2Json(text, contract)) {
+    throw std::runtime_error("the contract is not JSON");
   }
   constexpr char kRequest[] = "request_";
   std::set<std::string> names;
@@ -65,40 +53,6 @@ std::set<std::string> RequestNames(const std::string& contract_file) {
     }
   }
   return names;
-}
-
-std::vector<std::string> SplitPath(const std::string& path) {
-  std::vector<std::string> parts;
-  std::size_t begin = 0;
-  while (begin < path.size()) {
-    const std::size_t end = std::min(path.find('/', begin + 1), path.size());
-    parts.push_back(path.substr(begin + 1, end - begin - 1));
-    begin = end;
-  }
-  return parts;
-}
-
-std::optional<std::string> Decoded(const std::string& text) {
-  std::string decoded;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      decoded += text[i];
-      continue;
-    }
-    const std::string digits = text.substr(i + 1, 2);
-    if (digits.size() != 2 ||
-        digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
-      return std::nullopt;
-    }
-    decoded += static_cast<char>(std::stoi(digits, nullptr, 16));
-    i += 2;
-  }
-  return decoded;
-}
-
-bool CanBeInTopic(const std::string& name) {
-  return !name.empty() && name.size() <= 1024 &&
-         name.find_first_of(std::string("+#\0", 3)) == std::string::npos;
 }
 
 std::string AskedText(BusClient::Asked outcome) {
@@ -148,7 +102,8 @@ Console::Console(boost::asio::io_context& context, const ConsoleOptions& options
     : context_(context),
       options_(options),
       desk_({options.broker.host + ":" + std::to_string(options.broker.port), BusAddress()}),
-      metrics_(RequestNames(options.contract_file)),
+      contract_(ReadFile(options.contract_file)),
+      metrics_(RequestNames(contract_)),
       book_([this](const Passport& passport, const char* step) { OnStep(passport, step); }),
       run_("console-" + std::to_string(tarvex::TraceClock_us() / 1000000) + "-"),
       second_(context),
@@ -201,7 +156,7 @@ std::string Console::Address() const {
 void Console::ListenToCamera(const std::string& sn, const std::string& prefix) {
   bus_->Listen(prefix + tarvex::kTraceTopic,
                [this](const std::string& text, Time_us) { OnTrace(text); });
-  for (const char* topic : kTopics) {
+  for (const std::string& topic : PassportBook::Topics()) {
     bus_->Listen(prefix + topic, [this, sn, topic](const std::string& body, Time_us at_us) {
       book_.OnBusMessage(sn, topic, body, at_us);
     });
@@ -236,20 +191,12 @@ void Console::OnStep(const Passport& passport, const std::string& step) {
   command["command"] = "record";
   command["plate_id"] = *passport.plate_id;
   const std::string sn = passport.sn;
-  AskCamera(sn, command, kCommandTimeout,
-            [this, sn](const Json::Value& answer, const std::string& error) {
-              const Json::Value& record = Member(answer, "record");
-              if (error.empty() && record.isString()) {
-                const std::string text = record.asString();
-                std::string bytes;
-                tarvex::Base64::DecodeFromArray(text.data(), text.size(),
-                                                tarvex::Base64::kParseStrict |
-                                                    tarvex::Base64::kPaddingRequired |
-                                                    tarvex::Base64::kEndAtBuffer,
-                                                &bytes, nullptr);
-                book_.OnStoredRecord(sn, bytes, tarvex::TraceClock_us());
-              }
-            });
+  AskCamera(
+      sn, command, kRecordTimeout, [this, sn](const Json::Value& answer, const std::string& error) {
+        if (error.empty()) {
+          book_.OnStoredRecord(sn, tarvex::TracedBytes(answer, "record"), tarvex::TraceClock_us());
+        }
+      });
 }
 
 std::string Console::AnswerPassport(const std::string& question) const {
@@ -348,210 +295,6 @@ std::string Console::Snapshot() const {
   snapshot["type"] = "snapshot";
   snapshot["passports"] = ToArray(book_.All());
   return ToText(snapshot);
-}
-
-// What the page asks ----------------------------------------------------------------
-
-void Console::OnRequest(const HttpRequest& request, const Reply& reply) {
-  const RequestCheck check(server_->port(), token_);
-  const bool is_change = request.method == "POST";
-  const std::string refusal = is_change ? check.Change(request) : check.Host(request);
-  if (!refusal.empty()) {
-    reply(ErrorResponse(403, refusal));
-  } else if (is_change) {
-    Post(request, reply);
-  } else if (request.method != "GET") {
-    reply(ErrorResponse(405, "only GET and POST are served"));
-  } else if (!AskedOfCamera(request, reply)) {
-    reply(Get(request.path));
-  }
-}
-
-HttpResponse Console::Get(const std::string& path) const {
-  const std::vector<std::string> parts = SplitPath(path);
-  if (path == "/") {
-    return Page();
-  }
-  if (path == "/metrics") {
-    HttpResponse response;
-    response.type = "text/plain; version=0.0.4; charset=utf-8";
-    response.body = metrics_.Text();
-    return response;
-  }
-  if (path == "/contract.json") {
-    HttpResponse response;
-    response.body = ReadFile(options_.contract_file);
-    return response;
-  }
-  if (parts.size() == 3 && parts[0] == "pictures") {
-    const auto directory = options_.pictures.find(parts[1]);
-    if (directory != options_.pictures.end()) {
-      HttpResponse response = FileResponse(directory->second, parts[2]);
-      response.may_be_kept = response.status == 200;
-      return response;
-    }
-  }
-  return parts.size() == 1 ? FileResponse(options_.page_directory, parts[0])
-                           : ErrorResponse(404, "there is nothing at this address");
-}
-
-HttpResponse Console::Page() const {
-  constexpr char kMark[] = "@TOKEN@";
-  HttpResponse page = FileResponse(options_.page_directory, "index.html");
-  const std::size_t mark = page.body.find(kMark);
-  if (mark != std::string::npos) {
-    page.body.replace(mark, sizeof(kMark) - 1, token_);
-  }
-  return page;
-}
-
-// @return false where the request is not of this kind.
-bool Console::AskedOfCamera(const HttpRequest& request, const Reply& reply) {
-  const std::vector<std::string> parts = SplitPath(request.path);
-  if (parts.size() != 4 || parts[0] != "api" || parts[1] != "cameras") {
-    return false;
-  }
-  const bool is_scene = parts[3] == "scene.jpg";
-  if (!is_scene && parts[3] != "white-list") {
-    return false;
-  }
-  Json::Value command(Json::objectValue);
-  command["command"] = is_scene ? "scene" : "white-list";
-  AskCamera(parts[2], command, kCommandTimeout,
-            [reply, is_scene](const Json::Value& answer, const std::string& error) {
-              const Json::Value& jpeg = Member(answer, "jpeg");
-              if (!error.empty()) {
-                reply(ErrorResponse(502, error));
-              } else if (!is_scene || !jpeg.isString()) {
-                reply(JsonResponse(answer));
-              } else {
-                HttpResponse picture;
-                picture.type = "image/jpeg";
-                const std::string text = jpeg.asString();
-                tarvex::Base64::DecodeFromArray(text.data(), text.size(),
-                                                tarvex::Base64::kParseStrict |
-                                                    tarvex::Base64::kPaddingRequired |
-                                                    tarvex::Base64::kEndAtBuffer,
-                                                &picture.body, nullptr);
-                reply(picture);
-              }
-            });
-  return true;
-}
-
-void Console::Post(const HttpRequest& request, const Reply& reply) {
-  const std::vector<std::string> parts = SplitPath(request.path);
-  if (request.path == "/api/link") {
-    reply(ChangeLink(request.body));
-    return;
-  }
-  const bool is_of_camera = parts.size() >= 4 && parts[0] == "api" && parts[1] == "cameras";
-  if (!is_of_camera) {
-    reply(ErrorResponse(404, "there is nothing at this address"));
-  } else if (!desk_.Knows(parts[2])) {
-    reply(ErrorResponse(404, "there is no camera " + parts[2]));
-  } else if (parts.size() == 5 && parts[3] == "requests") {
-    const auto name = Decoded(parts[4]);
-    reply(name && CanBeInTopic(*name)
-              ? SendRequest(parts[2], *name, request.body)
-              : ErrorResponse(400, "a request's name is not empty and has no + or #"));
-  } else if (parts.size() == 4 && parts[3] == "world") {
-    ChangeWorld(parts[2], request.body, reply);
-  } else if (parts.size() == 4 && parts[3] == "restart-agent") {
-    reply(RestartAgent(parts[2]));
-  } else {
-    reply(ErrorResponse(404, "there is nothing at this address"));
-  }
-}
-
-HttpResponse Console::SendRequest(const std::string& sn, const std::string& name,
-                                  const std::string& text) {
-  Passport::Request request;
-  request.topic = options_.broker.root + "/" + sn + "/request/" + name;
-  request.payload = text;
-  request.at_us = tarvex::TraceClock_us();
-  request.correlation = run_ + std::to_string(++last_request_);
-  if (!broker_->SendRequest(request.topic, text, request.correlation)) {
-    return ErrorResponse(503, "the broker is not there: the request was not sent");
-  }
-  Json::Value answer(Json::objectValue);
-  answer["correlation"] = request.correlation;
-  answer["passport"] = book_.OnSent(sn, name, request);
-  return JsonResponse(answer);
-}
-
-void Console::ChangeWorld(const std::string& sn, const std::string& text, const Reply& reply) {
-  Json::Value command;
-  if (!Json::String2Json(text, command) || !command.isObject()) {
-    reply(ErrorResponse(400, "the command is no JSON object"));
-    return;
-  }
-  AskCamera(
-      sn, command, kCommandTimeout, [reply](const Json::Value& answer, const std::string& error) {
-        if (!error.empty()) {
-          reply(ErrorResponse(502, error));
-        } else if (answer["ok"] == true) {
-          reply(JsonResponse(answer));
-        } else {
-          reply(ErrorResponse(400, Member(answer, "error").isString() ? answer["error"].asString()
-                                                                      : "the camera refused"));
-        }
-      });
-}
-
-HttpResponse Console::RestartAgent(const std::string& sn) {
-  const auto file = options_.agent_pids.find(sn);
-  if (file == options_.agent_pids.end()) {
-    return ErrorResponse(404, "the console does not know this agent's process");
-  }
-  pid_t pid = 0;
-  std::ifstream(file->second) >> pid;
-  // The id may be that of another process by now.
-  std::string program;
-  std::ifstream("/proc/" + std::to_string(pid) + "/comm") >> program;
-  if (pid <= 1 || program != "cloud_agent" || kill(pid, SIGTERM) != 0) {
-    return ErrorResponse(502, "there is no agent with the process id that is in " + file->second);
-  }
-  desk_.Tell("The agent of " + sn + " is told to end; it is started again.", "info",
-             tarvex::TraceClock_us());
-  return JsonResponse(Json::Value(Json::objectValue));
-}
-
-HttpResponse Console::ChangeLink(const std::string& text) {
-  Json::Value wanted;
-  if (!link_) {
-    return ErrorResponse(404, "the console gives no link (--link-port)");
-  }
-  if (!Json::String2Json(text, wanted) || !wanted.isObject()) {
-    return ErrorResponse(400, "the wish is no JSON object");
-  }
-  const std::string mode = Member(wanted, "mode").isString() ? wanted["mode"].asString() : "";
-  const auto number = [&wanted](const char* member, int greatest) {
-    const Json::Value& value = Member(wanted, member);
-    return value.isNull()                                                     ? 0
-           : value.isInt() && value.asInt() >= 0 && value.asInt() <= greatest ? value.asInt()
-                                                                              : -1;
-  };
-  LinkState state = link_state_;
-  state.mode = mode;
-  state.delay_ms = mode == "limping" ? number("delay_ms", 60000) : 0;
-  state.bytes_per_second = mode == "limping" ? number("bytes_per_second", 1000000000) : 0;
-  constexpr const char* kModes[] = {"whole", "cut", "frozen", "limping"};
-  if (std::find(std::begin(kModes), std::end(kModes), mode) == std::end(kModes)) {
-    return ErrorResponse(400, "the mode is whole, cut, frozen or limping");
-  }
-  if (state.delay_ms < 0 || state.bytes_per_second < 0) {
-    return ErrorResponse(400, "delay_ms is 0 to 60000, bytes_per_second 0 to 1000000000");
-  }
-  link_->RefuseNew(mode == "cut");
-  link_->Freeze(mode == "frozen");
-  link_->Limp(milliseconds(state.delay_ms), static_cast<std::size_t>(state.bytes_per_second));
-  if (mode == "cut") {
-    link_->Cut();
-  }
-  link_state_ = state;
-  desk_.OnLink(link_state_, tarvex::TraceClock_us());
-  return JsonResponse(Json::Value(Json::objectValue));
 }
 
 }  // namespace console

@@ -70,6 +70,7 @@ class Console {
   const ConsoleOptions options_;
   const std::string token_ = MakeToken();
   Desk desk_;
+  const std::string contract_;
   Metrics metrics_;
   PassportBook book_;
   LinkState link_state_;

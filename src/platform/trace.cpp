@@ -12,6 +12,7 @@
 #include <boost/locale/utf.hpp>
 
 #include "json_text.h"
+#include "platform/json_member.h"
 #include "platform/log.h"
 #include "platform/nats_link.h"
 #include "tarvex/base64.h"
@@ -147,6 +148,16 @@ void AddTracedBytes(Json::Value* event, const std::string& key, std::string_view
   std::string encoded;
   Base64::EncodeFromArray(told.data(), told.size(), &encoded);
   (*event)[key] = encoded;
+}
+
+std::string TracedBytes(const Json::Value& event, const char* key) {
+  const Json::Value& value = Member(event, key);
+  const std::string text = value.isString() ? value.asString() : "";
+  std::string bytes;
+  Base64::DecodeFromArray(text.data(), text.size(),
+                          Base64::kParseStrict | Base64::kPaddingRequired | Base64::kEndAtBuffer,
+                          &bytes, nullptr);
+  return bytes;
 }
 
 Trace::Trace(const std::string& by, const std::string& sn, Sink sink)

@@ -30,6 +30,9 @@ void AddTracedText(Json::Value* event, const std::string& key, std::string_view 
 /// Adds bytes as Base64, likewise.
 void AddTracedBytes(Json::Value* event, const std::string& key, std::string_view bytes);
 
+/// The bytes that AddTracedBytes() has added; none where there is no such member.
+std::string TracedBytes(const Json::Value& event, const char* key);
+
 /// Makes events. A program that is not to tell anything has no such object.
 class Trace {
  public:

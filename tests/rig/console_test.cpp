@@ -295,7 +295,7 @@ TEST_F(ConsoleRig, LivesThroughWhatAHostilePageSends) {
 
 TEST_F(ConsoleRig, SaysThatAPortIsInUse) {
   ChildProcess second({RIG_CONSOLE, "--port", std::to_string(port_), "--page", "/", "--contract",
-                       RIG_SOURCES "/contract/asyncapi.json"},
+                       std::string(RIG_SOURCES) + "/contract/asyncapi.json"},
                       (rig_.directory.path() / "second.log").string(), rig_.Environment());
   ASSERT_TRUE(second.WaitForExit());
   EXPECT_EQ(second.exit_code(), 1);

@@ -63,12 +63,17 @@ http::response<http::string_body> Dressed(const HttpResponse& response, unsigned
 
 }  // namespace
 
+HttpResponse JsonResponse(const Json::Value& value) {
+  HttpResponse response;
+  Json::Json2String(value, response.body);
+  return response;
+}
+
 HttpResponse ErrorResponse(int status, const std::string& text) {
   Json::Value error(Json::objectValue);
   error["error"] = text;
-  HttpResponse response;
+  HttpResponse response = JsonResponse(error);
   response.status = status;
-  Json::Json2String(error, response.body);
   return response;
 }
 

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include <json/value.h>
 #include <boost/asio/io_context.hpp>
 
 namespace console {
@@ -25,6 +26,8 @@ struct HttpResponse {
   std::string body;
   bool may_be_kept = false;  ///< by the browser: it never changes
 };
+
+HttpResponse JsonResponse(const Json::Value& value);
 
 /// {"error": text}
 HttpResponse ErrorResponse(int status, const std::string& text);

@@ -6,12 +6,13 @@
 #include "console/passports/record.h"
 #include "json_text.h"
 #include "platform/json_member.h"
-#include "tarvex/base64.h"
+#include "platform/trace.h"
 
 namespace console {
 namespace {
 
 using tarvex::Member;
+using tarvex::TracedBytes;
 
 constexpr Time_us kSecond_us = 1000000;
 // The ways of the three sources differ by no more than this.
@@ -93,18 +94,8 @@ std::optional<std::uint32_t> PlateId(const Json::Value& event) {
   return value.isUInt() ? std::optional(value.asUInt()) : std::nullopt;
 }
 
-std::string Bytes(const Json::Value& event, const char* member) {
-  const std::string text = Text(event, member);
-  std::string bytes;
-  tarvex::Base64::DecodeFromArray(text.data(), text.size(),
-                                  tarvex::Base64::kParseStrict | tarvex::Base64::kPaddingRequired |
-                                      tarvex::Base64::kEndAtBuffer,
-                                  &bytes, nullptr);
-  return bytes;
-}
-
 std::string Payload(const Json::Value& event) {
-  const std::string bytes = Bytes(event, "payload_base64");
+  const std::string bytes = TracedBytes(event, "payload_base64");
   return bytes.empty() ? Text(event, "payload") : bytes;
 }
 
@@ -141,6 +132,14 @@ struct PassportBook::Row {
   const char* event;
   void (PassportBook::*note)(const Json::Value& event);
 };
+
+std::vector<std::string> PassportBook::Topics() {
+  std::vector<std::string> topics;
+  for (const Kind& kind : kKinds) {
+    topics.emplace_back(kind.topic);
+  }
+  return topics;
+}
 
 PassportBook::PassportBook(OnStep on_step, const Limits& limits)
     : on_step_(std::move(on_step)), limits_(limits) {}
@@ -239,7 +238,7 @@ void PassportBook::OnStoredRecord(const std::string& sn, const std::string& reco
 void PassportBook::HandedOver(const Json::Value& event) {
   const std::string sn = Text(event, "sn");
   const std::string topic = Text(event, "topic");
-  const std::string body = Bytes(event, "body");
+  const std::string body = TracedBytes(event, "body");
   const Time_us at_us = Number(event, "at_us");
   if (KindOfTopic(topic) == nullptr) {
     return;
@@ -370,13 +369,13 @@ void PassportBook::BusRequested(const Json::Value& event) {
   }
   Passport::BusRequest request;
   request.queue = Text(event, "queue");
-  request.body = Cut(Bytes(event, "body"), &passport);
+  request.body = Cut(TracedBytes(event, "body"), &passport);
   request.timeout_ms = static_cast<int>(Number(event, "timeout_ms"));
   request.outcome = Text(event, "outcome");
   request.us = Number(event, "us");
   request.at_us = Number(event, "at_us") - request.us;
   if (Member(event, "reply").isString()) {
-    request.reply = Cut(Bytes(event, "reply"), &passport);
+    request.reply = Cut(TracedBytes(event, "reply"), &passport);
   }
   passport.is_cut = passport.is_cut || Member(event, "cut").isBool();
   passport.bus_requests.push_back(std::move(request));

@@ -11,7 +11,7 @@
 
 #include "json_text.h"
 #include "platform/json_member.h"
-#include "tarvex/base64.h"
+#include "platform/trace.h"
 #include "tarvex/time_util.h"
 #include "virtual_camera/world/ivs_record.h"
 #include "virtual_camera/world/ivs_record_fields.h"
@@ -39,16 +39,6 @@ int64_t NumberOf(const Json::Value& object, const char* key) {
 const Json::Value& ListOf(const Json::Value& object, const char* key) {
   const Json::Value& value = Member(object, key);
   return value.isArray() ? value : Json::Value::nullSingleton();
-}
-
-std::string BytesOf(const Json::Value& object, const char* key) {
-  using tarvex::Base64;
-  const std::string text = TextOf(object, key);
-  std::string bytes;
-  Base64::DecodeFromArray(text.data(), text.size(),
-                          Base64::kParseStrict | Base64::kPaddingAny | Base64::kEndAtBuffer, &bytes,
-                          nullptr);
-  return bytes;
 }
 
 /// The next character of a text; '?' for one that a terminal must not get.
@@ -200,13 +190,13 @@ void AddSteps(const Json::Value& steps, Page* page) {
 
 void AddBusRequests(const Json::Value& requests, Page* page) {
   for (const Json::Value& request : requests) {
-    const std::string body = BytesOf(request, "body");
+    const std::string body = tarvex::TracedBytes(request, "body");
     page->Add("");
     page->Add("asks " + TextOf(request, "queue") + " at " + TimeText(NumberOf(request, "at_us")) +
               ", " + SizeOf(body) + ", timeout " + std::to_string(NumberOf(request, "timeout_ms")) +
               " ms");
     AddBody(body, page);
-    const std::string reply = BytesOf(request, "reply");
+    const std::string reply = tarvex::TracedBytes(request, "reply");
     page->Add(TextOf(request, "outcome") + " after " + Milliseconds(NumberOf(request, "us")) +
               " ms" + (Member(request, "reply").isString() ? ", " + SizeOf(reply) : ""));
     AddBody(reply, page);
@@ -238,7 +228,7 @@ std::string PassportText(const Json::Value& passport) {
   page.Add(Title(passport));
   AddSteps(ListOf(passport, "steps"), &page);
   if (const Json::Value& bus = Member(passport, "bus"); bus.isObject()) {
-    const std::string body = BytesOf(bus, "body");
+    const std::string body = tarvex::TracedBytes(bus, "body");
     page.Add("");
     page.Add("on the bus: " + TextOf(bus, "topic") + ", " + SizeOf(body));
     AddBody(body, &page);
