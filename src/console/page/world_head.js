@@ -38,12 +38,15 @@ export function head(section, desk) {
   const patience_ms = 5000;
   let timer = null;
   let loading = null;
+  let of = null;
   const visible = () => !section.hidden && document.visibilityState === "visible";
   async function load() {
     clearTimeout(timer);
     loading?.abort();
     const mine = new AbortController();
     loading = mine;
+    scene.hidden ||= desk.chosen !== of;
+    of = desk.chosen;
     const too_slow = setTimeout(() => mine.abort(), patience_ms);
     try {
       if (desk.chosen !== null) {
@@ -95,6 +98,9 @@ export function head(section, desk) {
     show: load,
     hide: stop,
     update({head: state}) {
+      if (desk.chosen !== of && visible()) {
+        void load();
+      }
       setText(pan, state ? `${state.pan}°` : "?");
       setText(tilt, state ? `${state.tilt}°` : "?");
       setText(moving, state?.is_panning || state?.is_tilting ? "it moves" : "");

@@ -52,6 +52,14 @@ export function whiteList(section, desk) {
     }
     loading?.abort();
     const mine = (loading = new AbortController());
+    if (of !== desk.chosen) {
+      reconcile(
+        body,
+        [],
+        () => "",
+        () => null,
+      );
+    }
     of = desk.chosen;
     try {
       const answer = await get(cameraPath(of, "white-list"), mine.signal);
