@@ -6,7 +6,8 @@ import {milliseconds, parsed} from "./texts.js";
 /// The place for such words.
 export const note = (name = true) => el("p", {class: "note", "data-note": name, role: "status"});
 
-/// Runs `work` once; meanwhile the button does nothing. Its text, or what went wrong, goes into the note.
+/// Runs `work` once; meanwhile the button does nothing. Its text, or what went wrong, goes into the
+/// note.
 export async function act(button, outcome, work) {
   if (button.getAttribute("aria-disabled") === "true") {
     return;
@@ -26,6 +27,22 @@ function say(outcome, text, level = "info") {
   outcome.textContent = text ?? "";
 }
 
+export const button = (text, attributes = {}) =>
+  el("button", {type: "button", ...attributes}, text);
+export const field = (id, attributes = {}) =>
+  el("input", {type: "text", id, autocomplete: "off", spellcheck: "false", ...attributes});
+
+/// A form: enter does what its button does.
+export function form(contents, go, outcome, work) {
+  const node = el("form", {class: "inline", novalidate: true}, contents, go);
+  go.type = "submit";
+  node.addEventListener("submit", (event) => {
+    event.preventDefault();
+    void act(go, outcome, work);
+  });
+  return node;
+}
+
 /// Has the camera do something: a command of camera_ctl.
 export const command = (desk, what) => post(cameraPath(chosen(desk), "world"), what);
 
@@ -35,7 +52,8 @@ export async function sendText(desk, name, text) {
     .passport;
 }
 
-/// Sends a request and waits for its response. @return how long that took, in words. Throws what is wrong.
+/// Sends a request and waits for its response. @return how long that took, in words. Throws what is
+/// wrong.
 export async function request(desk, name, body) {
   const id = await sendText(
     desk,

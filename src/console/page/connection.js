@@ -41,7 +41,8 @@ async function send(path, body) {
   return fetch(path, {method: "POST", headers: {"X-Console-Token": token}, body});
 }
 
-/// Posts a text, or a value as JSON. @return the answer's JSON. Throws an Error with words for people.
+/// Posts a text, or a value as JSON. @return the answer's JSON. Throws an Error with words for
+/// people.
 export async function post(path, body) {
   const text = typeof body === "string" ? body : JSON.stringify(body);
   let response;

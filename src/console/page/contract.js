@@ -1,4 +1,5 @@
-// The contract as the page needs it: the requests, with their schemas made whole, and what codes mean.
+// The contract as the page needs it: the requests, with their schemas made whole, and what codes
+// mean.
 import {get} from "./connection.js";
 
 let contract = null;

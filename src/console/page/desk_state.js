@@ -113,8 +113,8 @@ export class DeskState {
     return (performance.now() + this.#clock_offset_ms) * 1000;
   }
 
-  /// Waits until a request has its answer, or until there is none after all. @return its passport, or
-  /// null when nothing was heard of it in time.
+  /// Waits until a request has its answer, or until there is none after all. @return its passport,
+  /// or null when nothing was heard of it in time.
   answered(id, patience_ms = 30000) {
     return new Promise((resolve) => {
       const look = () => {

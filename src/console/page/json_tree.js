@@ -25,7 +25,8 @@ const isBase64 = (path) => {
   );
 };
 
-/// Lines of `value`. `fieldOf(path)` names the field that a scalar member belongs to, or gives null.
+/// Lines of `value`. `fieldOf(path)` names the field that a scalar member belongs to, or gives
+/// null.
 export function jsonTree(value, fieldOf = () => null) {
   const lines = [];
   addLines(lines, value, "", "", 0, "", fieldOf);

@@ -1,19 +1,10 @@
-// Live: a card per car as it happens, and what else the camera tells; the backlog and its re-delivery.
+// Live: a card per car as it happens, and what else the camera tells; the backlog and its
+// re-delivery.
 import {act, command, note} from "./actions.js";
 import {codeText, hasContract} from "./contract.js";
 import {el, reconcile, setAttribute, setText} from "./dom.js";
-import {factsOfRecord} from "./records.js";
-import {
-  age,
-  bytesOf,
-  clock,
-  count,
-  decoded,
-  parsed,
-  passportLink,
-  picturePath,
-  stateText,
-} from "./texts.js";
+import {eventText, factsOf} from "./facts.js";
+import {age, clock, count, passportLink, stateText} from "./texts.js";
 
 const in_feed = new Set(["result", "lane", "input", "serial", "identity"]);
 
@@ -76,37 +67,6 @@ export function createLiveView(section, desk) {
 }
 
 // ---- what a card says
-
-// From the record on the bus; without that from what was published.
-function factsOf(passport) {
-  const published = parsed(passport.mqtt?.at(-1)?.payload)?.payload?.AlarmInfoPlate?.result
-    ?.PlateResult;
-  const record = passport.bus ? factsOfRecord(bytesOf(passport.bus.body)) : null;
-  const pictures = {
-    scene: picturePath(decoded(published?.imagePath ?? "")),
-    close_up: picturePath(decoded(published?.imageFragmentPath ?? "")),
-    published: Boolean(published),
-  };
-  if (record) {
-    return {...record, colorValue: colourOf(parseInt(record.colorValue, 16)), ...pictures};
-  }
-  if (published) {
-    return {
-      ...published,
-      plate: decoded(published.license ?? "") ?? "",
-      colorValue: colourOf(published.colorValue),
-      sec: published.timeStamp?.Timeval?.sec,
-      usec: published.timeStamp?.Timeval?.usec ?? 0,
-      ...pictures,
-    };
-  }
-  return {plate: passport.plate ?? "", ...pictures};
-}
-
-const colourOf = (rgb) =>
-  Number.isInteger(rgb) && rgb >= 0 && rgb <= 0xffffff
-    ? `#${rgb.toString(16).padStart(6, "0")}`
-    : null;
 
 function carCard(first) {
   const scene = picture("scene", "Scene");
@@ -241,55 +201,6 @@ function eventRow(first) {
   };
   update(first);
   return {node, update};
-}
-
-export function eventText(passport) {
-  const bus_bytes = passport.bus ? bytesOf(passport.bus.body) : null;
-  const bus = bus_bytes ? parsed(new TextDecoder().decode(bus_bytes)) : undefined;
-  const published = parsed(passport.mqtt?.at(-1)?.payload)?.payload;
-  switch (passport.kind) {
-    case "lane": {
-      const result = published?.result?.[0]?.plate_result ?? bus?.results?.[0]?.plate_result;
-      const code = published?.event_type ?? bus?.results?.[0]?.event_type;
-      const who =
-        code === 128
-          ? "A person stays in the lane"
-          : code === 129
-            ? "A vehicle stays in the lane"
-            : "Lane event";
-      return result?.license ? `${who}: ${result.license}` : who;
-    }
-    case "input": {
-      const trigger = published?.body?.AlarmGioIn?.result?.TriggerResult;
-      return `Input ${trigger?.source ?? bus?.body?.source ?? "?"} is ${trigger?.value ?? bus?.body?.flag ?? "?"}`;
-    }
-    case "serial": {
-      const {channel, text} = serialData(passport);
-      return `Serial channel ${channel ?? "?"}: ${text}`;
-    }
-    case "identity":
-      if (typeof bus?.title === "string") {
-        return `The camera's name is ${decoded(bus.title) ?? bus.title}`;
-      }
-      return bus?.ip
-        ? `The camera's address is ${bus.ip}`
-        : "The camera has another name or address";
-    default: {
-      const left = published?.body?.offline_record;
-      return left === undefined ? passport.name : `Results left for re-delivery: ${left}`;
-    }
-  }
-}
-
-/// What a serial message says: {channel, text}.
-export function serialData(passport) {
-  const published = parsed(passport.mqtt?.at(-1)?.payload)?.payload?.body?.SerialData;
-  const bus_bytes = passport.bus ? bytesOf(passport.bus.body) : null;
-  const bus = bus_bytes ? parsed(new TextDecoder().decode(bus_bytes))?.body : null;
-  return {
-    channel: published?.serialChannel ?? bus?.source,
-    text: decoded(published?.data ?? bus?.rs485_data ?? "") ?? "",
-  };
 }
 
 // ---- gauges

@@ -1,13 +1,13 @@
 // Outage: the link between agent and broker is cut, frozen, slowed and made whole; what happened in
 // words, and what came of it.
-import {act, command, note, request} from "./actions.js";
+import {act, button, command, note, request} from "./actions.js";
 import {cameraPath, post} from "./connection.js";
 import {block, el, labelled, reconcile, setAttribute, setText} from "./dom.js";
 import {clock} from "./texts.js";
 
 export function createOutageView(section, desk) {
   const columns = [
-    [link(desk), deeds(desk)],
+    [link(), deeds(desk)],
     [ledger(), told()],
   ];
   const blocks = columns.flat();
@@ -27,13 +27,12 @@ export function createOutageView(section, desk) {
   return {update: () => blocks.forEach((one) => one.update(desk))};
 }
 
-const button = (text, attributes = {}) => el("button", {type: "button", ...attributes}, text);
 const numeric = (id, value) =>
   el("input", {type: "text", inputmode: "numeric", id, value, size: 8, autocomplete: "off"});
 // What is no number is sent as it is: the console says what it wants.
 const numberOf = (input) => (/^\d+$/.test(input.value) ? Number(input.value) : input.value);
 
-function link(desk) {
+function link() {
   const state = el("p");
   const outcome = note("link");
   const delay = numeric("limp-delay", "200");

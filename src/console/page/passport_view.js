@@ -104,8 +104,8 @@ function listRow(first) {
   return {node, update};
 }
 
-// ---- the paper. Its parts are made again only when what they show has changed, so that the keyboard's
-// place is not lost while the last steps come in.
+// ---- the paper. Its parts are made again only when what they show has changed, so that the
+// keyboard's place is not lost while the last steps come in.
 
 function drawPaper(paper, passport) {
   if (passport === null) {
@@ -330,7 +330,8 @@ const absent = (text) => el("p", {class: "empty"}, text);
 
 // ---- bytes and JSON, and what belongs together
 
-// A body on the bus, as its fields, as JSON, or as bytes. `keys` are the fields that `others` have too.
+// A body on the bus, as its fields, as JSON, or as bytes. `keys` are the fields that `others` have
+// too.
 function busBody(where, base64, is_reply, others) {
   const bytes = base64 === undefined ? null : bytesOf(base64);
   if (bytes === null) {

@@ -531,10 +531,10 @@ function wrongWith(schema, value) {
       number >= (schema.minimum ?? -Infinity) &&
       number <= (schema.maximum ?? Infinity) &&
       (!types.includes("integer") || Number.isInteger(number));
-    return fits ? "" : `The contract wants ${wanted(schema, types)}.`;
+    return fits ? "" : `The contract wants ${wantedNumber(schema, types)}.`;
   }
   if (!types.includes("string")) {
-    return `This is sent as a text; the contract wants ${wanted(schema, types)}.`;
+    return `This is sent as a text; the contract wants ${wantedNumber(schema, types)}.`;
   }
   const bytes = new TextEncoder().encode(value).length;
   if (bytes < (schema.minLength ?? 0) || bytes > (schema.maxLength ?? Infinity)) {
@@ -545,7 +545,7 @@ function wrongWith(schema, value) {
     : "";
 }
 
-function wanted(schema, types) {
+function wantedNumber(schema, types) {
   const what = types.includes("integer") ? "an integer" : "a number";
   return schema.minimum === undefined
     ? what
