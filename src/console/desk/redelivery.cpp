@@ -12,14 +12,17 @@ constexpr Time_us kQuiet_us = 6 * kSecond_us;
 void Redelivery::OnPublished(Time_us now_us) {
   if (!is_running_) {
     is_running_ = true;
-    began_us_ = now_us;
+    has_begun_ = true;
     done_ = 0;
   }
   latest_us_ = now_us;
 }
 
 void Redelivery::OnAcknowledged(Time_us now_us) {
-  ++done_;
+  if (++done_ == 1) {
+    first_done_us_ = now_us;
+  }
+  latest_done_us_ = now_us;
   latest_us_ = now_us;
 }
 
@@ -36,11 +39,12 @@ bool Redelivery::OnTime(std::optional<std::int64_t> left, Time_us now_us) {
 }
 
 Json::Value Redelivery::ToJson() const {
-  if (!began_us_) {
+  if (!has_begun_) {
     return {};
   }
-  const double seconds = static_cast<double>(latest_us_ - *began_us_) / kSecond_us;
-  const double per_second = seconds > 0 ? static_cast<double>(done_) / seconds : 0;
+  // The second of two shows how long one takes.
+  const double seconds = static_cast<double>(latest_done_us_ - first_done_us_) / kSecond_us;
+  const double per_second = done_ > 1 && seconds > 0 ? static_cast<double>(done_ - 1) / seconds : 0;
   Json::Value json(Json::objectValue);
   json["running"] = is_running_;
   json["done"] = Json::Int64{done_};

@@ -21,12 +21,15 @@ class Redelivery {
   /// @return whether something has changed.
   bool OnTime(std::optional<std::int64_t> left, Time_us now_us);
 
-  /// {"running", "done", "left", "per_second", "to_go_s"}; null before the first.
+  /// {"running", "done", "left", "per_second", "to_go_s"}; null before the first. The rate is
+  /// 0 until two are done.
   Json::Value ToJson() const;
 
  private:
   bool is_running_ = false;
-  std::optional<Time_us> began_us_;
+  bool has_begun_ = false;  // ever
+  Time_us first_done_us_ = 0;
+  Time_us latest_done_us_ = 0;
   Time_us latest_us_ = 0;
   std::int64_t done_ = 0;
   std::optional<std::int64_t> left_;

@@ -262,8 +262,9 @@ void PassportBook::Published(const Json::Value& event) {
   const auto plate_id = PlateId(event);
   const Kind* kind = KindOfName(name);
   const bool is_redelivered = Number(event, "tag") == kRedeliveryTag;
+  const bool is_result = plate_id && kind == &kKinds[0];
   Passport* passport = nullptr;
-  if (plate_id && kind != nullptr) {
+  if (is_result) {
     passport = &Result(sn, *plate_id, at_us);
     passport->is_redelivered = passport->is_redelivered || is_redelivered;
   } else if (!request.empty()) {
@@ -281,7 +282,7 @@ void PassportBook::Published(const Json::Value& event) {
   }
   Step(passport, "published", "agent", at_us, is_redelivered ? "delivered again" : "");
   publications_[sn + "/" + std::to_string(Number(event, "publication"))] = passport->id;
-  if (!plate_id) {
+  if (!is_result) {
     ExpectAtBroker(*passport, topic, static_cast<std::size_t>(Number(event, "bytes")));
   }
 }
@@ -345,7 +346,9 @@ void PassportBook::Requested(const Json::Value& event) {
   requests_[sn + "/" + request] = is_ours ? sent : "request/" + sn + "/" + request;
   Passport& passport = RequestOf(sn, request, at_us);
   passport.name = Text(event, "name");
-  passport.state = "running";
+  if (passport.state != "answered") {  // the broker may have passed on the response already
+    passport.state = "running";
+  }
   Passport::Request arrived;
   arrived.topic = Text(event, "topic");
   arrived.payload = Cut(Payload(event), &passport);

@@ -140,6 +140,17 @@ TEST_F(Passports, OfAnInputAreTiedTogetherByTopicAndSize) {
   EXPECT_EQ(book_.All().size(), 1U);
 }
 
+TEST_F(Passports, OfAMessageThatRepeatsAResultAreItsOwn) {
+  Told("published", R"("name":"get_last_result","tag":27,"publication":3,"plate_id":7,)"
+                    R"("topic":"c/get_last_result","bytes":19)");
+  AtTheBroker("get_last_result", "{}");
+  Told("acknowledged", R"("tag":27,"publication":3,"answer":"taken","us":9)");
+  ASSERT_EQ(book_.All().size(), 1U);
+  EXPECT_EQ(book_.All()[0]->kind, "message");
+  EXPECT_EQ(book_.All()[0]->state, "acknowledged");
+  EXPECT_EQ(book_.All()[0]->copies, 1);
+}
+
 TEST_F(Passports, OfARequestHaveTheBusRequestsAndTheAnswer) {
   Told("request", R"("request":"9-1","name":"get_sn","topic":"c/get_sn","payload":"{}",)"
                   R"("waited_us":500)");
@@ -170,6 +181,14 @@ TEST_F(Passports, OfTheConsolesOwnRequestBeginWhenItIsSent) {
   Told("response", R"("request":"9-1","topic":"r","payload":"{2}","us":900)");
   EXPECT_EQ(Of(id).state, "answered");
   EXPECT_EQ(book_.All().size(), 1U);
+}
+
+TEST_F(Passports, OfAnAnsweredRequestStaySoWhenItsBeginIsToldLate) {
+  const std::string id = book_.OnSent("CAM1", "get_sn", {"c", "{}", Next(), 0, "console-1"});
+  book_.OnBrokerMessage({"CAM1", "response", "get_sn", "r", "{2}", "console-1", Next()});
+  Told("request", R"("request":"9-1","name":"get_sn","payload":"{}","correlation":"console-1")");
+  EXPECT_EQ(Of(id).state, "answered");
+  EXPECT_EQ(Of(id).response->payload, "{2}");
 }
 
 TEST_F(Passports, OfARequestWithoutAnAnswerSaySoInTime) {
