@@ -82,7 +82,7 @@ void AddIdentity(CLI::App& app, DeviceOptions& device) {
       ->group("Identity");
 }
 
-void AddBehaviour(CLI::App& app, DeviceOptions& device) {
+void AddBehaviour(CLI::App& app, DeviceOptions& device, bool& trace) {
   app.add_option("--serial-dir", device.serial_directory,
                  "Where the links rs485-0 and rs485-1 to the serial lines are made; the data "
                  "directory by default")
@@ -91,6 +91,9 @@ void AddBehaviour(CLI::App& app, DeviceOptions& device) {
   app.add_option("--reboot-seconds", device.reboot_seconds, "How long a reboot takes")
       ->capture_default_str()
       ->check(CLI::Range(0.0, 3600.0))
+      ->group("Behaviour");
+  app.add_flag("--trace", trace,
+               "Tells on the bus topic TRACE_MESSAGES what becomes of each result and message")
       ->group("Behaviour");
 }
 
@@ -102,7 +105,7 @@ void AddOptions(CLI::App& app, CameraOptions& options) {
   AddPictures(app, options.device.pictures);
   AddStore(app, options.device);
   AddIdentity(app, options.device);
-  AddBehaviour(app, options.device);
+  AddBehaviour(app, options.device, options.trace);
 }
 
 }  // namespace virtual_camera

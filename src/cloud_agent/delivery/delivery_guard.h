@@ -107,8 +107,8 @@ class DeliveryGuard {
 
   void OnLinkUp();
 
-  /// @return what was under way.
-  std::vector<Sent> OnLinkDown();
+  /// @return what was under way, by publication.
+  std::map<std::uint64_t, Sent> OnLinkDown();
 
   /// The plug-in has carried out a request of the cloud.
   void OnRequestCarriedOut(const std::string& name, const Json::Value& payload);

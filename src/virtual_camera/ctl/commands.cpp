@@ -101,6 +101,14 @@ void AddCommands(CLI::App& app, CtlRequest& request) {
       ->required();
   record->add_option("--count", request.record_count, "Ends after so many; otherwise with Ctrl-C")
       ->check(CLI::Range(int64_t{1}, int64_t{1} << 40));
+
+  CLI::App* const trace = app.add_subcommand(
+      "trace",
+      "Shows the way of one result, message or request byte by byte; the console of "
+      "\"./dev run\" knows it");
+  trace->add_option("ID", request.trace_id,
+                    "Plate id of a result, or an id of the list, which is shown without it");
+  trace->parse_complete_callback([&request] { request.is_trace = true; });
 }
 
 }  // namespace virtual_camera

@@ -13,6 +13,7 @@
 #include "json_text.h"
 #include "virtual_camera/ctl/commands.h"
 #include "virtual_camera/ctl/ctl_client.h"
+#include "virtual_camera/ctl/passport_text.h"
 
 namespace {
 
@@ -34,6 +35,14 @@ int Carry(const virtual_camera::CtlRequest& request) {
   virtual_camera::CtlClient client;
   if (!request.record_file.empty()) {
     return Record(client, request);
+  }
+  if (request.is_trace) {
+    const Json::Value answer = client.Passport(request.trace_id);
+    const std::string text = request.trace_id.empty()
+                                 ? virtual_camera::PassportListText(answer["passports"])
+                                 : virtual_camera::PassportText(answer["passport"]);
+    (void)std::fputs(text.c_str(), stdout);
+    return 0;
   }
   Json::Value answer = client.Send(request.command);
   if (answer.isMember("state")) {

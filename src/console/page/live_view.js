@@ -1,0 +1,242 @@
+// Live: a card per car as it happens, and what else the camera tells; the backlog and its re-delivery.
+import {act, command, note} from "./actions.js";
+import {codeText, hasContract} from "./contract.js";
+import {el, reconcile, setAttribute, setText} from "./dom.js";
+import {factsOfRecord} from "./records.js";
+import {age, bytesOf, clock, count, decoded, parsed, passportLink, picturePath, stateText} from "./texts.js";
+
+const in_feed = new Set(["result", "lane", "input", "serial", "identity"]);
+
+export function createLiveView(section, desk) {
+  const feed = el("ol", {id: "feed", class: "feed", "aria-label": "Cars and events, the newest first"});
+  const empty = el("p", {class: "empty"}, "No car has passed since the console was started.");
+  const car = el("button", {type: "button", id: "live-car", class: "primary"}, "Have a car pass");
+  const outcome = note("live-car");
+  outcome.id = "live-car-note";
+  car.addEventListener("click", () => act(car, outcome, async () => `Plate ${(await command(desk, {command: "car"})).plate} passed.`));
+  const backlog = backlogGauge();
+  const redelivery = redeliveryGauge();
+  section.append(el("div", {class: "split"},
+                    el("div", {class: "main"}, empty, feed),
+                    el("aside", {class: "side", "aria-label": "Backlog"}, backlog.node, redelivery.node,
+                       el("div", {class: "block"}, car, outcome))));
+  let had_contract = false;
+
+  return {
+    update() {
+      if (hasContract() !== had_contract) {
+        had_contract = hasContract();
+        reconcile(feed, [], () => "", () => null);  // names take the place of codes
+      }
+      const shown = desk.newest().filter((passport) => in_feed.has(passport.kind) || passport.name === "offline_record");
+      reconcile(feed, shown, (passport) => passport.id, (passport) => passport.kind === "result" ? carCard(passport) : eventRow(passport));
+      empty.hidden = shown.length > 0;
+      backlog.update(desk.camera()?.backlog ?? null, desk.nowUs());
+      redelivery.update(desk.camera()?.redelivery ?? null);
+    },
+  };
+}
+
+// ---- what a card says
+
+// From the record on the bus; without that from what was published.
+function factsOf(passport) {
+  const published = parsed(passport.mqtt?.at(-1)?.payload)?.payload?.AlarmInfoPlate?.result?.PlateResult;
+  const record = passport.bus ? factsOfRecord(bytesOf(passport.bus.body)) : null;
+  const pictures = {
+    scene: picturePath(decoded(published?.imagePath ?? "")),
+    close_up: picturePath(decoded(published?.imageFragmentPath ?? "")),
+    published: Boolean(published),
+  };
+  if (record) {
+    return {...record, colorValue: colourOf(parseInt(record.colorValue, 16)), ...pictures};
+  }
+  if (published) {
+    return {...published, plate: decoded(published.license ?? "") ?? "", colorValue: colourOf(published.colorValue),
+            sec: published.timeStamp?.Timeval?.sec, usec: published.timeStamp?.Timeval?.usec ?? 0, ...pictures};
+  }
+  return {plate: passport.plate ?? "", ...pictures};
+}
+
+const colourOf = (rgb) => Number.isInteger(rgb) && rgb >= 0 && rgb <= 0xffffff ? `#${rgb.toString(16).padStart(6, "0")}` : null;
+
+function carCard(first) {
+  const scene = picture("scene", "Scene");
+  const close_up = picture("close-up", "Close-up");
+  const plate = el("a", {class: "plate", "data-open": true, href: passportLink(first.id)});
+  const plate_text = el("span", {"data-field": "plate"});
+  plate.append(plate_text);
+  const again = el("span", {class: "tag"}, "re-delivered");
+  const facts = {};
+  const list = el("dl", {class: "facts"}, ["confidence", "plate-colour", "car-colour", "direction", "time"].map((name) => {
+    facts[name] = el("dd", {"data-field": name});
+    return el("div", {}, el("dt", {}, name.replace("-", " ")), facts[name]);
+  }));
+  const state = el("p", {class: "state", "data-field": "state"});
+  const node = el("li", {class: "card", "data-passport": first.id, "data-kind": "result"},
+                  el("div", {class: "pictures"}, scene.node, close_up.node),
+                  el("div", {class: "words"}, el("div", {class: "head"}, plate, again), list, state));
+
+  const update = (passport) => {
+    const now = factsOf(passport);
+    node.dataset.state = passport.state;
+    node.dataset.redelivered = String(Boolean(passport.redelivered));
+    setText(plate_text, now.plate || "no plate");
+    again.hidden = !passport.redelivered;
+    scene.update(now.scene, now, passport);
+    close_up.update(now.close_up, now, passport);
+    setText(facts.confidence, now.confidence === undefined ? "–" : `${now.confidence} %`);
+    swatch(facts["plate-colour"], now.colorType === undefined ? "–" : codeText("colorType", now.colorType), {rgb: now.colorValue});
+    swatch(facts["car-colour"], now.carColor === undefined ? "–" : codeText("carColor", now.carColor), {named: true});
+    setText(facts.direction, now.direction === undefined ? "–" : codeText("direction", now.direction));
+    setText(facts.time, clock(now.sec === undefined ? passport.at_us : now.sec * 1e6 + now.usec, false));
+    const copies = passport.copies > 1 ? `; came ${passport.copies} times` : "";
+    setText(state, `${passport.redelivered ? "Re-delivered: " : ""}${stateText(passport)}${copies}`);
+  };
+  update(first);
+  return {node, update};
+}
+
+function swatch(node, name, {rgb = null, named = false}) {
+  if (node.dataset.shown === `${name}${rgb}`) {
+    return;
+  }
+  node.dataset.shown = `${name}${rgb}`;
+  const patch = el("span", {class: "swatch", "aria-hidden": "true", "data-paint": named ? name : null});
+  if (rgb) {
+    patch.style.backgroundColor = rgb;
+  }
+  node.replaceChildren(...(rgb || (named && name !== "–") ? [patch, " "] : []), name);
+}
+
+// A picture, or a place for it until it is published.
+function picture(which, title) {
+  const node = el("div", {class: `picture ${which}`});
+  let shown = null;
+  const placeholder = (text) => node.replaceChildren(
+      el("div", {class: "placeholder", "data-picture": which, "data-placeholder": true}, text));
+  return {
+    node,
+    update(path, facts, passport) {
+      const wanted = path ?? (facts.published ? "none" : passport.state === "in_store" ? "later" : "soon");
+      if (wanted === shown) {
+        return;
+      }
+      shown = wanted;
+      if (!path) {
+        placeholder({none: "no picture", later: "comes with its delivery", soon: "not published yet"}[wanted]);
+        return;
+      }
+      const img = el("img", {"data-picture": which, alt: `${title} of ${facts.plate || "a car"}`, loading: "lazy", decoding: "async", src: path});
+      img.addEventListener("error", () => placeholder("picture is not kept any more"), {once: true});
+      node.replaceChildren(img);
+    },
+  };
+}
+
+// ---- lane events, inputs, serial data and the like
+
+function eventRow(first) {
+  const text = el("a", {"data-open": true, href: passportLink(first.id)});
+  const time = el("span", {class: "time"});
+  const node = el("li", {class: "row", "data-passport": first.id, "data-kind": first.kind}, time, text);
+  const update = (passport) => {
+    node.dataset.state = passport.state ?? "";
+    setText(time, clock(passport.at_us, false));
+    setText(text, eventText(passport));
+  };
+  update(first);
+  return {node, update};
+}
+
+export function eventText(passport) {
+  const bus_bytes = passport.bus ? bytesOf(passport.bus.body) : null;
+  const bus = bus_bytes ? parsed(new TextDecoder().decode(bus_bytes)) : undefined;
+  const published = parsed(passport.mqtt?.at(-1)?.payload)?.payload;
+  switch (passport.kind) {
+    case "lane": {
+      const result = published?.result?.[0]?.plate_result ?? bus?.results?.[0]?.plate_result;
+      const code = published?.event_type ?? bus?.results?.[0]?.event_type;
+      const who = code === 128 ? "A person stays in the lane" : code === 129 ? "A vehicle stays in the lane" : "Lane event";
+      return result?.license ? `${who}: ${result.license}` : who;
+    }
+    case "input": {
+      const trigger = published?.body?.AlarmGioIn?.result?.TriggerResult;
+      return `Input ${trigger?.source ?? bus?.body?.source ?? "?"} is ${trigger?.value ?? bus?.body?.flag ?? "?"}`;
+    }
+    case "serial": {
+      const {channel, text} = serialData(passport);
+      return `Serial channel ${channel ?? "?"}: ${text}`;
+    }
+    case "identity":
+      if (typeof bus?.title === "string") {
+        return `The camera's name is ${decoded(bus.title) ?? bus.title}`;
+      }
+      return bus?.ip ? `The camera's address is ${bus.ip}` : "The camera has another name or address";
+    default: {
+      const left = published?.body?.offline_record;
+      return left === undefined ? passport.name : `Results left for re-delivery: ${left}`;
+    }
+  }
+}
+
+/// What a serial message says: {channel, text}.
+export function serialData(passport) {
+  const published = parsed(passport.mqtt?.at(-1)?.payload)?.payload?.body?.SerialData;
+  const bus_bytes = passport.bus ? bytesOf(passport.bus.body) : null;
+  const bus = bus_bytes ? parsed(new TextDecoder().decode(bus_bytes))?.body : null;
+  return {channel: published?.serialChannel ?? bus?.source, text: decoded(published?.data ?? bus?.rs485_data ?? "") ?? ""};
+}
+
+// ---- gauges
+
+function backlogGauge() {
+  const number = el("strong", {class: "big"});
+  const words = el("span");
+  const oldest = el("p", {class: "quiet"});
+  const meter = el("meter", {min: 0, "aria-label": "Undelivered, against the most of this backlog"});
+  const node = el("div", {class: "block gauge", "data-gauge": "backlog"}, el("h3", {}, "Backlog"), el("p", {}, number, " ", words), meter, oldest);
+  let most = 0;
+  return {
+    node,
+    update(backlog, now_us) {
+      const n = backlog?.count ?? null;
+      most = n ? Math.max(most, n) : 0;
+      const seconds = n && backlog.oldest_age_s !== null && backlog.oldest_age_s !== undefined
+          ? backlog.oldest_age_s + Math.max(0, (now_us - backlog.at_us) / 1e6) : null;
+      setAttribute(node, "data-count", n ?? "");
+      setAttribute(node, "data-oldest-s", seconds === null ? "" : Math.round(seconds));
+      setText(number, n === null ? "?" : n.toLocaleString("en"));
+      setText(words, n === null ? "not known" : n === 1 ? "result is undelivered" : "results are undelivered");
+      meter.hidden = !n;
+      meter.max = Math.max(most, 1);
+      meter.value = n ?? 0;
+      setText(meter, `${n ?? 0} of ${most}`);
+      setText(oldest, seconds !== null ? `The oldest is ${age(seconds)} old.` : n ? "Age of the oldest: not known." : n === 0 ? "Everything is delivered." : "");
+    },
+  };
+}
+
+function redeliveryGauge() {
+  const bar = el("progress", {"aria-label": "Re-delivery"});
+  const words = el("p");
+  const node = el("div", {class: "block gauge", "data-gauge": "redelivery", hidden: true}, el("h3", {}, "Re-delivery"), bar, words);
+  return {
+    node,
+    update(redelivery) {
+      node.hidden = !redelivery;
+      if (!redelivery) {
+        return;
+      }
+      const {running, done, left, per_second, to_go_s} = redelivery;
+      setAttribute(node, "data-running", running);
+      setAttribute(node, "data-done", done);
+      setAttribute(node, "data-left", left);
+      bar.max = Math.max(done + left, 1);
+      bar.value = done;
+      const rate = per_second > 0 ? `, ${per_second >= 1 ? `${per_second.toFixed(1)} a second` : `one each ${age(1 / per_second)}`}` : "";
+      const to_go = running && to_go_s !== null && to_go_s !== undefined ? `, ${age(to_go_s)} to go` : "";
+      setText(words, running ? `${done} done, ${left} left${rate}${to_go}.` : `Ended: ${count(done, "result")} delivered again, ${left} left.`);
+    },
+  };
+}
