@@ -11,8 +11,8 @@ def clock($offset):
   else empty end;
 [
   clock(.clock.offset_s),
-  (.results.undelivered | select(. > 0) | "\(.) results were not delivered"),
-  (.white_list.filter_enable | select(. > 0) | "white-list check is on (\(.))"),
+  (.results.undelivered | select(. > 0) | "undelivered results: \(.)"),
+  (.white_list.filter_enable | select(. > 0) | "the white list is checked (\(.))"),
   (select(.name != "Virtual camera") | "its name is \(.name | tojson)")
 ]
 | select(length > 0) | join(", ")

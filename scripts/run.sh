@@ -18,7 +18,7 @@ readonly link_port=${ports[--link-port]} page=http://127.0.0.1:${ports[--console
 # Tests name the directory in which everything has been built.
 if [ -z "${DESK_BUILD:-}" ]; then
   need_packages run
-  build dev "cloud_agent virtual_camera camera_ctl mqttadapter console"
+  build dev "cloud_agent virtual_camera camera_ctl mqttadapter console" -DMQTTADAPTER_TESTS=OFF
 fi
 readonly build=${DESK_BUILD:-build/dev}
 
@@ -56,6 +56,7 @@ start_child console "$build/bin/console" --port "${ports[--console-port]}" \
   --broker "127.0.0.1:$mqtt_port" --link-port "$link_port" --pictures "$sn=$run_dir/pictures" \
   --agent-pid "$sn=$run_dir/agent.pid"
 wait_for "the console" grep -q "console ready" "$log_dir/console.out"
+wait_for "the console's subscription" grep -q " cameras/" "$log_dir/broker.err"
 start_child camera "$build/bin/virtual_camera" --trace --data "$run_dir/camera" \
   --cars-per-minute "$cars_per_minute"
 wait_for "the virtual camera" grep -q "virtual_camera ready" "$log_dir/camera.out"

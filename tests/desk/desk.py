@@ -69,7 +69,9 @@ class Desk:
         self._output.truncate()
         self._process = subprocess.Popen(
             [ROOT / "dev", "run", *ports, *options], stdin=subprocess.DEVNULL,
-            stdout=terminal or self._output, stderr=self._output, env=self._environment)
+            stdout=terminal or self._output, stderr=self._output, env=self._environment,
+            # A shell that has started the tests in the background ignores it, and so would they.
+            preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
         return self
 
     def output(self):
@@ -78,25 +80,27 @@ class Desk:
 
     def shows(self, pattern, seconds=60):
         """Waits for a text in the output; its match object."""
+        def is_there():
+            found = re.search(pattern, self.output(), re.MULTILINE)
+            if not found and self._process.poll() is not None:
+                raise AssertionError(f"the desk ended without /{pattern}/")
+            return found
         try:
-            return wait_until(lambda: re.search(pattern, self.output(), re.MULTILINE),
-                              f"/{pattern}/", seconds)
+            return wait_until(is_there, f"/{pattern}/", seconds)
         except AssertionError as error:
             raise AssertionError(f"{error}:\n{self.output()}") from None
 
-    def acknowledged(self):
-        return self.output().count(": acknowledged")
-
-    def more_is_acknowledged(self):
-        before = len(re.findall("ivs_result.*: acknowledged", self.output()))
-        self.shows(f"(?s)(ivs_result[^\n]*: acknowledged.*){{{before + 1}}}")
+    def waits_for_one_more_result(self):
+        def count():
+            return len(re.findall("ivs_result.*: acknowledged", self.output()))
+        before = count()
+        wait_until(lambda: count() > before, "another result")
 
     def pid(self, part):
         return int((self.run_dir / f"{part}.pid").read_text())
 
     def kill(self, part):
-        pid = self.pid(part)
-        os.kill(pid, signal.SIGKILL)
+        os.kill(self.pid(part), signal.SIGKILL)
 
     def ctl(self, *arguments):
         environment = {**os.environ,

@@ -7,7 +7,7 @@ import shutil
 import socket
 import tempfile
 
-from desk import BUILD, DeskTest, dev, free_port, is_running, wait_until
+from desk import BUILD, DeskTest, dev, free_port, is_running
 
 PARTS = ("bus", "kv", "broker", "console", "camera", "agent")
 
@@ -17,11 +17,6 @@ class Run(DeskTest):
         desk = self.desk().start("--for", "5")
         self.assertEqual(desk.wait(), 0, desk.output())
         self.assertRegex(desk.output(), r"[1-9]\d* results acknowledged in 5 seconds")
-
-    def test_that_delivers_nothing_fails(self):
-        desk = self.desk()
-        desk.start("--for", "2", "--root-that-is-not")
-        self.assertEqual(desk.wait(), 1)
 
     def test_begins_with_a_dozen_lines_the_page_first(self):
         desk = self.desk().start()
@@ -66,7 +61,7 @@ class APartThatEnds(DeskTest):
                 desk.kill(part)
                 desk.shows(rf"{part} ended \(signal KILL\) and was started again")
                 self.assertNotEqual(desk.pid(part), pid)
-                desk.more_is_acknowledged()
+                desk.waits_for_one_more_result()
 
     def test_and_cannot_start_ends_the_run_with_its_reason(self):
         desk = self.desk(build=self.build_whose_console_can_break()).start()
@@ -95,7 +90,7 @@ class TwoDesks(DeskTest):
         for desk in desks:
             desk.shows(f"{desk.sn}.*: acknowledged")
         for desk in desks:
-            desk.more_is_acknowledged()
+            desk.waits_for_one_more_result()
 
 
 class Kept(DeskTest):

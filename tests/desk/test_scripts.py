@@ -1,4 +1,5 @@
 """What ./dev shows of installing and building, with stand-ins for apt-get, cmake and ninja."""
+import json
 import os
 import pathlib
 import shutil
@@ -70,9 +71,14 @@ class Packages(ScriptTest):
 
 class Building(ScriptTest):
     def ninja(self, script):
-        self.tool("cmake", script)
-        (self.folder / "build/dev").mkdir(parents=True)
-        (self.folder / "build/dev/build.ninja").touch()
+        self.tool("cmake", f'[ "$1" = --build ] || {{ configure "$@"; exit; }}; {script}')
+        self.tool("configure", """echo "$@" >>configured
+            [[ $* == *TESTS=OFF* ]] && tests=OFF || tests=ON
+            echo "MQTTADAPTER_TESTS:BOOL=$tests" >build/dev/CMakeCache.txt
+            touch build/dev/build.ninja""")
+
+    def times_configured(self):
+        return len((self.folder / "configured").read_text().splitlines())
 
     def test_shows_how_far_it_is(self):
         self.ninja("echo '[1/2] Building a'; echo '[2/2] Building b'")
@@ -88,3 +94,31 @@ class Building(ScriptTest):
         self.assertEqual(status, 1)
         self.assertIn("a.cpp:1: error: no", said)
         self.assertIn("the build failed, see build/dev/build.log", said)
+
+    def test_without_the_tests_takes_them_in_when_they_are_needed(self):
+        self.ninja("true")
+        self.bash("build dev all -DMQTTADAPTER_TESTS=OFF; build dev all; build dev all")
+        self.assertEqual(self.times_configured(), 2)
+
+    def test_does_not_leave_out_tests_that_are_there(self):
+        self.ninja("true")
+        self.bash("build dev all; build dev all -DMQTTADAPTER_TESTS=OFF")
+        self.assertEqual(self.times_configured(), 1)
+
+
+class KeptState(ScriptTest):
+    def line(self, offset_s=0, undelivered=0, check=0, name="Virtual camera"):
+        state = {"clock": {"offset_s": offset_s}, "results": {"undelivered": undelivered},
+                 "white_list": {"filter_enable": check}, "name": name}
+        return self.bash(f"jq -r -f scripts/kept_state.jq <<<'{json.dumps(state)}'")[1]
+
+    def test_says_nothing_of_what_is_as_at_first(self):
+        self.assertEqual(self.line(offset_s=-1), "")
+
+    def test_is_one_line(self):
+        self.assertEqual(self.line(offset_s=4 * 31557600, undelivered=3, check=1, name="Gate 7"),
+                         "its clock is 4 years ahead, undelivered results: 3, "
+                         'the white list is checked (1), its name is "Gate 7"\n')
+
+    def test_says_how_far_behind_a_clock_is(self):
+        self.assertEqual(self.line(offset_s=-7200), "its clock is 2 hours behind\n")

@@ -1,8 +1,11 @@
 """./dev try: what it lists can be pasted and works."""
+import queue
 import re
 import subprocess
 
-from desk import ROOT, DeskTest, dev, wait_until
+import paho.mqtt.client as paho
+
+from desk import ROOT, DeskTest, dev
 
 
 class Try(DeskTest):
@@ -30,7 +33,6 @@ class Try(DeskTest):
     def test_lists_events_that_the_camera_takes(self):
         desk = self.desk().start()
         desk.shows("ivs_result .*: acknowledged")
-        subprocess.run([ROOT / "dev", "try"], check=False, stdout=subprocess.DEVNULL)
         listed = re.findall(r"^  (.*camera_ctl (?:car|gpio-in|serial|rename|state).*)$",
                             self.try_(desk), re.MULTILINE)
         self.assertEqual(len(listed), 5)
@@ -46,10 +48,13 @@ class Try(DeskTest):
 
     def answer(self, desk, name, command):
         """The response to a listed command; the subscription stands before it is sent."""
-        with subprocess.Popen(
-                ["mosquitto_sub", "-p", str(desk.port), "-t", f"cameras/{desk.sn}/response/{name}",
-                 "-C", "1", "-W", "30", "-d"], stdout=subprocess.PIPE, text=True) as listener:
-            while "Subscribed" not in listener.stdout.readline():
-                pass
-            subprocess.run(command, shell=True, check=True)
-            return listener.stdout.read()
+        client = paho.Client()
+        answers = queue.Queue()
+        client.on_connect = lambda *_: client.subscribe(f"cameras/{desk.sn}/response/{name}")
+        client.on_subscribe = lambda *_: subprocess.run(command, shell=True, check=True)
+        client.on_message = lambda *about: answers.put(about[2].payload.decode())
+        client.connect("127.0.0.1", desk.port)
+        client.loop_start()
+        self.addCleanup(client.loop_stop)
+        self.addCleanup(client.disconnect)
+        return answers.get(timeout=30)
