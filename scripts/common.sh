@@ -128,7 +128,7 @@ sanitize() {
     sanitize_threads "${@:2}"
   else
     build asan "contract_tests mqtt_adapter_tests platform_interface_tests platform_tests
-      cloud_agent_tests virtual_camera_tests" -DSANITIZE=address,undefined
+      cloud_agent_tests virtual_camera_tests console_tests" -DSANITIZE=address,undefined
     run_tests asan --label-regex 'contract|unit' "$@"
   fi
 }
@@ -143,7 +143,8 @@ sanitize_threads() {
   TSAN_OPTIONS+=" suppressions=$PWD/cmake/thread_sanitizer.txt"
   rm -rf "$reports"
   mkdir -p "$reports"
-  build tsan "platform_tests cloud_agent_tests virtual_camera_tests rig_tests" -DSANITIZE=thread
+  build tsan "platform_tests cloud_agent_tests virtual_camera_tests console_tests rig_tests" \
+    -DSANITIZE=thread
   run_tests tsan --label-regex threads "$@" || status=$?
   [ -z "$(ls "$reports")" ] || {
     cat "$reports"/* | head -n 100 >&2
