@@ -18,7 +18,7 @@ readonly link_port=${ports[--link-port]} page=http://127.0.0.1:${ports[--console
 # Tests name the directory in which everything has been built.
 if [ -z "${DESK_BUILD:-}" ]; then
   need_packages run
-  build dev "cloud_agent virtual_camera camera_ctl mqttadapter console" -DMQTTADAPTER_TESTS=OFF
+  build dev "cloud_agent virtual_camera camera_ctl mqttadapter console" "${only_to_run[@]}"
 fi
 readonly build=${DESK_BUILD:-build/dev}
 

@@ -77,8 +77,8 @@ class Building(ScriptTest):
             echo "MQTTADAPTER_TESTS:BOOL=$tests" >build/dev/CMakeCache.txt
             touch build/dev/build.ninja""")
 
-    def times_configured(self):
-        return len((self.folder / "configured").read_text().splitlines())
+    def configured(self):
+        return (self.folder / "configured").read_text().splitlines()
 
     def test_shows_how_far_it_is(self):
         self.ninja("echo '[1/2] Building a'; echo '[2/2] Building b'")
@@ -97,13 +97,14 @@ class Building(ScriptTest):
 
     def test_without_the_tests_takes_them_in_when_they_are_needed(self):
         self.ninja("true")
-        self.bash("build dev all -DMQTTADAPTER_TESTS=OFF; build dev all; build dev all")
-        self.assertEqual(self.times_configured(), 2)
+        self.bash('build dev all "${only_to_run[@]}"; build dev all; build dev all')
+        self.assertEqual(len(self.configured()), 2)
+        self.assertIn("TESTS=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo", self.configured()[1])
 
     def test_does_not_leave_out_tests_that_are_there(self):
         self.ninja("true")
-        self.bash("build dev all; build dev all -DMQTTADAPTER_TESTS=OFF")
-        self.assertEqual(self.times_configured(), 1)
+        self.bash('build dev all; build dev all "${only_to_run[@]}"')
+        self.assertEqual(len(self.configured()), 1)
 
 
 class KeptState(ScriptTest):
