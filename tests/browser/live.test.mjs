@@ -26,9 +26,9 @@ test("a car becomes a card with both pictures and is acknowledged", async () => 
   await page.close();
 });
 
-test("a passport has the bytes of the bus and the JSON of the broker", async () => {
+test("a passport has the bytes of the bus and the JSON of the broker", async (t) => {
   const recorded = await desk.rig.nextRecord();
-  const published = await listen("cameras/DESK0001/message/ivs_result");
+  const published = await listen(t, "cameras/DESK0001/message/ivs_result");
   const page = await desk.browser.open(desk.rig);
   const plate_id = await carPasses("CD67890");
   await page.click(`${cardOf(plate_id)}[data-state="delivered"] a[data-open]`);
@@ -63,14 +63,14 @@ test("the steps of a passport come in order", async () => {
 });
 
 /// Subscribes; resolves to what waits for the first message's text.
-async function listen(topic) {
+async function listen(t, topic) {
   const client = await mqtt.connectAsync(`mqtt://127.0.0.1:${desk.rig.mqtt_port}`);
+  t.after(() => client.endAsync(true));
   const texts = [];
   client.on("message", (_, text) => texts.push(text.toString()));
   await client.subscribeAsync(topic);
   return async () => {
     await until(() => texts.length > 0, topic);
-    await client.endAsync();
     return texts[0];
   };
 }

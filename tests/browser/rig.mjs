@@ -140,6 +140,7 @@ export class Rig {
     const recorder = new Part(
       program("camera_ctl"), ["record", file, "--count", "1"], this.#environment(this.sn),
       this.path("record.log"));
+    this.parts.set("recorder", recorder);
     await recorder.says("recording to");
     return async () => {
       await until(() => recorder.process.exitCode !== null, "the record");
