@@ -41,8 +41,8 @@ wait_for_an_end() {
   done
 }
 
-# Starts a child that has ended again and says so. One that ends twice within two seconds of
-# its start, and not because of a signal, cannot run: that fails.
+# Starts a child that has ended again and says so. Fails for one that ends twice within two
+# seconds of its start, and not because of a signal: it cannot run.
 # usage: restart_child NAME STATUS
 restart_child() {
   local name=$1 status=$2 lived_us how="exit code $2"
@@ -51,8 +51,7 @@ restart_child() {
   if [ "$lived_us" -ge 2000000 ]; then
     child_quick_ends[$name]=0
   else
-    [[ $how == "exit code "[1-9]* ]] && ((++child_quick_ends[$name] >= 2)) &&
-      fail "$name cannot start: $(last_words "$name")"
+    [[ $how == "exit code "[1-9]* ]] && ((++child_quick_ends[$name] >= 2)) && return 1
     sleep 1
   fi
   launch_child "$name"

@@ -102,9 +102,11 @@ setsid setpriv --pdeathsig TERM tail -n +1 -f "$log_dir/agent.out" > >(show_mess
 # The first car does not keep anybody waiting.
 "$build/bin/camera_ctl" car >"$log_dir/first_car.out"
 [ "$seconds" -eq 0 ] || start_child timer sleep "$seconds"
+# The shell's own words about processes that were killed are not for people.
 while wait_for_an_end && [ "$ended" != timer ]; do
-  restart_child "$ended" "$status"
-done
+  restart_child "$ended" "$status" || break
+done 2>/dev/null
+[ "$ended" = timer ] || fail "$ended cannot start: $(last_words "$ended")"
 acknowledged=$(grep -c 'ivs_result.*acknowledged' "$log_dir/agent.out" || true)
 [ "$acknowledged" -gt 0 ] || fail "run: no result was acknowledged, see $log_dir/agent.err"
 say "$acknowledged results acknowledged in $seconds seconds"

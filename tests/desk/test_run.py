@@ -62,6 +62,7 @@ class APartThatEnds(DeskTest):
                 desk.shows(rf"{part} ended \(signal KILL\) and was started again")
                 self.assertNotEqual(desk.pid(part), pid)
                 desk.waits_for_one_more_result()
+        self.assertNotIn("children.sh", desk.output())
 
     def test_and_cannot_start_ends_the_run_with_its_reason(self):
         desk = self.desk(build=self.build_whose_console_can_break()).start()

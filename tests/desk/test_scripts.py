@@ -2,6 +2,7 @@
 import json
 import os
 import pathlib
+import pty
 import shutil
 import subprocess
 import tempfile
@@ -22,12 +23,12 @@ class ScriptTest(unittest.TestCase):
         file.write_text("#!/bin/bash\n" + script)
         file.chmod(0o755)
 
-    def bash(self, script):
+    def bash(self, script, terminal=subprocess.PIPE):
         """Runs a script that has what the commands of ./dev have; (exit status, all output)."""
         result = subprocess.run(
             ["bash", "-c", "set -euo pipefail; . scripts/common.sh; " + script], cwd=self.folder,
             env={**os.environ, "PATH": f"{self.folder}/tools:{os.environ['PATH']}"}, text=True,
-            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=60)
+            stdout=terminal, stderr=subprocess.STDOUT, timeout=60)
         return result.returncode, result.stdout
 
 
@@ -83,6 +84,15 @@ class Building(ScriptTest):
     def test_shows_how_far_it_is(self):
         self.ninja("echo '[1/2] Building a'; echo '[2/2] Building b'")
         self.assertEqual(self.bash("build dev all"), (0, "./dev: [1/2] Building a\n"))
+
+    def test_shows_it_in_one_line_of_a_terminal(self):
+        self.ninja("echo '[1/2] Building a'; echo '[2/2] Building b'")
+        screen, terminal = pty.openpty()
+        self.addCleanup(os.close, screen)
+        self.bash("build dev all", terminal)
+        os.close(terminal)
+        self.assertEqual(os.read(screen, 65536).decode(),
+                         "\r[1/2] Building a\x1b[K\r[2/2] Building b\x1b[K\r\x1b[K")
 
     def test_of_nothing_says_nothing(self):
         self.ninja("echo 'ninja: no work to do.'")
