@@ -9,6 +9,19 @@ namespace {
 
 constexpr std::size_t kMaxSteps = 40;
 
+/// The states in the order in which a message comes to them.
+int RankOf(const std::string& state) {
+  constexpr const char* kStates[] = {"",          "stored",       "announced",
+                                     "in_store",  "refused",      "handed_over",
+                                     "published", "acknowledged", "delivered"};
+  for (int rank = 0; rank < static_cast<int>(std::size(kStates)); ++rank) {
+    if (state == kStates[rank]) {
+      return rank;
+    }
+  }
+  return 0;
+}
+
 Json::Value Int(std::int64_t number) { return Json::Int64{number}; }
 
 Json::Value ToJson(const Passport::Step& step) {
@@ -81,6 +94,18 @@ void Passport::Add(const char* step, const char* by, Time_us time_us, const std:
       std::upper_bound(steps.begin(), steps.end(), time_us,
                        [](Time_us time, const Step& present) { return time < present.at_us; });
   steps.insert(later, {step, by, time_us, note});
+}
+
+void Passport::Advance(const char* to) {
+  if (RankOf(to) > RankOf(state)) {
+    state = to;
+  }
+}
+
+void Passport::FallBack(const char* to) {
+  if (state != "delivered") {
+    state = to;
+  }
 }
 
 Json::Value Passport::ToJson() const {

@@ -79,6 +79,12 @@ struct Passport {
   /// Keeps at most 40 steps; later ones are left out.
   void Add(const char* step, const char* by, Time_us time_us, const std::string& note = "");
 
+  /// Notes how far a message has come. What is told late does not take it back.
+  void Advance(const char* to);
+
+  /// It stays in the camera's store, or goes back there.
+  void FallBack(const char* to);
+
   Json::Value ToJson() const;
 };
 

@@ -2,17 +2,17 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
+#include "console/passports/message_kinds.h"
 #include "console/passports/record.h"
 #include "json_text.h"
 #include "platform/json_member.h"
-#include "platform/trace.h"
 
 namespace console {
 namespace {
 
 using tarvex::Member;
-using tarvex::TracedBytes;
 
 constexpr Time_us kSecond_us = 1000000;
 // The ways of the three sources differ by no more than this.
@@ -21,83 +21,7 @@ constexpr Time_us kAnswerWithin_us = 15 * kSecond_us;
 constexpr std::size_t kMaxUnclaimed = 256;
 constexpr std::size_t kMaxExpected = 64;
 constexpr std::size_t kMaxCopies = 4;
-constexpr std::size_t kMaxBusRequests = 16;
-constexpr int kRedeliveryTag = 16;
-constexpr char kResultTopic[] = "BUS_SRV_IVS_RESULT";
 constexpr char kStoredTopic[] = "STP_SELECT_MQTT_OFFLINE_RECORD";
-
-/// What a bus topic is on the page, and the name under which the plug-in publishes it.
-struct Kind {
-  const char* topic;
-  const char* kind;
-  const char* name;
-};
-constexpr Kind kKinds[] = {
-    {kResultTopic, "result", "ivs_result"},
-    {"BUS_SRV_LANECTRL_RESULT", "lane", "lanectrl_result"},
-    {"EVT_SRV_EXTERNAL_TRIGGER", "input", "gpio_in"},
-    {"EVS_RS485_READ", "serial", "serial_data"},
-    {"SS_DEV_NAME_CHANGED", "identity", "SS_DEV_NAME_CHANGED"},
-    {"SYS_SRV_IP_CHANGED", "identity", "SYS_SRV_IP_CHANGED"},
-};
-
-const Kind* KindOfTopic(const std::string& topic) {
-  const auto* found = std::find_if(std::begin(kKinds), std::end(kKinds),
-                                   [&topic](const Kind& kind) { return kind.topic == topic; });
-  return found == std::end(kKinds) ? nullptr : found;
-}
-
-const Kind* KindOfName(const std::string& name) {
-  const auto* found = std::find_if(std::begin(kKinds), std::end(kKinds),
-                                   [&name](const Kind& kind) { return kind.name == name; });
-  return found == std::end(kKinds) ? nullptr : found;
-}
-
-/// How far a result has come. What is told late does not take it back.
-int RankOf(const std::string& state) {
-  constexpr const char* kStates[] = {"",          "stored",       "announced",
-                                     "in_store",  "refused",      "handed_over",
-                                     "published", "acknowledged", "delivered"};
-  for (int rank = 0; rank < static_cast<int>(std::size(kStates)); ++rank) {
-    if (state == kStates[rank]) {
-      return rank;
-    }
-  }
-  return 0;
-}
-
-void Advance(Passport* passport, const char* state) {
-  if (RankOf(state) > RankOf(passport->state)) {
-    passport->state = state;
-  }
-}
-
-/// It stays in the camera's store, or goes back there.
-void FallBack(Passport* passport, const char* state) {
-  if (passport->state != "delivered") {
-    passport->state = state;
-  }
-}
-
-std::string Text(const Json::Value& event, const char* member) {
-  const Json::Value& value = Member(event, member);
-  return value.isString() ? value.asString() : "";
-}
-
-std::int64_t Number(const Json::Value& event, const char* member) {
-  const Json::Value& value = Member(event, member);
-  return value.isInt64() ? value.asInt64() : 0;
-}
-
-std::optional<std::uint32_t> PlateId(const Json::Value& event) {
-  const Json::Value& value = Member(event, "plate_id");
-  return value.isUInt() ? std::optional(value.asUInt()) : std::nullopt;
-}
-
-std::string Payload(const Json::Value& event) {
-  const std::string bytes = TracedBytes(event, "payload_base64");
-  return bytes.empty() ? Text(event, "payload") : bytes;
-}
 
 std::optional<std::uint32_t> PublishedPlateId(const std::string& payload) {
   Json::Value document;
@@ -128,14 +52,9 @@ std::size_t WeightOf(const Passport& passport) {
 
 }  // namespace
 
-struct PassportBook::Row {
-  const char* event;
-  void (PassportBook::*note)(const Json::Value& event);
-};
-
 std::vector<std::string> PassportBook::Topics() {
   std::vector<std::string> topics;
-  for (const Kind& kind : kKinds) {
+  for (const MessageKind& kind : MessageKinds()) {
     topics.emplace_back(kind.topic);
   }
   return topics;
@@ -144,74 +63,13 @@ std::vector<std::string> PassportBook::Topics() {
 PassportBook::PassportBook(OnStep on_step, const Limits& limits)
     : on_step_(std::move(on_step)), limits_(limits) {}
 
-void PassportBook::OnTrace(const Json::Value& event) {
-  static const Row rows[] = {
-      {"stored", &PassportBook::Stored},
-      {"announced", &PassportBook::Announced},
-      {"delivered", &PassportBook::Delivered},
-      {"handed_over", &PassportBook::HandedOver},
-      {"published", &PassportBook::Published},
-      {"not_published", &PassportBook::NotPublished},
-      {"acknowledged", &PassportBook::Acknowledged},
-      {"unconfirmed", &PassportBook::Unconfirmed},
-      {"request", &PassportBook::Requested},
-      {"bus_request", &PassportBook::BusRequested},
-      {"response", &PassportBook::Responded},
-  };
-  if (Text(event, "sn").empty()) {
-    return;
-  }
-  const std::string name = Text(event, "event");
-  for (const Row& row : rows) {
-    if (name == row.event) {
-      (this->*row.note)(event);
-      MakeRoom();
-      return;
-    }
-  }
-}
-
-// The camera ------------------------------------------------------------------------
-
-void PassportBook::Stored(const Json::Value& event) {
-  if (const auto plate_id = PlateId(event)) {
-    Passport& result = Result(Text(event, "sn"), *plate_id, Number(event, "at_us"));
-    Advance(&result, "stored");
-    Step(&result, "stored", "camera", Number(event, "at_us"));
-  }
-}
-
-void PassportBook::Announced(const Json::Value& event) {
-  const std::string sn = Text(event, "sn");
-  const Time_us at_us = Number(event, "at_us");
-  const auto plate_id = PlateId(event);
-  const std::string topic = Text(event, "topic");
-  if (KindOfTopic(topic) == nullptr) {
-    return;
-  }
-  Passport& passport = plate_id ? Result(sn, *plate_id, at_us)
-                                : Event(sn, topic, at_us, [](const Passport& present) {
-                                    return !present.Has("announced");
-                                  });
-  Advance(&passport, "announced");
-  Step(&passport, "announced", "camera", at_us);
-}
-
-void PassportBook::Delivered(const Json::Value& event) {
-  if (const auto plate_id = PlateId(event)) {
-    Passport& result = Result(Text(event, "sn"), *plate_id, Number(event, "at_us"));
-    result.state = "delivered";
-    Step(&result, "delivered", "camera", Number(event, "at_us"));
-  }
-}
-
 void PassportBook::OnBusMessage(const std::string& sn, const std::string& topic,
                                 const std::string& body, Time_us at_us) {
-  const Kind* kind = KindOfTopic(topic);
+  const MessageKind* kind = KindOfTopic(topic);
   if (kind == nullptr) {
     return;
   }
-  const auto head = topic == kResultTopic ? ReadRecord(body) : std::nullopt;
+  const auto head = topic == ResultKind().topic ? ReadRecord(body) : std::nullopt;
   Passport& passport =
       head ? Result(sn, head->plate_id, at_us)
            : Event(sn, topic, at_us, [](const Passport& present) { return !present.bus; });
@@ -232,173 +90,6 @@ void PassportBook::OnStoredRecord(const std::string& sn, const std::string& reco
     MakeRoom();
   }
 }
-
-// The agent -------------------------------------------------------------------------
-
-void PassportBook::HandedOver(const Json::Value& event) {
-  const std::string sn = Text(event, "sn");
-  const std::string topic = Text(event, "topic");
-  const std::string body = TracedBytes(event, "body");
-  const Time_us at_us = Number(event, "at_us");
-  if (KindOfTopic(topic) == nullptr) {
-    return;
-  }
-  const auto head = topic == kResultTopic ? ReadRecord(body) : std::nullopt;
-  Passport& passport =
-      head ? Result(sn, head->plate_id, at_us)
-           : Event(sn, topic, at_us, [&body](const Passport& present) {
-               return !present.Has("handed_over") && (!present.bus || present.bus->body == body);
-             });
-  Advance(&passport, "handed_over");
-  Step(&passport, "handed_over", "agent", at_us);
-}
-
-void PassportBook::Published(const Json::Value& event) {
-  const std::string sn = Text(event, "sn");
-  const std::string name = Text(event, "name");
-  const std::string topic = Text(event, "topic");
-  const Time_us at_us = Number(event, "at_us");
-  const std::string request = Text(event, "request");
-  const auto plate_id = PlateId(event);
-  const Kind* kind = KindOfName(name);
-  const bool is_redelivered = Number(event, "tag") == kRedeliveryTag;
-  const bool is_result = plate_id && kind == &kKinds[0];
-  Passport* passport = nullptr;
-  if (is_result) {
-    passport = &Result(sn, *plate_id, at_us);
-    passport->is_redelivered = passport->is_redelivered || is_redelivered;
-  } else if (!request.empty()) {
-    passport = &RequestOf(sn, request, at_us);
-  } else if (kind != nullptr) {
-    passport = &Event(sn, kind->topic, at_us, [](const Passport& present) {
-      return present.Has("handed_over") && !present.Has("published");
-    });
-  } else {
-    passport = &Make("message/" + sn + "/" + std::to_string(++last_event_), sn, "message", at_us);
-    passport->name = name;
-  }
-  if (request.empty()) {
-    Advance(passport, "published");
-  }
-  Step(passport, "published", "agent", at_us, is_redelivered ? "delivered again" : "");
-  publications_[sn + "/" + std::to_string(Number(event, "publication"))] = passport->id;
-  if (!is_result) {
-    ExpectAtBroker(*passport, topic, static_cast<std::size_t>(Number(event, "bytes")));
-  }
-}
-
-void PassportBook::NotPublished(const Json::Value& event) {
-  if (const auto plate_id = PlateId(event)) {
-    Passport& result = Result(Text(event, "sn"), *plate_id, Number(event, "at_us"));
-    FallBack(&result, "in_store");
-    Step(&result, "not_published", "agent", Number(event, "at_us"), Text(event, "why"));
-  }
-}
-
-void PassportBook::Acknowledged(const Json::Value& event) {
-  Passport* passport = OfPublication(event);
-  if (passport == nullptr) {
-    return;
-  }
-  const std::string answer = Text(event, "answer");
-  if (passport->kind != "request") {
-    if (answer == "taken") {
-      passport->ack_us = Number(event, "us");
-      Advance(passport, "acknowledged");
-    } else {
-      FallBack(passport, answer == "refused" ? "refused" : "in_store");
-    }
-  }
-  Step(passport, "acknowledged", "broker", Number(event, "at_us"),
-       answer == "unheard"   ? "nobody subscribes to it"
-       : answer == "refused" ? "refused"
-                             : "");
-}
-
-void PassportBook::Unconfirmed(const Json::Value& event) {
-  Passport* passport = OfPublication(event);
-  if (passport == nullptr) {
-    return;
-  }
-  if (passport->kind != "request") {
-    FallBack(passport, "in_store");
-  }
-  Step(passport, "unconfirmed", "agent", Number(event, "at_us"),
-       "the link was lost before the acknowledgement");
-  for (auto& [topic, expected] : expected_) {
-    expected.erase(
-        std::remove_if(expected.begin(), expected.end(),
-                       [passport](const Expected& one) { return one.id == passport->id; }),
-        expected.end());
-  }
-}
-
-void PassportBook::Requested(const Json::Value& event) {
-  const std::string sn = Text(event, "sn");
-  const std::string request = Text(event, "request");
-  const std::string correlation = Text(event, "correlation");
-  const Time_us at_us = Number(event, "at_us");
-  if (request.empty()) {
-    return;
-  }
-  const std::string sent = "request/" + sn + "/" + correlation;
-  const bool is_ours = !correlation.empty() && entries_.count(sent) != 0;
-  requests_[sn + "/" + request] = is_ours ? sent : "request/" + sn + "/" + request;
-  Passport& passport = RequestOf(sn, request, at_us);
-  passport.name = Text(event, "name");
-  if (passport.state != "answered") {  // the broker may have passed on the response already
-    passport.state = "running";
-  }
-  Passport::Request arrived;
-  arrived.topic = Text(event, "topic");
-  arrived.payload = Cut(Payload(event), &passport);
-  arrived.waited_us = Number(event, "waited_us");
-  arrived.at_us = at_us - arrived.waited_us;
-  arrived.correlation = correlation;
-  passport.request = std::move(arrived);
-  Step(&passport, "received", "agent", passport.request->at_us);
-  Step(&passport, "begun", "agent", at_us);
-}
-
-void PassportBook::BusRequested(const Json::Value& event) {
-  const auto found = requests_.find(Text(event, "sn") + "/" + Text(event, "request"));
-  if (found == requests_.end()) {
-    return;  // the agent's own, or of a confirmation
-  }
-  Passport& passport = entries_.at(found->second).passport;
-  if (passport.bus_requests.size() >= kMaxBusRequests) {
-    passport.is_cut = true;
-    return;
-  }
-  Passport::BusRequest request;
-  request.queue = Text(event, "queue");
-  request.body = Cut(TracedBytes(event, "body"), &passport);
-  request.timeout_ms = static_cast<int>(Number(event, "timeout_ms"));
-  request.outcome = Text(event, "outcome");
-  request.us = Number(event, "us");
-  request.at_us = Number(event, "at_us") - request.us;
-  if (Member(event, "reply").isString()) {
-    request.reply = Cut(TracedBytes(event, "reply"), &passport);
-  }
-  passport.is_cut = passport.is_cut || Member(event, "cut").isBool();
-  passport.bus_requests.push_back(std::move(request));
-  Touch(passport);
-}
-
-void PassportBook::Responded(const Json::Value& event) {
-  const std::string request = Text(event, "request");
-  const std::string sn = Text(event, "sn");
-  if (request.empty()) {
-    return;
-  }
-  Passport& passport = RequestOf(sn, request, Number(event, "at_us"));
-  const std::string payload = Cut(Payload(event), &passport);
-  passport.response = {Text(event, "topic"), payload, Number(event, "at_us"), Number(event, "us")};
-  passport.state = "answered";
-  Step(&passport, "answered", "agent", Number(event, "at_us"));
-}
-
-// The broker ------------------------------------------------------------------------
 
 std::string PassportBook::OnSent(const std::string& sn, const std::string& name,
                                  const Passport::Request& request) {
@@ -428,7 +119,7 @@ void PassportBook::OnBrokerMessage(const BrokerMessage& message) {
     }
     return;
   }
-  if (const auto plate_id = KindOfName(message.name) == &kKinds[0]
+  if (const auto plate_id = KindOfName(message.name) == &ResultKind()
                                 ? PublishedPlateId(message.payload)
                                 : std::nullopt) {
     PassedOn(&Result(message.sn, *plate_id, message.at_us), message);
@@ -467,7 +158,7 @@ void PassportBook::PassedOn(Passport* passport, const BrokerMessage& message) {
     passport->mqtt.push_back({message.topic, Cut(message.payload, passport), message.at_us, 0});
   }
   if (passport->kind != "request") {
-    Advance(passport, "published");
+    passport->Advance("published");
   }
   Step(passport, "at_the_broker", "broker", message.at_us);
 }
@@ -498,14 +189,12 @@ void PassportBook::ExpectAtBroker(const Passport& passport, const std::string& t
   }
 }
 
-// Time, and what all share ------------------------------------------------------------
-
 void PassportBook::OnTime(Time_us now_us) {
   // Of an agent that announces nothing only the broker knows.
   while (!unclaimed_.empty() && unclaimed_.front().at_us < now_us - kClaimWithin_us) {
     const BrokerMessage message = unclaimed_.front();
     unclaimed_.pop_front();
-    const Kind* kind = KindOfName(message.name);
+    const MessageKind* kind = KindOfName(message.name);
     Passport& passport = Make("message/" + message.sn + "/" + std::to_string(++last_event_),
                               message.sn, kind != nullptr ? kind->kind : "message", message.at_us);
     passport.name = message.name;
@@ -524,7 +213,7 @@ void PassportBook::OnTime(Time_us now_us) {
 
 Passport& PassportBook::Result(const std::string& sn, std::uint32_t plate_id, Time_us at_us) {
   Passport& passport = Make("result/" + sn + "/" + std::to_string(plate_id), sn, "result", at_us);
-  passport.name = kKinds[0].name;
+  passport.name = ResultKind().name;
   passport.plate_id = plate_id;
   return passport;
 }
@@ -532,7 +221,7 @@ Passport& PassportBook::Result(const std::string& sn, std::uint32_t plate_id, Ti
 // The oldest of that topic for which `is_it`, or a new one.
 Passport& PassportBook::Event(const std::string& sn, const std::string& topic, Time_us at_us,
                               const std::function<bool(const Passport&)>& is_it) {
-  const Kind* kind = KindOfTopic(topic);
+  const MessageKind* kind = KindOfTopic(topic);
   for (const auto& [order, id] : order_) {
     Passport& present = entries_.at(id).passport;
     if (present.sn == sn && present.name == kind->name && !present.plate_id &&
@@ -543,14 +232,6 @@ Passport& PassportBook::Event(const std::string& sn, const std::string& topic, T
   Passport& made = Make("event/" + sn + "/" + std::to_string(++last_event_), sn, kind->kind, at_us);
   made.name = kind->name;
   return made;
-}
-
-Passport& PassportBook::RequestOf(const std::string& sn, const std::string& request,
-                                  Time_us at_us) {
-  const auto known = requests_.find(sn + "/" + request);
-  const std::string id = known != requests_.end() ? known->second : "request/" + sn + "/" + request;
-  requests_[sn + "/" + request] = id;
-  return Make(id, sn, "request", at_us);
 }
 
 Passport& PassportBook::Make(const std::string& id, const std::string& sn, const std::string& kind,
@@ -566,17 +247,6 @@ Passport& PassportBook::Make(const std::string& id, const std::string& sn, const
     order_[entry.order] = id;
   }
   return entry.passport;
-}
-
-Passport* PassportBook::OfPublication(const Json::Value& event) {
-  const auto found =
-      publications_.find(Text(event, "sn") + "/" + std::to_string(Number(event, "publication")));
-  if (found == publications_.end()) {
-    return nullptr;
-  }
-  const std::string id = found->second;
-  publications_.erase(found);
-  return &entries_.at(id).passport;
 }
 
 void PassportBook::SetRecord(Passport* passport, const std::string& topic, const std::string& body,

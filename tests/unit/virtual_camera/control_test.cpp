@@ -135,8 +135,7 @@ TEST_F(Commands, ShowNoMoreOfTheWhiteListThanFitsABusMessage) {
 TEST_F(Commands, ShowTheRecordOfAResult) {
   CarPasses("AB123CD");
   const std::string record = *device->results.Newest();
-  EXPECT_EQ(Send(R"({"command":"record","plate_id":1})")["record"],
-            tarvex::Base64::Encode(record));
+  EXPECT_EQ(Send(R"({"command":"record","plate_id":1})")["record"], tarvex::Base64::Encode(record));
   EXPECT_EQ(Send(R"({"command":"record","plate_id":2})")["ok"], false);
   EXPECT_EQ(Send(R"({"command":"record"})")["ok"], false);
 }
