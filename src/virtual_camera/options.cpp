@@ -1,5 +1,7 @@
 #include "virtual_camera/options.h"
 
+#include <CLI/CLI.hpp>
+
 #include "chw_info.h"
 
 namespace virtual_camera {
@@ -99,13 +101,20 @@ void AddBehaviour(CLI::App& app, DeviceOptions& device, bool& trace) {
 
 }  // namespace
 
-void AddOptions(CLI::App& app, CameraOptions& options) {
+std::optional<int> ParseOptions(int argc, const char* const* argv, CameraOptions* options) {
+  CLI::App app;
   app.description(kAbout);
-  AddTraffic(app, options);
-  AddPictures(app, options.device.pictures);
-  AddStore(app, options.device);
-  AddIdentity(app, options.device);
-  AddBehaviour(app, options.device, options.trace);
+  AddTraffic(app, *options);
+  AddPictures(app, options->device.pictures);
+  AddStore(app, options->device);
+  AddIdentity(app, options->device);
+  AddBehaviour(app, options->device, options->trace);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& failure) {
+    return app.exit(failure);
+  }
+  return std::nullopt;
 }
 
 }  // namespace virtual_camera

@@ -2,10 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include <json/value.h>
-#include <CLI/CLI.hpp>
 
 namespace virtual_camera {
 
@@ -18,7 +18,7 @@ struct CtlRequest {
   std::string trace_id;  ///< empty: the list
 };
 
-/// Adds every subcommand; parsing then fills `request`, which must outlive the parser.
-void AddCommands(CLI::App& app, CtlRequest& request);
+/// @return the exit status where the program is to end at once.
+std::optional<int> ParseCommand(int argc, const char* const* argv, CtlRequest* request);
 
 }  // namespace virtual_camera

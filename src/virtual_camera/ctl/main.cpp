@@ -3,12 +3,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <optional>
 #include <string>
 
 #include <json/value.h>
-#include <CLI/CLI.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/signal_set.hpp>
 
 #include "json_text.h"
 #include "virtual_camera/ctl/commands.h"
@@ -17,16 +15,16 @@
 
 namespace {
 
+volatile std::sig_atomic_t is_interrupted = 0;
+
+void Interrupt(int /*signal*/) { is_interrupted = 1; }
+
 // Ends with --count records, or at SIGINT or SIGTERM.
 int Record(virtual_camera::CtlClient& client, const virtual_camera::CtlRequest& request) {
-  boost::asio::io_context context;
-  boost::asio::signal_set signals(context, SIGINT, SIGTERM);
-  bool is_interrupted = false;
-  signals.async_wait([&](const boost::system::error_code&, int) { is_interrupted = true; });
-  const int64_t written = client.Record(request.record_file, request.record_count, [&] {
-    context.poll();
-    return is_interrupted;
-  });
+  std::signal(SIGINT, Interrupt);
+  std::signal(SIGTERM, Interrupt);
+  const int64_t written =
+      client.Record(request.record_file, request.record_count, [] { return is_interrupted != 0; });
   (void)std::printf("%lld records\n", static_cast<long long>(written));
   return 0;
 }
@@ -59,10 +57,10 @@ int Carry(const virtual_camera::CtlRequest& request) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app;
   virtual_camera::CtlRequest request;
-  virtual_camera::AddCommands(app, request);
-  CLI11_PARSE(app, argc, argv);
+  if (const std::optional<int> exit_status = virtual_camera::ParseCommand(argc, argv, &request)) {
+    return *exit_status;
+  }
   // Warnings and errors only, unless the environment says otherwise.
   setenv("TARVEX_LOG_LEVEL", "4", 0);
   try {
