@@ -31,13 +31,18 @@ launch_child() {
   echo $! >"$run_dir/$name.pid"
 }
 
-# Waits until one of the children ends: $ended is its name then, $status its exit status.
+# Waits until one of the children ends: $ended is its name then, $status its exit status. It
+# looks again and again: bash's own waiting misses a child that ends while another command runs.
 wait_for_an_end() {
-  local pid name
-  status=0
-  wait -n -p pid "${child_pid[@]}" || status=$?
-  for name in "${child_names[@]}"; do
-    [ "${child_pid[$name]}" != "$pid" ] || ended=$name
+  local name
+  while true; do
+    for name in "${child_names[@]}"; do
+      kill -0 "${child_pid[$name]}" 2>/dev/null && continue
+      ended=$name status=0
+      wait "${child_pid[$name]}" 2>/dev/null || status=$?
+      return 0
+    done
+    sleep 0.2
   done
 }
 

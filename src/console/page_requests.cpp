@@ -155,18 +155,17 @@ void Console::Post(const HttpRequest& request, const Reply& reply) {
     return;
   }
   const bool is_of_camera = parts.size() >= 4 && parts[0] == "api" && parts[1] == "cameras";
-  if (!is_of_camera) {
-    reply(ErrorResponse(404, "there is nothing at this address"));
-  } else if (!desk_.Knows(parts[2])) {
+  const std::size_t size = is_of_camera ? parts.size() : 0;
+  if (is_of_camera && !desk_.Knows(parts[2])) {
     reply(ErrorResponse(404, "there is no camera " + parts[2]));
-  } else if (parts.size() == 5 && parts[3] == "requests") {
+  } else if (size == 5 && parts[3] == "requests") {
     const auto name = Decoded(parts[4]);
     reply(name && CanBeInTopic(*name)
               ? SendRequest(parts[2], *name, request.body)
               : ErrorResponse(400, "a request's name is not empty and has no + or #"));
-  } else if (parts.size() == 4 && parts[3] == "world") {
+  } else if (size == 4 && parts[3] == "world") {
     ChangeWorld(parts[2], request.body, reply);
-  } else if (parts.size() == 4 && parts[3] == "restart-agent") {
+  } else if (size == 4 && parts[3] == "restart-agent") {
     reply(RestartAgent(parts[2]));
   } else {
     reply(ErrorResponse(404, "there is nothing at this address"));
