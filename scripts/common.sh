@@ -1,5 +1,8 @@
-# What the commands of ./dev share: packages, building, checking. Sourced.
+# What the commands of ./dev share: building, testing, checking. Sourced.
 # shellcheck shell=bash
+
+# shellcheck source=scripts/packages.sh
+. scripts/packages.sh
 
 fail() {
   printf './dev: %s\n' "$*" >&2
@@ -7,47 +10,6 @@ fail() {
 }
 
 say() { printf './dev: %s\n' "$*"; }
-
-# Installs the Debian packages that are missing; says nothing when none is.
-# usage: need_packages [lint]
-need_packages() {
-  local lists=(scripts/packages.txt) missing=() name command as_root=()
-  [ "${1:-}" != lint ] || lists+=(scripts/packages-lint.txt)
-  while read -r name command; do
-    if [ -n "$command" ] && command -v "$command" >/dev/null; then
-      continue
-    fi
-    # A package of several architectures has several lines.
-    dpkg-query -W -f='${db:Status-Status}\n' "$name" 2>/dev/null | grep -qx installed ||
-      missing+=("$name")
-  done < <(sed -e 's/#.*//' -e '/^ *$/d' "${lists[@]}")
-  [ ${#missing[@]} -gt 0 ] || return 0
-  command -v apt-get >/dev/null || fail "needs apt-get to install: ${missing[*]}"
-  if [ "$(id -u)" -ne 0 ]; then
-    command -v sudo >/dev/null || fail "needs root or sudo to install: ${missing[*]}"
-    as_root=(sudo)
-  fi
-  say "installing ${missing[*]}"
-  mkdir -p build
-  {
-    "${as_root[@]}" apt-get update &&
-      "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y --no-install-recommends "${missing[@]}"
-  } >build/apt.log 2>&1 || fail "apt-get failed, see build/apt.log: $(tail -n 1 build/apt.log)"
-}
-
-# Installs the npm packages that a directory's package-lock.json names, when they are not
-# there or older than it.
-# usage: need_npm DIRECTORY
-need_npm() {
-  local directory=$1
-  [ "$directory/node_modules/.package-lock.json" -ot "$directory/package-lock.json" ] || return 0
-  say "installing the npm packages of $directory"
-  mkdir -p build
-  npm ci --prefix "$directory" --ignore-scripts --no-audit --no-fund >build/npm.log 2>&1 ||
-    fail "npm failed for $directory, see build/npm.log: $(grep -m 1 error build/npm.log)"
-  touch "$directory/node_modules/.package-lock.json"
-}
 
 # Debian's own, which has Debian's packages, and leaves nothing beside the sources.
 python() { PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 "$@"; }
@@ -67,13 +29,21 @@ revision_before() {
   git rev-parse --verify --quiet HEAD^ || true
 }
 
+# Without the tests and without optimisation the programs take half as long to build, and fewer
+# packages. A directory that is like that is made whole when more is asked for.
+only_to_run=(-DMQTTADAPTER_TESTS=OFF -DCMAKE_BUILD_TYPE=None)
+
 # usage: configure DIRECTORY [CMAKE OPTIONS]
 configure() {
   local directory=build/$1
   shift
   mkdir -p "$directory"
-  [ -f "$directory/build.ninja" ] ||
-    cmake -S . -B "$directory" -G Ninja "$@" >"$directory/configure.log" 2>&1 || {
+  if [ -f "$directory/build.ninja" ] && { [[ $* == "${only_to_run[*]}" ]] ||
+    ! grep -q '^MQTTADAPTER_TESTS:BOOL=OFF' "$directory/CMakeCache.txt"; }; then
+    return 0
+  fi
+  cmake -S . -B "$directory" -G Ninja -DMQTTADAPTER_TESTS=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" \
+    >"$directory/configure.log" 2>&1 || {
     cat "$directory/configure.log" >&2
     fail "configuring $directory failed"
   }
@@ -87,12 +57,30 @@ build() {
   local directory=$1 targets
   read -ra targets <<<"${2//$'\n'/ }"
   configure "$directory" "${@:3}"
-  "${runner[@]}" cmake --build "build/$directory" --target "${targets[@]}" \
-    >"build/$directory/build.log" 2>&1 || {
+  "${runner[@]}" cmake --build "build/$directory" --target "${targets[@]}" 2>&1 |
+    tee "build/$directory/build.log" | show_progress || {
     grep -A 12 -E 'error|FAILED|warning' "build/$directory/build.log" | head -n 60 >&2 ||
       tail -n 30 "build/$directory/build.log" >&2
     fail "the build failed, see build/$directory/build.log"
   }
+}
+
+# Shows how far ninja is, "[37/115] Building ...": on a terminal in place, else every ten
+# seconds.
+show_progress() {
+  local line progress="" shown=-10
+  while IFS= read -r -t 10 line || [ $? -gt 128 ]; do
+    [[ $line != \[* ]] || progress=$line
+    if [ -z "$progress" ]; then
+      continue
+    elif [ -t 1 ]; then
+      printf '\r%.*s\e[K' $((${COLUMNS:-80} - 1)) "$progress"
+    elif [ $((SECONDS - shown)) -ge 10 ]; then
+      say "$progress"
+      shown=$SECONDS
+    fi
+  done
+  [ ! -t 1 ] || printf '\r\e[K'
 }
 
 # Numbers of the tests whose names match an extended regular expression, without regard
@@ -142,7 +130,7 @@ sanitize() {
     sanitize_threads "${@:2}"
   else
     build asan "contract_tests mqtt_adapter_tests platform_interface_tests platform_tests
-      cloud_agent_tests virtual_camera_tests" -DSANITIZE=address,undefined
+      cloud_agent_tests virtual_camera_tests console_tests" -DSANITIZE=address,undefined
     run_tests asan --label-regex 'contract|unit' "$@"
   fi
 }
@@ -157,7 +145,8 @@ sanitize_threads() {
   TSAN_OPTIONS+=" suppressions=$PWD/cmake/thread_sanitizer.txt"
   rm -rf "$reports"
   mkdir -p "$reports"
-  build tsan "platform_tests cloud_agent_tests virtual_camera_tests rig_tests" -DSANITIZE=thread
+  build tsan "platform_tests cloud_agent_tests virtual_camera_tests console_tests rig_tests" \
+    -DSANITIZE=thread
   run_tests tsan --label-regex threads "$@" || status=$?
   [ -z "$(ls "$reports")" ] || {
     cat "$reports"/* | head -n 100 >&2
@@ -174,7 +163,7 @@ scripts() { printf '%s\n' dev .ci/run scripts/*.sh; }
 lint() {
   sources | xargs clang-format --dry-run --Werror || fail "layout: run ./dev format"
   scripts | xargs shellcheck -x || fail "shellcheck found something"
-  pyflakes3 contract examples || fail "pyflakes found something"
+  pyflakes3 contract examples tests/desk || fail "pyflakes found something"
   lint_contract
   # clang-tidy reads what the build of build/dev was told.
   git ls-files -- '*.cpp' | xargs -P "$(nproc)" -n 1 clang-tidy -p build/dev --quiet \

@@ -78,7 +78,8 @@ Agent::Agent(const Options& options, Parts parts)
                     [this](const Request& request, Json::Value& response) {
                       return RunRequest(request.name, request.payload, request.version, response);
                     },
-                    [this](const OutboundMessage& message) { return SendResponse(message); }}) {}
+                    [this](const OutboundMessage& message) { return SendResponse(message); },
+                    parts_.trace}) {}
 
 Agent::~Agent() = default;
 
@@ -138,10 +139,16 @@ void Agent::Repeat(seconds interval, void (Agent::*task)()) {
 }
 
 void Agent::OnBusMessage(const tarvex::DpMessage& message, std::function<void()> deliver) {
+  if (parts_.trace != nullptr) {
+    deliver = parts_.trace->HandingOver(message, std::move(deliver));
+  }
   guard_.OnBusMessage(message.method, std::move(deliver));
 }
 
 void Agent::OnBusRequest(const tarvex::BusRequest& request) {
+  if (parts_.trace != nullptr) {
+    parts_.trace->BusRequest(request);
+  }
   health_.OnBusRequest(request, parts_.now());
   requests_.OnBusRequest(request);
 }
@@ -174,7 +181,7 @@ void Agent::Publish(const std::string& name, const Json::Value& payload, const s
     auto_push_.OnOfflineActivity();
   }
   if (!guard_.MayPublish(tag, payload)) {
-    NoteAnswer(sent, Fate::kOfflineBusy);
+    NoteNotPublished(name, sent, Fate::kOfflineBusy);
     return;
   }
   Json::Value body(Json::objectValue);
@@ -193,7 +200,7 @@ void Agent::Publish(const std::string& name, const Json::Value& payload, const s
   }
   if (failure) {
     guard_.OnNotPublished(tag);
-    NoteAnswer(sent, *failure);
+    NoteNotPublished(name, sent, *failure);
     return;
   }
   ++counters_.published;
@@ -222,8 +229,18 @@ std::optional<Fate> Agent::SendToBroker(const OutboundMessage& message, Sent sen
     case PublishResult::kAccepted:
       break;
   }
+  if (parts_.trace != nullptr) {
+    parts_.trace->Published(publication.id, sent);
+  }
   guard_.OnPublished(publication.id, std::move(sent));
   return std::nullopt;
+}
+
+void Agent::NoteNotPublished(const std::string& name, const Sent& sent, Fate fate) {
+  if (parts_.trace != nullptr) {
+    parts_.trace->NotPublished(name, sent, FateText(fate));
+  }
+  NoteAnswer(sent, fate);
 }
 
 // What becomes of a message of the plug-in. Pictures of a result that the cloud surely does
@@ -272,6 +289,9 @@ void Agent::OnLinkUp(int subscription_code) {
     LogRefusal("the subscription to " + options_.requests.topics.base + "/request/#",
                subscription_code, &subscription_refusal_logged_at_);
   }
+  if (parts_.trace != nullptr) {
+    parts_.trace->LinkUp();
+  }
   parts_.screen->ShowEvent("broker connected");
   adapter_->OnMQTTConnected();
   guard_.OnLinkUp();
@@ -286,15 +306,22 @@ void Agent::OnLinkUp(int subscription_code) {
 
 void Agent::OnLinkDown(const std::string& reason) {
   is_link_up_ = false;
+  if (parts_.trace != nullptr) {
+    parts_.trace->LinkDown(reason);
+  }
   for (const std::string& name : publishes_) {
     adapter_->UnsubscribeMessage(name);
   }
   not_subscribed_.clear();
   adapter_->OnMQTTDisconnected();
-  for (const Sent& sent : guard_.OnLinkDown()) {
-    if (sent.tag != 0) {
-      NoteAnswer(sent, Fate::kLinkLost);
+  for (const auto& [publication, sent] : guard_.OnLinkDown()) {
+    if (sent.tag == 0) {
+      continue;
     }
+    if (parts_.trace != nullptr) {
+      parts_.trace->Unconfirmed(publication, sent);
+    }
+    NoteAnswer(sent, Fate::kLinkLost);
   }
   parts_.screen->ShowEvent("broker lost: " + reason);
   parts_.screen->OnLinkDown();
@@ -319,6 +346,10 @@ void Agent::OnAcknowledged(std::uint64_t publication, int reason_code) {
 void Agent::Settle(std::uint64_t publication, int reason_code) {
   const bool nobody_listened = guard_.NobodyListens();
   const Answer answer = AnswerOf(reason_code);
+  if (parts_.trace != nullptr) {
+    // Before the plug-in hears of it, and has the camera mark the result as delivered.
+    parts_.trace->Acknowledged(publication, guard_.Unacknowledged(publication), answer);
+  }
   const std::optional<Sent> sent = guard_.OnAcknowledged(publication, answer);
   if (!sent) {
     return;
@@ -355,6 +386,9 @@ void Agent::LogRefusal(const std::string& what, int reason_code,
 
 bool Agent::SendResponse(const OutboundMessage& message) {
   const std::optional<Fate> failure = SendToBroker(message, {});
+  if (!failure && parts_.trace != nullptr) {
+    parts_.trace->Responded(message);
+  }
   if (failure) {
     SYS_LOG(kLogWarning, "a response is lost: %s", FateText(*failure));
   }

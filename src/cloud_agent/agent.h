@@ -22,6 +22,7 @@
 #include "cloud_agent/screen/screen.h"
 #include "cloud_agent/status/device_health.h"
 #include "cloud_agent/status/status.h"
+#include "cloud_agent/trace/agent_trace.h"
 #include "sigslot.h"
 #include "tarvex/dp_client.h"
 
@@ -58,6 +59,7 @@ class Agent : public sigslot::has_slots<sigslot::single_threaded>, private LinkL
     PictureStore* pictures = nullptr;
     Screen* screen = nullptr;
     boost::shared_ptr<tarvex::DpClient> bus;  ///< for the store's figures; may be empty
+    AgentTrace* trace = nullptr;              ///< null: nothing is told
   };
 
   Agent(const Options& options, Parts parts);
@@ -95,6 +97,7 @@ class Agent : public sigslot::has_slots<sigslot::single_threaded>, private LinkL
   /// @return empty when the message is on its way.
   std::optional<Fate> SendToBroker(const OutboundMessage& message, Sent sent);
   void Settle(std::uint64_t publication, int reason_code);
+  void NoteNotPublished(const std::string& name, const Sent& sent, Fate fate);
   void NoteAnswer(const Sent& sent, Fate fate);
   void LogRefusal(const std::string& what, int reason_code, std::optional<TimePoint>* logged_at);
   void SubscribeMissing();

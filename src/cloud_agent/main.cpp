@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <functional>
 #include <iostream>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -22,10 +23,12 @@
 #include "cloud_agent/plugin.h"
 #include "cloud_agent/requests/request_line.h"
 #include "cloud_agent/topic_levels.h"
+#include "cloud_agent/trace/agent_trace.h"
 #include "platform/asio_event_service.h"
 #include "platform/bus_gate.h"
 #include "platform/bus_watch.h"
 #include "platform/log.h"
+#include "tarvex/time_util.h"
 
 namespace {
 
@@ -135,6 +138,13 @@ int Run(agent::ProgramOptions options) {
   parts.screen = &screen;
   parts.bus = tarvex::DpClient::CreateDpClient(service, tarvex::SocketAddress("127.0.0.1", 6101),
                                                "cloud_agent");
+  std::optional<agent::AgentTrace> trace;
+  if (options.trace) {
+    trace.emplace(
+        tarvex::Trace("cloud_agent", serial_number, tarvex::BusTraceSink("cloud_agent trace")),
+        std::to_string(tarvex::XTimeUtil::TimeSecond()), parts.now);
+    parts.trace = &*trace;
+  }
   agent::Agent the_agent(options.agent, std::move(parts));
   tarvex::SetBusGate([&the_agent](const tarvex::DpMessage& message, std::function<void()> deliver) {
     the_agent.OnBusMessage(message, std::move(deliver));

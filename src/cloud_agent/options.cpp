@@ -194,6 +194,9 @@ void AddTrafficOptions(CLI::App* app, ProgramOptions* options, RawOptions* raw) 
   app->add_flag("--print-messages", options->print_messages,
                 "Print a line for each published message")
       ->group(group);
+  app->add_flag("--trace", options->trace,
+                "Tell on the bus topic TRACE_MESSAGES what is done with each message")
+      ->group(group);
 }
 
 std::string ReadPassword(const std::string& file, std::string* password) {

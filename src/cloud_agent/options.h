@@ -15,6 +15,7 @@ struct ProgramOptions {
   int adapter_id = 0;
   std::string root = "cameras";
   bool print_messages = false;
+  bool trace = false;
   MqttLink::Options link;                 ///< without topics
   std::size_t max_requests_waiting = 64;  ///< for the event thread
   PictureStore::Options pictures;

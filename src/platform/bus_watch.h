@@ -4,6 +4,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <string_view>
 
 namespace tarvex {
 
@@ -14,11 +15,16 @@ enum class BusOutcome {
   kNotConnected,  ///< the bus is not there, does not take it, or was lost meanwhile
 };
 
+/// As in "answered".
+const char* BusOutcomeText(BusOutcome outcome);
+
 /// A request on the bus that is over.
 struct BusRequest {
   std::string queue;
+  std::string_view body;  ///< bytes, the requester's own: only while the watch is called
+  int timeout_ms = 0;     ///< how long the requester would have waited
   BusOutcome outcome = BusOutcome::kNotConnected;
-  std::chrono::milliseconds time{0};  ///< that it took
+  std::chrono::microseconds time{0};  ///< that it took
   std::string reply;                  ///< bytes, where it was answered
 };
 

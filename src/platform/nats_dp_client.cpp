@@ -82,6 +82,8 @@ int NatsDpClient::SendRequest(const std::string& type, int /*flags*/, const char
   }
   BusRequest request;
   request.queue = type;
+  request.body = {data, length};
+  request.timeout_ms = timeout_ms;
   if (!link_->IsConnected()) {
     NoteBusRequest(request);
     return kNotAnswered;
@@ -91,7 +93,7 @@ int NatsDpClient::SendRequest(const std::string& type, int /*flags*/, const char
   const natsStatus status = natsConnection_Request(&received, link_->get(), subject.c_str(), data,
                                                    static_cast<int>(length), timeout_ms);
   const NatsMessage answer(received);
-  request.time = std::chrono::duration_cast<std::chrono::milliseconds>(
+  request.time = std::chrono::duration_cast<std::chrono::microseconds>(
       std::chrono::steady_clock::now() - begin);
   if (status != NATS_OK) {
     SYS_LOG(kLogDebug, "%s: %s", subject.c_str(), natsStatus_GetText(status));

@@ -45,7 +45,11 @@ Camera::Camera(const CameraOptions& options, std::function<void()> on_ready)
                Stop();
              }),
       serial_lines_(event_service_.context()),
-      device_(options.device, {timeline_, claim_, key_values_, serial_lines_}),
+      trace_(options.trace ? std::make_unique<const tarvex::Trace>(
+                                 "virtual_camera", options.device.serial_number,
+                                 tarvex::BusTraceSink("virtual_camera trace"))
+                           : nullptr),
+      device_(options.device, {timeline_, claim_, key_values_, serial_lines_, trace_.get()}),
       control_(device_, modes_, [this] { return ConnectionState(); }),
       cars_per_second_(options.cars_per_minute / 60),
       replays_per_second_(replay_ ? options.replay_per_second : 0) {

@@ -28,6 +28,7 @@ struct CameraOptions {
   double cars_per_minute = 0;
   std::string replay_file;  ///< empty: nothing is replayed
   double replay_per_second = 1;
+  bool trace = false;
 };
 
 /// Everything happens on the thread that is in Run().
@@ -70,6 +71,7 @@ class Camera {
   BusServer bus_;
   BusClaim claim_;
   PtyLines serial_lines_;
+  std::unique_ptr<const tarvex::Trace> trace_;  // null: nothing is told
   Device device_;
   Control control_;
   std::map<std::string, std::unique_ptr<Service>> services_;  // by queue

@@ -1,17 +1,22 @@
 #include "virtual_camera/control.h"
 
+#include <algorithm>
 #include <exception>
 #include <optional>
 #include <utility>
 
 #include "json_text.h"
 #include "platform/log.h"
+#include "tarvex/base64.h"
 #include "virtual_camera/device/request_error.h"
 #include "virtual_camera/services/service.h"
 
 namespace virtual_camera {
 
 namespace {
+
+// Records of 4096 bytes each stay below the megabyte that a bus message may have.
+constexpr int kMaxListed = 200;
 
 std::string Ok(Json::Value answer = Json::Value(Json::objectValue)) {
   answer["ok"] = true;
@@ -34,6 +39,10 @@ std::optional<std::string> OptionalText(const Json::Value& command, const char* 
     return std::nullopt;
   }
   return RequiredText(command, key);
+}
+
+int OptionalInt(const Json::Value& command, const char* key, int otherwise) {
+  return command.isMember(key) ? RequiredInt(command, key) : otherwise;
 }
 
 // Says whether a change of the identity has reached the key-value database.
@@ -64,6 +73,9 @@ const Control::Row* Control::Find(const std::string& name) {
       {"readdress", &Control::Readdress},
       {"service", &Control::SetService},
       {"state", &Control::State},
+      {"scene", &Control::Scene},
+      {"white-list", &Control::WhiteList},
+      {"record", &Control::Record},
   };
   for (const Row& row : rows) {
     if (name == row.name) {
@@ -156,6 +168,36 @@ void Control::State(const Json::Value&, const Reply& reply) {
   answer["state"] = device_.State();
   answer["state"]["services"] = modes_.State();
   answer["state"]["connections"] = connection_state_();
+  reply(Ok(answer));
+}
+
+void Control::Scene(const Json::Value&, const Reply& reply) {
+  RequireUp();
+  Json::Value answer;
+  answer["jpeg"] = tarvex::Base64::Encode(device_.recognition.SceneNow());
+  reply(Ok(answer));
+}
+
+void Control::WhiteList(const Json::Value& command, const Reply& reply) {
+  const int from = OptionalInt(command, "from", 0);
+  const int count = OptionalInt(command, "count", kMaxListed);
+  if (from < 0 || count < 0) {
+    throw RequestError("\"from\" and \"count\" are 0 or more");
+  }
+  Json::Value answer;
+  answer["total"] = static_cast<Json::Int64>(device_.white_list.Count());
+  answer["white_list"] = device_.white_list.Records(from, std::min(count, kMaxListed));
+  reply(Ok(answer));
+}
+
+void Control::Record(const Json::Value& command, const Reply& reply) {
+  const std::optional<std::string> record =
+      device_.results.Find(RequiredUnsigned(command, "plate_id"));
+  if (!record) {
+    throw RequestError("there is no result of that plate id");
+  }
+  Json::Value answer;
+  answer["record"] = tarvex::Base64::Encode(*record);
   reply(Ok(answer));
 }
 

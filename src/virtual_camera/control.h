@@ -40,6 +40,9 @@ class Control {
   void Readdress(const Json::Value& command, const Reply& reply);
   void SetService(const Json::Value& command, const Reply& reply);
   void State(const Json::Value& command, const Reply& reply);
+  void Scene(const Json::Value& command, const Reply& reply);
+  void WhiteList(const Json::Value& command, const Reply& reply);
+  void Record(const Json::Value& command, const Reply& reply);
 
   void RequireUp() const;
 

@@ -2,6 +2,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <optional>
 
 #include <boost/asio/signal_set.hpp>
 
@@ -26,10 +27,10 @@ int RunCamera(const virtual_camera::CameraOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app;
   virtual_camera::CameraOptions options;
-  virtual_camera::AddOptions(app, options);
-  CLI11_PARSE(app, argc, argv);
+  if (const std::optional<int> exit_status = virtual_camera::ParseOptions(argc, argv, &options)) {
+    return *exit_status;
+  }
   try {
     return RunCamera(options);
   } catch (const std::exception& error) {

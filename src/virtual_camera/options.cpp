@@ -1,5 +1,7 @@
 #include "virtual_camera/options.h"
 
+#include <CLI/CLI.hpp>
+
 #include "chw_info.h"
 
 namespace virtual_camera {
@@ -82,7 +84,7 @@ void AddIdentity(CLI::App& app, DeviceOptions& device) {
       ->group("Identity");
 }
 
-void AddBehaviour(CLI::App& app, DeviceOptions& device) {
+void AddBehaviour(CLI::App& app, DeviceOptions& device, bool& trace) {
   app.add_option("--serial-dir", device.serial_directory,
                  "Where the links rs485-0 and rs485-1 to the serial lines are made; the data "
                  "directory by default")
@@ -92,17 +94,27 @@ void AddBehaviour(CLI::App& app, DeviceOptions& device) {
       ->capture_default_str()
       ->check(CLI::Range(0.0, 3600.0))
       ->group("Behaviour");
+  app.add_flag("--trace", trace,
+               "Tells on the bus topic TRACE_MESSAGES what becomes of each result and message")
+      ->group("Behaviour");
 }
 
 }  // namespace
 
-void AddOptions(CLI::App& app, CameraOptions& options) {
+std::optional<int> ParseOptions(int argc, const char* const* argv, CameraOptions* options) {
+  CLI::App app;
   app.description(kAbout);
-  AddTraffic(app, options);
-  AddPictures(app, options.device.pictures);
-  AddStore(app, options.device);
-  AddIdentity(app, options.device);
-  AddBehaviour(app, options.device);
+  AddTraffic(app, *options);
+  AddPictures(app, options->device.pictures);
+  AddStore(app, options->device);
+  AddIdentity(app, options->device);
+  AddBehaviour(app, options->device, options->trace);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& failure) {
+    return app.exit(failure);
+  }
+  return std::nullopt;
 }
 
 }  // namespace virtual_camera

@@ -1,13 +1,13 @@
 // The command line of virtual_camera.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <optional>
 
 #include "virtual_camera/camera.h"
 
 namespace virtual_camera {
 
-/// Adds every option; parsing then fills `options`, which must outlive the parser.
-void AddOptions(CLI::App& app, CameraOptions& options);
+/// @return the exit status where the program is to end at once.
+std::optional<int> ParseOptions(int argc, const char* const* argv, CameraOptions* options);
 
 }  // namespace virtual_camera

@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
+#include "console/link/tcp_proxy.h"
 #include "outage/journal.h"
 #include "outage/store_reader.h"
 #include "platform/nats_link.h"
 #include "support/rig.h"
-#include "support/tcp_proxy.h"
 
 /// The rig with a proxy between agent and broker, an independent subscriber at the
 /// broker itself, and a listener on the device bus.
@@ -71,7 +71,7 @@ class Scene {
   const Options options_;
   Journal journal_;
   Rig rig_;
-  TcpProxy proxy_;
+  console::TcpProxy proxy_;
   std::unique_ptr<MqttClient> subscriber_;
   std::shared_ptr<tarvex::NatsLink> bus_link_;
   natsSubscription* bus_subscription_ = nullptr;

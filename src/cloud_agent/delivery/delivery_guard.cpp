@@ -187,20 +187,21 @@ bool DeliveryGuard::MayConfirmOffline(std::uint64_t publication) {
   return may_confirm;
 }
 
+const Sent* DeliveryGuard::Unacknowledged(std::uint64_t publication) const {
+  const auto found = unacknowledged_.find(publication);
+  return found == unacknowledged_.end() ? nullptr : &found->second;
+}
+
 void DeliveryGuard::OnLinkUp() { is_link_up_ = true; }
 
 // A result whose publishing step is still to come stays in hand: that step may find
 // the link up again.
-std::vector<Sent> DeliveryGuard::OnLinkDown() {
+std::map<std::uint64_t, Sent> DeliveryGuard::OnLinkDown() {
   is_link_up_ = false;
   KeepWaitingInStore();
-  std::vector<Sent> lost;
+  std::map<std::uint64_t, Sent> lost;
   if (options_.duties.ignore_stale_acks) {
-    lost.reserve(unacknowledged_.size());
-    for (auto& [publication, sent] : unacknowledged_) {
-      lost.push_back(std::move(sent));
-    }
-    unacknowledged_.clear();
+    lost.swap(unacknowledged_);
     unacknowledged_bytes_ = 0;
     unacknowledged_of_plugin_ = 0;
   }

@@ -105,10 +105,13 @@ class DeliveryGuard {
   /// @return what it was; empty for one of before a loss of the link.
   std::optional<Sent> OnAcknowledged(std::uint64_t publication, Answer answer);
 
+  /// The publication that the broker owes an acknowledgement for; null where it does not.
+  const Sent* Unacknowledged(std::uint64_t publication) const;
+
   void OnLinkUp();
 
-  /// @return what was under way.
-  std::vector<Sent> OnLinkDown();
+  /// @return what was under way, by publication.
+  std::map<std::uint64_t, Sent> OnLinkDown();
 
   /// The plug-in has carried out a request of the cloud.
   void OnRequestCarriedOut(const std::string& name, const Json::Value& payload);

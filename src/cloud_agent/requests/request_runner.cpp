@@ -18,20 +18,6 @@ using tarvex::BusRequest;
 
 constexpr char kVersion[] = "1.0";
 
-const char* OutcomeText(BusOutcome outcome) {
-  switch (outcome) {
-    case BusOutcome::kAnswered:
-      return "answered";
-    case BusOutcome::kNobody:
-      return "nobody";
-    case BusOutcome::kTimedOut:
-      return "timed_out";
-    case BusOutcome::kNotConnected:
-      break;
-  }
-  return "not_connected";
-}
-
 Json::Value ReplyOf(const BusRequest& request) {
   Json::Value reply;
   if (request.outcome == BusOutcome::kAnswered) {
@@ -45,8 +31,8 @@ Json::Value BusJson(const std::vector<BusRequest>& requests) {
   for (const BusRequest& request : requests) {
     Json::Value entry(Json::objectValue);
     entry["queue"] = request.queue;
-    entry["outcome"] = OutcomeText(request.outcome);
-    entry["ms"] = Json::Int64{request.time.count()};
+    entry["outcome"] = tarvex::BusOutcomeText(request.outcome);
+    entry["ms"] = Json::Int64{duration_cast<milliseconds>(request.time).count()};
     const Json::Value reply = ReplyOf(request);
     if (tarvex::Member(reply, "state_code").isInt()) {
       entry["state_code"] = reply["state_code"];
@@ -65,7 +51,8 @@ std::string Trouble(const BusRequest& request) {
     case BusOutcome::kNobody:
       return "nobody serves " + request.queue;
     case BusOutcome::kTimedOut:
-      return request.queue + " did not answer in " + std::to_string(request.time.count()) + " ms";
+      return request.queue + " did not answer in " +
+             std::to_string(duration_cast<milliseconds>(request.time).count()) + " ms";
     case BusOutcome::kNotConnected:
       return "the bus is not there";
     case BusOutcome::kAnswered:
@@ -95,6 +82,9 @@ void RequestRunner::RunNext() {
   const auto waited = duration_cast<milliseconds>(host_.now() - inbound->received_at);
   const Request request =
       ReadRequest(*inbound, options_.topics, names_, options_.max_request_bytes);
+  if (host_.trace != nullptr) {
+    host_.trace->RequestBegins(*inbound, request.name);
+  }
   Json::Value response = ResponseTo(request);
   if (!request.id.isNull()) {
     response["id"] = request.id;
@@ -106,6 +96,9 @@ void RequestRunner::RunNext() {
             response["code"].asCString(), response["error"].asCString());
   }
   Send(*inbound, response);
+  if (host_.trace != nullptr) {
+    host_.trace->RequestEnds();
+  }
   OnRoom();
 }
 
@@ -128,6 +121,7 @@ Json::Value RequestRunner::OnMessage(const std::string& name, const Json::Value&
 void RequestRunner::OnBusRequest(const BusRequest& request) {
   if (current_ != nullptr) {
     bus_requests_.push_back(request);
+    bus_requests_.back().body = {};  // it is not this object's, and not needed
   }
 }
 

@@ -14,6 +14,7 @@
 #include "cloud_agent/requests/request.h"
 #include "cloud_agent/requests/request_line.h"
 #include "cloud_agent/requests/response_memory.h"
+#include "cloud_agent/trace/agent_trace.h"
 #include "platform/bus_watch.h"
 
 namespace agent {
@@ -37,6 +38,7 @@ class RequestRunner {
     std::function<bool(const Request& request, Json::Value& response)> carry_out;
     /// @return false when the message is larger than the broker takes.
     std::function<bool(const OutboundMessage& message)> send;
+    AgentTrace* trace = nullptr;  ///< null: nothing is told
   };
 
   /// @param line not owned; outlives the runner.

@@ -1,5 +1,6 @@
 #include "virtual_camera/ctl/commands.h"
 
+#include <CLI/CLI.hpp>
 #include <utility>
 
 namespace virtual_camera {
@@ -55,8 +56,6 @@ class Command {
   CLI::Option* last_ = nullptr;
 };
 
-}  // namespace
-
 void AddCommands(CLI::App& app, CtlRequest& request) {
   app.description(kAbout);
   app.require_subcommand(1);
@@ -101,6 +100,27 @@ void AddCommands(CLI::App& app, CtlRequest& request) {
       ->required();
   record->add_option("--count", request.record_count, "Ends after so many; otherwise with Ctrl-C")
       ->check(CLI::Range(int64_t{1}, int64_t{1} << 40));
+
+  CLI::App* const trace = app.add_subcommand(
+      "trace",
+      "Shows the way of one result, message or request byte by byte; the console of "
+      "\"./dev run\" knows it");
+  trace->add_option("ID", request.trace_id,
+                    "Plate id of a result, or an id of the list, which is shown without it");
+  trace->parse_complete_callback([&request] { request.is_trace = true; });
+}
+
+}  // namespace
+
+std::optional<int> ParseCommand(int argc, const char* const* argv, CtlRequest* request) {
+  CLI::App app;
+  AddCommands(app, *request);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& failure) {
+    return app.exit(failure);
+  }
+  return std::nullopt;
 }
 
 }  // namespace virtual_camera

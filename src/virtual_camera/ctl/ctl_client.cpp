@@ -22,6 +22,8 @@ constexpr char kHost[] = "127.0.0.1";
 constexpr int kPort = 6101;
 constexpr std::chrono::seconds kConnect{3};
 constexpr int64_t kAnswer_ms = 10000;
+constexpr char kPassportQueue[] = "CONSOLE_PASSPORTS";
+constexpr int64_t kPassport_ms = 2000;
 constexpr int64_t kLook_ms = 200;
 
 std::string BusName() {
@@ -31,6 +33,14 @@ std::string BusName() {
 }
 
 }  // namespace
+
+/// Who answers requests.
+struct CtlClient::Partner {
+  std::string queue;
+  int64_t timeout_ms;
+  std::string who;
+  std::string nobody;  // what to say where there is none
+};
 
 CtlClient::CtlClient() {
   // Shared with the callback, which the library may call after this function.
@@ -54,29 +64,47 @@ CtlClient::CtlClient() {
 }
 
 Json::Value CtlClient::Send(const Json::Value& command) {
+  return Ask({kControlQueue, kAnswer_ms, "the camera", "no camera listens on " + BusName()},
+             command);
+}
+
+Json::Value CtlClient::Passport(const std::string& id) {
+  Json::Value question(Json::objectValue);
+  if (!id.empty()) {
+    question["id"] = id;
+  }
+  Json::Value answer = Ask({kPassportQueue, kPassport_ms, "the console",
+                            "no console is running on " + BusName() + "; \"./dev run\" starts one"},
+                           question);
+  if (id.empty() ? !answer["passports"].isArray() : !answer["passport"].isObject()) {
+    throw std::runtime_error("the console's answer is not understood");
+  }
+  return answer;
+}
+
+Json::Value CtlClient::Ask(const Partner& partner, const Json::Value& question) {
   std::string text;
-  Json::Json2String(command, text);
+  Json::Json2String(question, text);
   natsMsg* raw_answer = nullptr;
   const natsStatus status =
-      natsConnection_Request(&raw_answer, link_->get(), tarvex::BusSubject(kControlQueue).c_str(),
-                             text.data(), static_cast<int>(text.size()), kAnswer_ms);
+      natsConnection_Request(&raw_answer, link_->get(), tarvex::BusSubject(partner.queue).c_str(),
+                             text.data(), static_cast<int>(text.size()), partner.timeout_ms);
   const tarvex::NatsMessage message(raw_answer);
   if (status == NATS_NO_RESPONDERS) {
-    throw std::runtime_error("no camera listens on " + BusName());
+    throw std::runtime_error(partner.nobody);
   }
   if (status != NATS_OK) {
-    throw std::runtime_error(std::string("the camera does not answer: ") +
-                             natsStatus_GetText(status));
+    throw std::runtime_error(partner.who + " does not answer: " + natsStatus_GetText(status));
   }
   Json::Value answer;
   const std::string bytes(natsMsg_GetData(message.get()),
                           static_cast<size_t>(natsMsg_GetDataLength(message.get())));
   if (!Json::String2Json(bytes, answer) || !answer.isObject() || !answer["ok"].isBool()) {
-    throw std::runtime_error("the camera's answer is not understood");
+    throw std::runtime_error(partner.who + "'s answer is not understood");
   }
   if (!answer["ok"].asBool()) {
     throw std::runtime_error(answer["error"].isString() ? answer["error"].asString()
-                                                        : "the camera refused");
+                                                        : partner.who + " refused");
   }
   return answer;
 }
@@ -88,8 +116,7 @@ int64_t CtlClient::Record(const std::string& path, int64_t count,
     throw std::runtime_error(path + ": " + std::strerror(errno));
   }
   natsSubscription* created = nullptr;
-  natsConnection_SubscribeSync(&created, link_->get(),
-                               tarvex::BusSubject("BUS_SRV_IVS_RESULT").c_str());
+  natsConnection_SubscribeSync(&created, link_->get(), tarvex::BusSubject(kResultTopic).c_str());
   const auto retire = [this](natsSubscription* ended) { link_->Retire(ended); };
   const std::unique_ptr<natsSubscription, decltype(retire)> subscription(created, retire);
   if (!subscription) {

@@ -3,29 +3,28 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <optional>
 #include <string>
 
 #include <json/value.h>
-#include <CLI/CLI.hpp>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/signal_set.hpp>
 
 #include "json_text.h"
 #include "virtual_camera/ctl/commands.h"
 #include "virtual_camera/ctl/ctl_client.h"
+#include "virtual_camera/ctl/passport_text.h"
 
 namespace {
 
+volatile std::sig_atomic_t is_interrupted = 0;
+
+void Interrupt(int /*signal*/) { is_interrupted = 1; }
+
 // Ends with --count records, or at SIGINT or SIGTERM.
 int Record(virtual_camera::CtlClient& client, const virtual_camera::CtlRequest& request) {
-  boost::asio::io_context context;
-  boost::asio::signal_set signals(context, SIGINT, SIGTERM);
-  bool is_interrupted = false;
-  signals.async_wait([&](const boost::system::error_code&, int) { is_interrupted = true; });
-  const int64_t written = client.Record(request.record_file, request.record_count, [&] {
-    context.poll();
-    return is_interrupted;
-  });
+  std::signal(SIGINT, Interrupt);
+  std::signal(SIGTERM, Interrupt);
+  const int64_t written =
+      client.Record(request.record_file, request.record_count, [] { return is_interrupted != 0; });
   (void)std::printf("%lld records\n", static_cast<long long>(written));
   return 0;
 }
@@ -34,6 +33,14 @@ int Carry(const virtual_camera::CtlRequest& request) {
   virtual_camera::CtlClient client;
   if (!request.record_file.empty()) {
     return Record(client, request);
+  }
+  if (request.is_trace) {
+    const Json::Value answer = client.Passport(request.trace_id);
+    const std::string text = request.trace_id.empty()
+                                 ? virtual_camera::PassportListText(answer["passports"])
+                                 : virtual_camera::PassportText(answer["passport"]);
+    (void)std::fputs(text.c_str(), stdout);
+    return 0;
   }
   Json::Value answer = client.Send(request.command);
   if (answer.isMember("state")) {
@@ -50,10 +57,10 @@ int Carry(const virtual_camera::CtlRequest& request) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app;
   virtual_camera::CtlRequest request;
-  virtual_camera::AddCommands(app, request);
-  CLI11_PARSE(app, argc, argv);
+  if (const std::optional<int> exit_status = virtual_camera::ParseCommand(argc, argv, &request)) {
+    return *exit_status;
+  }
   // Warnings and errors only, unless the environment says otherwise.
   setenv("TARVEX_LOG_LEVEL", "4", 0);
   try {

@@ -23,7 +23,8 @@ Json::Value ResultState(Device& device) {
 
 Device::Device(const DeviceOptions& options, const Surroundings& around)
     : timeline(around.timeline),
-      announcer(around.bus),
+      trace(around.trace),
+      announcer(around.bus, trace),
       directory(options.data),
       database(directory.Under("camera.db")),
       settings(database),
@@ -36,7 +37,7 @@ Device::Device(const DeviceOptions& options, const Surroundings& around)
       gpio(timeline, announcer),
       white_list(database, settings),
       recognition(
-          {timeline, announcer, clock, results, pictures, scene, pan_tilt, white_list, gpio},
+          {timeline, announcer, clock, results, pictures, scene, pan_tilt, white_list, gpio, trace},
           options.seed, directory.Under("snapshots")),
       identity(settings, around.key_values, announcer, options.identity),
       lane_control({announcer, settings, clock, identity, scene, pan_tilt}, options.seed,

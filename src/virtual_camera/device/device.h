@@ -6,6 +6,7 @@
 
 #include <json/value.h>
 
+#include "platform/trace.h"
 #include "virtual_camera/device/camera_clock.h"
 #include "virtual_camera/device/companions.h"
 #include "virtual_camera/device/gpio.h"
@@ -48,6 +49,7 @@ struct Surroundings {
   Announcer& bus;
   KeyValueStore& key_values;
   SerialLines& serial_lines;
+  const tarvex::Trace* trace = nullptr;  ///< null: nothing is told
 };
 
 /// The parts, each after those that it uses; services and commands use them directly. Used
@@ -67,6 +69,7 @@ struct Device {
   Json::Value State();
 
   Timeline& timeline;
+  const tarvex::Trace* const trace;
   CountingAnnouncer announcer;
   DataDirectory directory;
   Database database;

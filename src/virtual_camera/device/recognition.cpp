@@ -132,7 +132,12 @@ uint32_t Recognition::Replay(const std::string& bytes) {
 void Recognition::StoreAndAnnounce(uint32_t id, const std::string& record, int64_t picture_bytes) {
   const ResultStore::Inserted inserted =
       parts_.results.Insert(id, record, picture_bytes, parts_.timeline.SystemUs() / 1000000);
-  parts_.announcer.Announce("BUS_SRV_IVS_RESULT", record);
+  if (parts_.trace != nullptr) {
+    Json::Value event;
+    event["plate_id"] = id;
+    parts_.trace->Tell("stored", event);
+  }
+  parts_.announcer.Announce(kResultTopic, record);
   for (const uint32_t removed : inserted.removed) {
     parts_.pictures.Remove(removed);
   }
@@ -179,16 +184,22 @@ View Recognition::ViewAt(const CalendarTime& now, const std::string& extra) cons
   return view;
 }
 
-std::string Recognition::Snapshot() {
+View Recognition::PresentView() const {
   View view = ViewAt(parts_.clock.Now(), "");
   if (last_car_ && parts_.timeline.SteadyMs() - last_car_ms_ <= kCarInView_ms) {
     view.car = last_car_;
   }
+  return view;
+}
+
+std::string Recognition::SceneNow() const { return parts_.scene.EncodeFull(PresentView()); }
+
+std::string Recognition::Snapshot() {
   const auto path_of = [this](uint32_t number) {
     return snapshot_directory_ + "/snapshot_" + std::to_string(number) + ".jpg";
   };
   std::string path = path_of(snapshots_);
-  parts_.scene.DrawFull(view, path);
+  parts_.scene.DrawFull(PresentView(), path);
   if (snapshots_ >= kSnapshotsKept) {
     std::error_code ignored;
     std::filesystem::remove(path_of(snapshots_ - kSnapshotsKept), ignored);

@@ -7,6 +7,7 @@
 
 #include <json/value.h>
 
+#include "platform/trace.h"
 #include "virtual_camera/device/camera_clock.h"
 #include "virtual_camera/device/gpio.h"
 #include "virtual_camera/device/pan_tilt.h"
@@ -34,6 +35,7 @@ struct RecognitionParts {
   PanTilt& pan_tilt;
   WhiteList& white_list;
   Gpio& gpio;
+  const tarvex::Trace* trace;  ///< null: nothing is told
 };
 
 /// Used on the camera's thread. A result is announced when it is stored, and stored when
@@ -59,6 +61,9 @@ class Recognition {
   /// @return the path of the JPEG; the latest 20 are kept, until the next start.
   std::string Snapshot();
 
+  /// The same as a JPEG's bytes, no wider than 1280 pixels, kept nowhere.
+  std::string SceneNow() const;
+
   Json::Value State() const;
 
  private:
@@ -66,6 +71,7 @@ class Recognition {
   void StoreAndAnnounce(uint32_t id, const std::string& record, int64_t picture_bytes);
   void CheckAtGate(const std::string& plate);
   View ViewAt(const CalendarTime& now, const std::string& extra) const;
+  View PresentView() const;
 
   RecognitionParts parts_;
   Traffic traffic_;

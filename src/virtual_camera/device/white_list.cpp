@@ -47,6 +47,7 @@ WhiteList::WhiteList(Database& database, Settings& settings)
       replace_(database, "INSERT OR REPLACE INTO white_list(plate, record) VALUES(?, ?)"),
       delete_(database, "DELETE FROM white_list WHERE plate = ?"),
       select_(database, "SELECT record FROM white_list WHERE plate = ?"),
+      list_(database, "SELECT record FROM white_list ORDER BY plate LIMIT ? OFFSET ?"),
       count_(CountRows(database)) {
   if (const auto kept = settings.Text(kCheckSetting)) {
     check_ = static_cast<Check>(std::strtol(kept->c_str(), nullptr, 10));
@@ -93,6 +94,18 @@ Json::Value WhiteList::Select(const std::string& plate) {
       records.append(record);
     }
     select_.Reset();
+  }
+  return records;
+}
+
+Json::Value WhiteList::Records(int from, int count) {
+  Json::Value records(Json::arrayValue);
+  list_.Bind(1, count).Bind(2, from);
+  while (list_.Step()) {
+    Json::Value record;
+    if (Json::String2Json(list_.Bytes(0), record)) {
+      records.append(record);
+    }
   }
   return records;
 }

@@ -42,6 +42,10 @@ class WhiteList {
   /// The records of a plate, none or one.
   Json::Value Select(const std::string& plate);
 
+  /// Records in the order of their plates.
+  /// @param from how many to leave out, 0 or more.
+  Json::Value Records(int from, int count);
+
   bool Contains(const std::string& plate);
   int64_t Count() const { return count_; }
 
@@ -54,6 +58,7 @@ class WhiteList {
   Statement replace_;
   Statement delete_;
   Statement select_;
+  Statement list_;
   int64_t count_ = 0;
   Check check_ = Check::kOff;
 };

@@ -77,7 +77,11 @@ class Results : public JsonService {
 
   std::string MarkDelivered(uint32_t id) {
     Json::Value body;
-    body["changed"] = store_.MarkDelivered(id) ? 1 : 0;
+    const bool is_changed = store_.MarkDelivered(id);
+    body["changed"] = is_changed ? 1 : 0;
+    if (is_changed) {
+      Tell("delivered", "plate_id", Json::Value(id));
+    }
     return Accepted(body);
   }
 
@@ -86,7 +90,16 @@ class Results : public JsonService {
     SYS_LOG(kLogInfo, "%lld undelivered results cleared", static_cast<long long>(cleared));
     Json::Value body;
     body["cleared"] = static_cast<Json::Int64>(cleared);
+    Tell("cleared", "count", body["cleared"]);
     return Accepted(body);
+  }
+
+  void Tell(const char* event, const char* key, const Json::Value& value) const {
+    if (device_.trace != nullptr) {
+      Json::Value members;
+      members[key] = value;
+      device_.trace->Tell(event, members);
+    }
   }
 
   Device& device_;

@@ -1,4 +1,4 @@
-// Counts what the camera announces.
+// Counts what the camera announces, and tells of it.
 #pragma once
 
 #include <cstdint>
@@ -7,19 +7,27 @@
 
 #include <json/value.h>
 
+#include "platform/trace.h"
 #include "virtual_camera/surroundings/announcer.h"
+#include "virtual_camera/world/ivs_record.h"
 
 namespace virtual_camera {
 
 /// Passes everything on to another announcer, which must outlive it.
 class CountingAnnouncer : public Announcer {
  public:
-  explicit CountingAnnouncer(Announcer& next) : next_(next) {}
+  /// @param trace not owned; null: nothing is told.
+  CountingAnnouncer(Announcer& next, const tarvex::Trace* trace) : next_(next), trace_(trace) {}
 
   bool Announce(const std::string& topic, const std::string& body) override {
+    // Whoever hears the message does so later than that.
+    const int64_t at_us = trace_ != nullptr ? tarvex::TraceClock_us() : 0;
     const bool announced = next_.Announce(topic, body);
     Counts& counts = counts_[topic];
     ++(announced ? counts.announced : counts.missed);
+    if (announced && trace_ != nullptr) {
+      Tell(topic, body, at_us);
+    }
     return announced;
   }
 
@@ -39,7 +47,17 @@ class CountingAnnouncer : public Announcer {
     int64_t missed = 0;
   };
 
+  void Tell(const std::string& topic, const std::string& body, int64_t at_us) const {
+    Json::Value event;
+    event["topic"] = topic;
+    if (topic == kResultTopic) {
+      event["plate_id"] = RecordFromBytes(body).plate_id;
+    }
+    trace_->Tell("announced", event, at_us);
+  }
+
   Announcer& next_;
+  const tarvex::Trace* const trace_;
   std::map<std::string, Counts> counts_;
 };
 

@@ -83,15 +83,20 @@ void Canvas::TextAt(int x, int y, double size_px, const std::string& text, Colou
   Draw(image_.get(), box, Pen(colour), Points(size_px), x, y + static_cast<int>(size_px), text);
 }
 
-int64_t Canvas::Save(const std::string& path, int quality) const {
+std::string Canvas::Encode(int quality) const {
   int size = 0;
   const std::unique_ptr<void, void (*)(void*)> bytes(gdImageJpegPtr(image_.get(), &size, quality),
                                                      gdFree);
   if (!bytes) {
-    throw std::runtime_error(path + ": the picture could not be encoded");
+    throw std::runtime_error("the picture could not be encoded");
   }
-  WriteDurably(path, {static_cast<const char*>(bytes.get()), static_cast<size_t>(size)});
-  return size;
+  return {static_cast<const char*>(bytes.get()), static_cast<size_t>(size)};
+}
+
+int64_t Canvas::Save(const std::string& path, int quality) const {
+  const std::string bytes = Encode(quality);
+  WriteDurably(path, bytes);
+  return static_cast<int64_t>(bytes.size());
 }
 
 }  // namespace virtual_camera

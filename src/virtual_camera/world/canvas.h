@@ -31,6 +31,9 @@ class Canvas {
   /// Writes a text with its top left corner at a point.
   void TextAt(int x, int y, double size_px, const std::string& text, Colour colour);
 
+  /// A JPEG's bytes. Throws std::runtime_error when there is no memory.
+  std::string Encode(int quality) const;
+
   /// Writes the JPEG file as WriteDurably. Throws std::runtime_error when it cannot.
   /// @return its size in bytes.
   int64_t Save(const std::string& path, int quality) const;

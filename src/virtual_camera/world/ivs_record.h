@@ -56,6 +56,8 @@ struct IvsRecord {
 };
 
 constexpr size_t kIvsRecordSize = 552;
+/// The bus topic on which it is announced.
+constexpr char kResultTopic[] = "BUS_SRV_IVS_RESULT";
 /// A record of the offline store: the result, and four bytes of its delivery status.
 constexpr size_t kOfflineRecordSize = 556;
 /// Longest text that fits a field with its NUL.

@@ -26,6 +26,8 @@ constexpr Colour kShadow{48, 50, 54};
 constexpr double kFieldAcross = 60;
 constexpr double kFieldUp = 34;
 
+constexpr int kMostSentWidth = 1280;
+
 int Rounded(double value) { return static_cast<int>(std::lround(value)); }
 
 // Limited, because libgd draws with int coordinates.
@@ -148,6 +150,14 @@ int64_t Scene::DrawSmall(const View& view, const std::string& path) const {
 }
 
 int64_t Scene::Draw(const View& view, int width, const std::string& path) const {
+  return Drawn(view, width).Save(path, options_.quality);
+}
+
+std::string Scene::EncodeFull(const View& view) const {
+  return Drawn(view, std::min(options_.width, kMostSentWidth)).Encode(options_.quality);
+}
+
+Canvas Scene::Drawn(const View& view, int width) {
   const int height = width * 9 / 16;
   Canvas canvas(width, height);
   DrawRoad(canvas, width, height, view);
@@ -160,7 +170,7 @@ int64_t Scene::Draw(const View& view, int width, const std::string& path) const 
   const double line = std::max(8.0, width / 45.0);
   canvas.Fill({0, 0, width - 1, Rounded(line * 1.5)}, kShadow);
   canvas.TextAt(width / 100 + 1, 1, line, view.caption, kWhite);
-  return canvas.Save(path, options_.quality);
+  return canvas;
 }
 
 int64_t Scene::DrawClip(const Car& car, const std::string& path) const {

@@ -31,6 +31,8 @@ struct CarPlace {
   PixelRect plate;
 };
 
+class Canvas;
+
 /// Draws with libgd. Used on the camera's thread.
 class Scene {
  public:
@@ -48,8 +50,12 @@ class Scene {
   int64_t DrawSmall(const View& view, const std::string& path) const;
   int64_t DrawClip(const Car& car, const std::string& path) const;
 
+  /// The view as a JPEG's bytes, no wider than 1280 pixels, so that it fits a bus message.
+  std::string EncodeFull(const View& view) const;
+
  private:
   int64_t Draw(const View& view, int width, const std::string& path) const;
+  static Canvas Drawn(const View& view, int width);
   int Height() const { return options_.width * 9 / 16; }
 
   const PictureOptions options_;

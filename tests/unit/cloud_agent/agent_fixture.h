@@ -54,10 +54,12 @@ class FakeAdapter : public BaseAdapter {
   void OnMQTTConnected() override { calls_->push_back("Connected"); }
   void OnMessagePublished(unsigned long long tag) override {
     calls_->push_back("Published " + std::to_string(tag));
+    on_published();
   }
 
   int initialize_result = 0;
   std::function<void()> on_request = [] {};
+  std::function<void()> on_published = [] {};
   std::string refused_name;
   std::function<std::string(const std::string&, const std::string&)> image_function;
 
@@ -119,6 +121,7 @@ class AgentTest : public ::testing::Test {
     parts.pictures = &pictures_;
     parts.screen = &screen_;
     parts.bus = bus_;
+    parts.trace = trace_;
     agent_ = std::make_unique<Agent>(options_, std::move(parts));
     ASSERT_TRUE(agent_->Start());
   }
@@ -151,8 +154,8 @@ class AgentTest : public ::testing::Test {
     loop_.Run();
   }
 
-  void BusDelivers(const std::string& topic) {
-    agent_->OnBusMessage(tarvex::DpMessage{topic, ""},
+  void BusDelivers(const std::string& topic, const std::string& body = "") {
+    agent_->OnBusMessage(tarvex::DpMessage{topic, body},
                          [this, topic] { calls_.push_back("Deliver " + topic); });
   }
 
@@ -203,6 +206,7 @@ class AgentTest : public ::testing::Test {
   Screen screen_{&out_};
   boost::shared_ptr<FakeBus> bus_{new FakeBus};
   Agent::Options options_;
+  AgentTrace* trace_ = nullptr;
   std::unique_ptr<Agent> agent_;
 };
 

@@ -143,6 +143,13 @@ TEST_F(Options, SayWhatBecomesOfUnheardResults) {
   EXPECT_THAT(RefusalOf({"--unheard", "lose"}), HasSubstr("--unheard"));
 }
 
+TEST_F(Options, SwitchTheTraceOn) {
+  EXPECT_EQ(Parse({}), std::nullopt);
+  EXPECT_FALSE(options_.trace);
+  EXPECT_EQ(Parse({"--trace"}), std::nullopt);
+  EXPECT_TRUE(options_.trace);
+}
+
 TEST_F(Options, AreExplainedOnRequest) {
   EXPECT_EQ(Parse({"--help"}), 0);
   for (const char* text : {"ROOT/SN/request/NAME", "--broker", "--auto-push", "Example:"}) {

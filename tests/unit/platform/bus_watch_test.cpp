@@ -39,6 +39,19 @@ TEST_F(BusWatchTest, TellsAQueueThatNobodyServesFromASilentOne) {
   EXPECT_GE(seen_[1].time, std::chrono::milliseconds(48));
 }
 
+TEST_F(BusWatchTest, SeesWhatWasAskedAndHowLongThatMightTake) {
+  std::string body;
+  tarvex::SetBusWatch([&](const tarvex::BusRequest& request) {
+    body = request.body;
+    seen_.push_back(request);
+  });
+  device_.Serve("queue", [](const std::string&) { return "answer"; });
+  Request("queue", "bytes", 20000);
+  EXPECT_EQ(body, "bytes");
+  EXPECT_EQ(seen_.at(0).timeout_ms, 20000);
+  EXPECT_GT(seen_.at(0).time, std::chrono::microseconds(0));
+}
+
 TEST_F(BusWatchTest, SeesThatTheBusIsNotThere) {
   server_.Kill();
   ASSERT_TRUE(WaitUntil([this] {

@@ -1,7 +1,11 @@
 // The commands of camera_ctl, from the camera's side, and the modes of the services.
 #include "virtual_camera/control.h"
 
+#include <filesystem>
+#include <iterator>
+
 #include "desk_camera.h"
+#include "tarvex/base64.h"
 #include "virtual_camera/device/request_error.h"
 
 namespace virtual_camera {
@@ -66,6 +70,74 @@ TEST_F(Commands, ShowTheState) {
                            "power", "announced", "services", "connections"}) {
     EXPECT_TRUE(state.isMember(part)) << part;
   }
+}
+
+TEST_F(Commands, ShowWhatAScreenOfTheCameraNeeds) {
+  const Json::Value state = Send(R"({"command":"state"})")["state"];
+  EXPECT_EQ(Compact(state["gpio"]),
+            R"({"inputs":[0,0,0,0],"outputs":[0,0,0,0],"pulses":[0,0,0,0]})");
+  EXPECT_TRUE(state["head"]["pan"].isDouble() && state["head"]["tilt"].isDouble());
+  EXPECT_EQ(state["clock"]["offset_s"], 0);
+  EXPECT_EQ(state["services"]["EVS_BUS_REQUEST"], "up");
+  EXPECT_EQ(state["white_list"]["filter_enable"], 0);
+  EXPECT_EQ(state["lane_control"]["person_stay"], 0);
+  EXPECT_EQ(state["lane_control"]["vehicle_stay"], 0);
+  EXPECT_TRUE(state["results"]["undelivered"].isInt64());
+  EXPECT_TRUE(state["results"]["oldest_undelivered_age_s"].isInt64());
+  for (const char* counter : {"written", "read", "dropped"}) {
+    EXPECT_EQ(state["rs485"][1][counter], 0) << counter;
+  }
+}
+
+TEST_F(Commands, DrawTheSceneAndKeepNoPictureOfIt) {
+  const auto files = [this] {
+    return std::distance(std::filesystem::recursive_directory_iterator(directory.path()), {});
+  };
+  CarPasses("AB123CD");
+  const auto before = files();
+  const std::string jpeg = Send(R"({"command":"scene"})")["jpeg"].asString();
+  EXPECT_EQ(jpeg.substr(0, 4), "/9j/");  // how a JPEG begins
+  EXPECT_EQ(files(), before);
+}
+
+TEST_F(Commands, DrawASceneThatFitsABusMessage) {
+  options.pictures.width = 3840;
+  options.pictures.quality = 95;
+  Restart();
+  CarPasses("AB123CD");
+  EXPECT_LT(Send(R"({"command":"scene"})")["jpeg"].asString().size(), 700000U);
+}
+
+TEST_F(Commands, ShowTheWhiteListInParts) {
+  device->white_list.Replace(Parsed(R"([{"plate":"C"},{"plate":"A"},{"plate":"B"}])"));
+  EXPECT_EQ(Compact(Send(R"({"command":"white-list"})")),
+            R"({"ok":true,"total":3,"white_list":[{"plate":"A"},{"plate":"B"},{"plate":"C"}]})");
+  EXPECT_EQ(Compact(Send(R"({"command":"white-list","from":1,"count":1})")["white_list"]),
+            R"([{"plate":"B"}])");
+  EXPECT_EQ(Compact(Send(R"({"command":"white-list","from":3})")["white_list"]), "[]");
+  EXPECT_EQ(Send(R"({"command":"white-list","from":-1})")["ok"], false);
+}
+
+TEST_F(Commands, ShowNoMoreOfTheWhiteListThanFitsABusMessage) {
+  Json::Value records(Json::arrayValue);
+  for (int i = 0; i < 300; ++i) {
+    Json::Value record;
+    record["plate"] = "P" + std::to_string(1000 + i);
+    record["note"] = std::string(4000, 'x');
+    records.append(record);
+  }
+  device->white_list.Replace(records);
+  const Json::Value answer = Send(R"({"command":"white-list","count":1000})");
+  EXPECT_EQ(answer["total"], 300);
+  EXPECT_LT(Compact(answer).size(), size_t{1000000});
+}
+
+TEST_F(Commands, ShowTheRecordOfAResult) {
+  CarPasses("AB123CD");
+  const std::string record = *device->results.Newest();
+  EXPECT_EQ(Send(R"({"command":"record","plate_id":1})")["record"], tarvex::Base64::Encode(record));
+  EXPECT_EQ(Send(R"({"command":"record","plate_id":2})")["ok"], false);
+  EXPECT_EQ(Send(R"({"command":"record"})")["ok"], false);
 }
 
 TEST_F(Commands, AreRefusedDuringAReboot) {

@@ -198,13 +198,15 @@ class DeskCamera : public testing::Test {
   FakeKeyValues key_values;
   FakeLines lines;
   DeviceOptions options;
+  const tarvex::Trace* trace = nullptr;
   std::unique_ptr<Device> device;
   std::map<std::string, std::unique_ptr<Service>> services;
 
  private:
   void SwitchOn() {
     services.clear();
-    device = std::make_unique<Device>(options, Surroundings{timeline, bus, key_values, lines});
+    device =
+        std::make_unique<Device>(options, Surroundings{timeline, bus, key_values, lines, trace});
     for (const ServiceRow& row : ServiceTable()) {
       services[row.queue] = row.create(*device);
     }

@@ -38,7 +38,7 @@ TEST_F(Recognised, CarIsInTheStoreBeforeItIsAnnounced) {
   } looking;
   TestDirectory other;
   options.data = other.path();
-  Device watched(options, {timeline, looking, key_values, lines});
+  Device watched(options, {timeline, looking, key_values, lines, nullptr});
   // Through a connection of its own, which sees only what is committed.
   Database second(other.path() + "/camera.db");
   looking.look = [&second] {

@@ -1,0 +1,53 @@
+# Installs what is missing, from Debian and with npm; says nothing when nothing is. Sourced.
+# shellcheck shell=bash
+
+# The packages of some lists that are not there. The second word of a line is a command: where
+# there is one already, the package is not needed.
+# usage: missing_packages FILE...
+missing_packages() {
+  local installed name command
+  # A package of several architectures has several lines.
+  installed=$(dpkg-query -W -f='${Package} ${db:Status-Status}\n')
+  while read -r name command; do
+    if [ -z "$command" ] || ! command -v "$command" >/dev/null; then
+      grep -qx "$name installed" <<<"$installed" || echo "$name"
+    fi
+  done < <(sed -e 's/#.*//' -e '/^ *$/d' "$@")
+}
+
+# An index that cannot be fetched is no failure where the packages can be installed without.
+# usage: need_packages run|test|lint   each needs what the ones before it need
+need_packages() {
+  local lists=(scripts/packages.txt) missing as_root=() update=""
+  case "$1" in
+    test) lists+=(scripts/packages-test.txt) ;;
+    lint) lists+=(scripts/packages-test.txt scripts/packages-lint.txt) ;;
+  esac
+  mapfile -t missing < <(missing_packages "${lists[@]}")
+  [ ${#missing[@]} -gt 0 ] || return 0
+  command -v apt-get >/dev/null || fail "needs apt-get to install: ${missing[*]}"
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || fail "needs root or sudo to install: ${missing[*]}"
+    as_root=(sudo)
+  fi
+  say "installing ${missing[*]}"
+  mkdir -p build
+  "${as_root[@]}" apt-get update >build/apt-update.log 2>&1 ||
+    update="; apt-get update failed too: $(tail -n 1 build/apt-update.log)"
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y --no-install-recommends "${missing[@]}" >build/apt.log 2>&1 ||
+    fail "apt-get install failed, see build/apt.log: $(tail -n 1 build/apt.log)$update"
+}
+
+# Installs the npm packages that a directory's package-lock.json names, when they are not
+# there or older than it.
+# usage: need_npm DIRECTORY
+need_npm() {
+  local directory=$1
+  [ "$directory/node_modules/.package-lock.json" -ot "$directory/package-lock.json" ] || return 0
+  say "installing the npm packages of $directory"
+  mkdir -p build
+  npm ci --prefix "$directory" --ignore-scripts --no-audit --no-fund >build/npm.log 2>&1 ||
+    fail "npm failed for $directory, see build/npm.log: $(grep -m 1 error build/npm.log)"
+  touch "$directory/node_modules/.package-lock.json"
+}

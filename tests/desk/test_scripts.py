@@ -1,0 +1,135 @@
+"""What ./dev shows of installing and building, with stand-ins for apt-get, cmake and ninja."""
+import json
+import os
+import pathlib
+import pty
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+from desk import ROOT
+
+
+class ScriptTest(unittest.TestCase):
+    def setUp(self):
+        self.folder = pathlib.Path(tempfile.mkdtemp())
+        self.addCleanup(shutil.rmtree, self.folder)
+        (self.folder / "scripts").symlink_to(ROOT / "scripts")
+        (self.folder / "tools").mkdir()
+
+    def tool(self, name, script):
+        file = self.folder / "tools" / name
+        file.write_text("#!/bin/bash\n" + script)
+        file.chmod(0o755)
+
+    def bash(self, script, terminal=subprocess.PIPE):
+        """Runs a script that has what the commands of ./dev have; (exit status, all output)."""
+        result = subprocess.run(
+            ["bash", "-c", "set -euo pipefail; . scripts/common.sh; " + script], cwd=self.folder,
+            env={**os.environ, "PATH": f"{self.folder}/tools:{os.environ['PATH']}"}, text=True,
+            stdout=terminal, stderr=subprocess.STDOUT, timeout=60)
+        return result.returncode, result.stdout
+
+
+class Packages(ScriptTest):
+    def setUp(self):
+        super().setUp()
+        self.tool("dpkg-query", "exit 0")
+        self.tool("sudo", '"$@"')
+
+    def apt_get(self, update, install):
+        self.tool("apt-get", f'[ "$1" = update ] || {{ echo "$@" >>got; {install}; }}; '
+                             f'[ "$1" != update ] || {{ {update}; }}')
+
+    def installed(self):
+        return (self.folder / "got").read_text().split()
+
+    def test_are_installed_though_an_index_cannot_be_fetched(self):
+        self.apt_get(update="echo 'E: no index'; exit 100", install="true")
+        status, said = self.bash("need_packages run")
+        self.assertEqual(status, 0, said)
+        self.assertNotIn("no index", said)
+
+    def test_that_cannot_be_installed_are_a_failure_with_both_reasons(self):
+        self.apt_get(update="echo 'E: no index'; exit 100", install="echo 'E: no package'; exit 100")
+        status, said = self.bash("need_packages run")
+        self.assertEqual(status, 1)
+        self.assertIn("E: no package; apt-get update failed too: E: no index", said)
+
+    def test_of_tests_are_not_waited_for_to_run(self):
+        self.apt_get(update="true", install="true")
+        self.bash("need_packages run")
+        self.assertIn("nats-server", self.installed())
+        self.assertNotIn("libgtest-dev", self.installed())
+
+    def test_of_tests_and_of_lint_come_on_top(self):
+        self.apt_get(update="true", install="true")
+        self.bash("need_packages lint")
+        for name in ("nats-server", "libgtest-dev", "clang-tidy"):
+            self.assertIn(name, self.installed())
+
+
+class Building(ScriptTest):
+    def ninja(self, script):
+        self.tool("cmake", f'[ "$1" = --build ] || {{ configure "$@"; exit; }}; {script}')
+        self.tool("configure", """echo "$@" >>configured
+            [[ $* == *TESTS=OFF* ]] && tests=OFF || tests=ON
+            echo "MQTTADAPTER_TESTS:BOOL=$tests" >build/dev/CMakeCache.txt
+            touch build/dev/build.ninja""")
+
+    def configured(self):
+        return (self.folder / "configured").read_text().splitlines()
+
+    def test_shows_how_far_it_is(self):
+        self.ninja("echo '[1/2] Building a'; echo '[2/2] Building b'")
+        self.assertEqual(self.bash("build dev all"), (0, "./dev: [1/2] Building a\n"))
+
+    def test_shows_it_in_one_line_of_a_terminal(self):
+        self.ninja("echo '[1/2] Building a'; echo '[2/2] Building b'")
+        screen, terminal = pty.openpty()
+        self.addCleanup(os.close, screen)
+        self.bash("build dev all", terminal)
+        os.close(terminal)
+        self.assertEqual(os.read(screen, 65536).decode(),
+                         "\r[1/2] Building a\x1b[K\r[2/2] Building b\x1b[K\r\x1b[K")
+
+    def test_of_nothing_says_nothing(self):
+        self.ninja("echo 'ninja: no work to do.'")
+        self.assertEqual(self.bash("build dev all"), (0, ""))
+
+    def test_that_fails_shows_the_error(self):
+        self.ninja("echo '[1/2] Building a'; echo 'a.cpp:1: error: no'; exit 1")
+        status, said = self.bash("build dev all")
+        self.assertEqual(status, 1)
+        self.assertIn("a.cpp:1: error: no", said)
+        self.assertIn("the build failed, see build/dev/build.log", said)
+
+    def test_without_the_tests_takes_them_in_when_they_are_needed(self):
+        self.ninja("true")
+        self.bash('build dev all "${only_to_run[@]}"; build dev all; build dev all')
+        self.assertEqual(len(self.configured()), 2)
+        self.assertIn("TESTS=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo", self.configured()[1])
+
+    def test_does_not_leave_out_tests_that_are_there(self):
+        self.ninja("true")
+        self.bash('build dev all; build dev all "${only_to_run[@]}"')
+        self.assertEqual(len(self.configured()), 1)
+
+
+class KeptState(ScriptTest):
+    def line(self, offset_s=0, undelivered=0, check=0, name="Virtual camera"):
+        state = {"clock": {"offset_s": offset_s}, "results": {"undelivered": undelivered},
+                 "white_list": {"filter_enable": check}, "name": name}
+        return self.bash(f"jq -r -f scripts/kept_state.jq <<<'{json.dumps(state)}'")[1]
+
+    def test_says_nothing_of_what_is_as_at_first(self):
+        self.assertEqual(self.line(offset_s=-1), "")
+
+    def test_is_one_line(self):
+        self.assertEqual(self.line(offset_s=4 * 31557600, undelivered=3, check=1, name="Gate 7"),
+                         "its clock is 4 years ahead, undelivered results: 3, "
+                         'the white list is checked (1), its name is "Gate 7"\n')
+
+    def test_says_how_far_behind_a_clock_is(self):
+        self.assertEqual(self.line(offset_s=-7200), "its clock is 2 hours behind\n")
