@@ -1,6 +1,8 @@
 // "camera_ctl trace" and whoever answers it on a real bus.
 #include <gmock/gmock.h>
 
+#include <mutex>
+
 #include "desk_camera.h"
 #include "platform/nats_handle.h"
 #include "platform/nats_link.h"
@@ -34,10 +36,17 @@ class PassportAtABus : public testing::Test {
     return ctl.Output();
   }
 
+  /// The latest that was asked.
+  std::string Question() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return question_;
+  }
+
+  std::mutex mutex_;  // guards the next: it is written on a thread of the library
+  std::string question_;
   TestDirectory directory_;
   NatsServer server_;
   std::string answer_;
-  std::string question_;
   int exit_code_ = 0;
   std::shared_ptr<tarvex::NatsLink> link_ =
       tarvex::NatsLink::Connect({"127.0.0.1", server_.port()}, "console");
@@ -48,8 +57,11 @@ class PassportAtABus : public testing::Test {
                          void* closure) {
     const tarvex::NatsMessage message(received);
     auto* self = static_cast<PassportAtABus*>(closure);
-    self->question_.assign(natsMsg_GetData(received),
-                           static_cast<size_t>(natsMsg_GetDataLength(received)));
+    {
+      const std::lock_guard<std::mutex> lock(self->mutex_);
+      self->question_.assign(natsMsg_GetData(received),
+                             static_cast<size_t>(natsMsg_GetDataLength(received)));
+    }
     if (!self->answer_.empty()) {
       natsConnection_PublishString(connection, natsMsg_GetReply(received), self->answer_.c_str());
     }
@@ -59,14 +71,14 @@ class PassportAtABus : public testing::Test {
 TEST_F(PassportAtABus, IsAskedForByItsIdAndPrinted) {
   ConsoleAnswers(R"({"ok":true,"passport":{"id":"result/CAM1/12","state":"delivered"}})");
   EXPECT_THAT(Trace({"12"}), HasSubstr("result/CAM1/12    delivered\n"));
-  EXPECT_EQ(question_, R"({"id":"12"})");
+  EXPECT_EQ(Question(), R"({"id":"12"})");
   EXPECT_EQ(exit_code_, 0);
 }
 
 TEST_F(PassportAtABus, IsListedWithoutAnId) {
   ConsoleAnswers(R"({"ok":true,"passports":[{"id":"result/CAM1/12","state":"stored"}]})");
   EXPECT_THAT(Trace(), HasSubstr("result/CAM1/12  stored"));
-  EXPECT_EQ(question_, "{}");
+  EXPECT_EQ(Question(), "{}");
 }
 
 TEST_F(PassportAtABus, NeedsAConsole) {
