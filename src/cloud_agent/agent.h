@@ -105,6 +105,7 @@ class Agent : public sigslot::has_slots<sigslot::single_threaded>, private LinkL
                   Json::Value& response);
   void Push(int max_count);
   void LookForWork();
+  std::optional<Undelivered> AskForUndelivered() const;
   void SendStatus();
   Status PresentStatus(const std::optional<Undelivered>& undelivered) const;
   void LeaveBrokerThatOwes();

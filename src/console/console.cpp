@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "console/passports/message_kinds.h"
 #include "json_text.h"
 #include "platform/json_member.h"
 #include "platform/log.h"
@@ -156,7 +157,8 @@ std::string Console::Address() const {
 void Console::ListenToCamera(const std::string& sn, const std::string& prefix) {
   bus_->Listen(prefix + tarvex::kTraceTopic,
                [this](const std::string& text, Time_us) { OnTrace(text); });
-  for (const std::string& topic : PassportBook::Topics()) {
+  for (const MessageKind& kind : MessageKinds()) {
+    const std::string topic = kind.topic;
     bus_->Listen(prefix + topic, [this, sn, topic](const std::string& body, Time_us at_us) {
       book_.OnBusMessage(sn, topic, body, at_us);
     });

@@ -93,12 +93,15 @@ class ConsoleRig : public RigTest {
     return answer;
   }
 
+  std::string OpeningOfAWebSocket() const {
+    return "GET /ws HTTP/1.1\r\nHost: " + Own() + "\r\nOrigin: http://" + Own() +
+           "\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n"
+           "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n";
+  }
+
   /// Opens a WebSocket as the page does, and waits until it has said so.
   bool PageHears(const std::string& text) {
-    const int connection =
-        Send("GET /ws HTTP/1.1\r\nHost: " + Own() + "\r\nOrigin: http://" + Own() +
-             "\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n"
-             "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n");
+    const int connection = Send(OpeningOfAWebSocket());
     std::string heard;
     return WaitUntil([&] {
       char buffer[4096];
@@ -275,9 +278,7 @@ TEST_F(ConsoleRig, ServesNoFileOutsideItsDirectories) {
 }
 
 TEST_F(ConsoleRig, LivesThroughWhatAHostilePageSends) {
-  Send("GET /ws HTTP/1.1\r\nHost: " + Own() + "\r\nOrigin: http://" + Own() +
-       "\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n"
-       "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n");
+  Send(OpeningOfAWebSocket());  // and never reads
   Ask("GET / HTTP/1.1\r\nHost: " + Own() + "\r\nX: " + std::string(10 << 20, 'x') + "\r\n\r\n");
   EXPECT_THAT(Post(Api("requests/get_sn"), std::string(300000, 'x')), HasSubstr("413"));
   EXPECT_THAT(Post(Api("requests/a+b"), "{}"), HasSubstr("400"));

@@ -52,6 +52,8 @@ std::vector<std::string> EnvironmentWith(const std::map<std::string, std::string
     sigprocmask(SIG_SETMASK, &none, nullptr);
     dup2(output, STDOUT_FILENO);
     dup2(output, STDERR_FILENO);
+    // An MQTT client's socket that is open in a child as well stays open when the client closes it.
+    close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
     execve(arguments[0], arguments, environment);
     const int error = errno;
     (void)!write(error_pipe, &error, sizeof(error));

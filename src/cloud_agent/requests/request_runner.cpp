@@ -121,6 +121,7 @@ Json::Value RequestRunner::OnMessage(const std::string& name, const Json::Value&
 void RequestRunner::OnBusRequest(const BusRequest& request) {
   if (current_ != nullptr) {
     bus_requests_.push_back(request);
+    bus_requests_.back().body = {};  // it does not live that long
     bus_requests_.back().body = {};  // it is not this object's, and not needed
   }
 }

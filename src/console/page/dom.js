@@ -83,3 +83,18 @@ export function block(name, title, ...children) {
     ...children,
   );
 }
+
+/// Columns of blocks, each block an object with its node.
+export function blocksIn(columns) {
+  return el(
+    "div",
+    {class: "blocks"},
+    columns.map((column) =>
+      el(
+        "div",
+        {},
+        column.map((one) => one.node),
+      ),
+    ),
+  );
+}

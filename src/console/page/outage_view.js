@@ -2,7 +2,7 @@
 // words, and what came of it.
 import {act, button, command, note, request} from "./actions.js";
 import {cameraPath, post} from "./connection.js";
-import {block, el, labelled, reconcile, setAttribute, setText} from "./dom.js";
+import {block, blocksIn, el, labelled, reconcile, setAttribute, setText} from "./dom.js";
 import {clock} from "./texts.js";
 
 export function createOutageView(section, desk) {
@@ -11,19 +11,7 @@ export function createOutageView(section, desk) {
     [ledger(), told()],
   ];
   const blocks = columns.flat();
-  section.append(
-    el(
-      "div",
-      {class: "blocks"},
-      columns.map((column) =>
-        el(
-          "div",
-          {},
-          column.map((one) => one.node),
-        ),
-      ),
-    ),
-  );
+  section.append(blocksIn(columns));
   return {update: () => blocks.forEach((one) => one.update(desk))};
 }
 

@@ -1,6 +1,6 @@
 // The camera's world: what camera_ctl does, with buttons, and the state that it prints.
 import {act, button, command, field, form, note, request} from "./actions.js";
-import {block, el, labelled, reconcile, setAttribute, setText} from "./dom.js";
+import {block, blocksIn, el, labelled, reconcile, setAttribute, setText} from "./dom.js";
 import {age} from "./texts.js";
 import {head} from "./world_head.js";
 import {serial} from "./world_serial.js";
@@ -14,20 +14,7 @@ export function createWorldView(section, desk) {
     [services(desk), facts()],
   ];
   const blocks = columns.flat();
-  section.append(
-    away,
-    el(
-      "div",
-      {class: "blocks"},
-      columns.map((column) =>
-        el(
-          "div",
-          {},
-          column.map((one) => one.node),
-        ),
-      ),
-    ),
-  );
+  section.append(away, blocksIn(columns));
   return {
     show() {
       blocks.forEach((one) => one.show?.());

@@ -52,14 +52,6 @@ std::size_t WeightOf(const Passport& passport) {
 
 }  // namespace
 
-std::vector<std::string> PassportBook::Topics() {
-  std::vector<std::string> topics;
-  for (const MessageKind& kind : MessageKinds()) {
-    topics.emplace_back(kind.topic);
-  }
-  return topics;
-}
-
 PassportBook::PassportBook(OnStep on_step, const Limits& limits)
     : on_step_(std::move(on_step)), limits_(limits) {}
 

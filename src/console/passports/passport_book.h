@@ -41,9 +41,6 @@ class PassportBook {
   /// Called with each step of a passport, also one that it has no room for.
   using OnStep = std::function<void(const Passport& passport, const char* step)>;
 
-  /// The topics of the bus whose messages have passports.
-  static std::vector<std::string> Topics();
-
   explicit PassportBook(OnStep on_step) : PassportBook(std::move(on_step), Limits()) {}
   PassportBook(OnStep on_step, const Limits& limits);
 
