@@ -87,8 +87,9 @@ bool MQTTAdapter::QueryAgentService(const AgentQuery& query, const Json::Value& 
     return false;
   }
   // A reply that is not JSON counts as success, with a null body.
+  Json::Value answer = ParsedReply(reply).value_or(Json::Value());
   Json::Value result;
-  result["body"] = Member(ParsedReply(reply).value_or(Json::Value()), "body");
+  result["body"] = TakeMember(answer, "body");
   result["state_code"] = kStateOk;
   std::string text;
   Json::Json2String(result, text);
