@@ -27,7 +27,10 @@ class ScopedLock {
 }  // namespace
 
 std::unique_ptr<StyledDocument> MQTTAdapter::TakePlatePayload() {
-  return m_plate_payload_ ? std::move(m_plate_payload_) : std::make_unique<StyledDocument>();
+  if (!m_plate_payload_) {
+    m_plate_payload_ = std::make_unique<StyledDocument>();
+  }
+  return std::move(m_plate_payload_);
 }
 
 void MQTTAdapter::OnIvsResultEvent(const IVS_RESULT_PARAM* record, int isoffline) {
