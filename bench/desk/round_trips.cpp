@@ -24,21 +24,13 @@ std::int64_t Timed(Work work) {
   return NowNs() - begin_ns;
 }
 
-/// Times of the parts, of each turn; the first turns are not counted.
-class Turns {
- public:
-  explicit Turns(std::size_t count) : count_(count) {}
-
-  template <class Turn>
-  void Take(Turn turn) {
-    for (std::size_t i = 0; i < kWarmUp + count_; ++i) {
-      turn(i >= kWarmUp);
-    }
+/// Takes turns, of which the first do not count.
+template <class Turn>
+void TakeTurns(std::size_t count, Turn turn) {
+  for (std::size_t i = 0; i < kWarmUp + count; ++i) {
+    turn(i >= kWarmUp);
   }
-
- private:
-  std::size_t count_;
-};
+}
 
 class BusRequester {
  public:
@@ -103,6 +95,16 @@ class Cloud {
   Broker broker_;
 };
 
+/// One that has just been started takes requests a little later.
+void AwaitAgent(const RoundTripOptions& options) {
+  bool is_online = false;
+  Broker broker(options.broker_port, options.base + "/status", 1,
+                [&is_online](std::string_view, std::string_view status) {
+                  is_online = status.find("\"online\":true") != std::string_view::npos;
+                });
+  broker.DriveUntil([&is_online] { return is_online; });
+}
+
 }  // namespace
 
 Json::Value MeasureRequests(const RoundTripOptions& options) {
@@ -110,6 +112,7 @@ Json::Value MeasureRequests(const RoundTripOptions& options) {
   const std::string payload = R"({"id":"1","version":"1.0","payload":{"type":")" + options.name +
                               '"' + (options.body.empty() ? "" : ",\"body\":" + options.body) +
                               "}}";
+  AwaitAgent(options);
   Cloud cloud(options, options.base + "/response/" + options.name);
   std::optional<Cloud> echo_asker;
   std::optional<Echo> echo;
@@ -123,9 +126,11 @@ Json::Value MeasureRequests(const RoundTripOptions& options) {
   std::vector<std::int64_t> echoes_ns;
   std::vector<std::int64_t> bus_ns;
   std::vector<std::int64_t> floors_ns;
-  std::int64_t cpu_ns = 0;
-  Turns(options.count).Take([&](bool counts) {
-    const std::int64_t cpu_before_ns = CostOf(options.pid).cpu_ns;
+  std::optional<std::int64_t> cpu_before_ns;
+  TakeTurns(options.count, [&](bool counts) {
+    if (counts && !cpu_before_ns) {
+      cpu_before_ns = CostOf(options.pid).cpu_ns;
+    }
     const std::int64_t request_ns = Timed([&] {
       const std::string& response = cloud.Ask(topic, payload);
       if (response.find("\"result\":true") == std::string::npos) {
@@ -134,7 +139,6 @@ Json::Value MeasureRequests(const RoundTripOptions& options) {
     });
     if (counts) {
       requests_ns.push_back(request_ns);
-      cpu_ns += CostOf(options.pid).cpu_ns - cpu_before_ns;
     }
     if (!bus) {
       return;
@@ -147,6 +151,7 @@ Json::Value MeasureRequests(const RoundTripOptions& options) {
       floors_ns.push_back(echo_ns + asked_ns);
     }
   });
+  const std::int64_t cpu_ns = CostOf(options.pid).cpu_ns - cpu_before_ns.value_or(0);
   Json::Value json;
   json["request_us"] = TimesJson(requests_ns);
   json["cpu_us"] = static_cast<double>(cpu_ns) / 1e3 / static_cast<double>(options.count);
@@ -169,7 +174,7 @@ Json::Value MeasureDeliveryFloor(const RoundTripOptions& options) {
   BusRequester bus(options);
   std::vector<std::int64_t> acknowledged_ns;
   std::vector<std::int64_t> bus_ns;
-  Turns(options.count).Take([&](bool counts) {
+  TakeTurns(options.count, [&](bool counts) {
     const std::int64_t publish_ns = Timed([&] { publisher.PublishAcknowledged(topic, payload); });
     const std::int64_t asked_ns = Timed([&] { bus.Ask(); });
     if (counts) {
@@ -187,7 +192,7 @@ Json::Value MeasureDeliveryFloor(const RoundTripOptions& options) {
 Json::Value MeasureBusRequests(const RoundTripOptions& options) {
   BusRequester bus(options);
   std::vector<std::int64_t> times_ns;
-  Turns(options.count).Take([&](bool counts) {
+  TakeTurns(options.count, [&](bool counts) {
     const std::int64_t time_ns = Timed([&] { bus.Ask(); });
     if (counts) {
       times_ns.push_back(time_ns);
