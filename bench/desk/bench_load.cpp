@@ -55,7 +55,8 @@ CLI::App* AddRoundTrips(CLI::App& app, RoundTripOptions& options, const char* na
   sub->add_option("--base", options.base);
   sub->add_option("--count", options.count)->capture_default_str();
   sub->add_option("--queue", options.queue);
-  sub->add_option("--request", options.request);
+  sub->add_option_function<std::string>(
+      "--request-file", [&options](const std::string& file) { options.request = FileText(file); });
   sub->add_option("--first-id", options.first_id)->capture_default_str();
   sub->callback([&options, measure] { Print(measure(options)); });
   return sub;

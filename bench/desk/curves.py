@@ -6,7 +6,7 @@ import subprocess
 import camera_store
 import load
 from adapter import Bus
-from measurements import MANY, STORE_QUEUE, _parts_with_databases
+from measurements import MANY, STORE_QUEUE, parts_with_databases
 
 QUEUE_LENGTHS = (1, 2, 5, 10, 15, 20)
 WHITE_LISTS = (10, 100, 1000, 10_000, 100_000)
@@ -52,7 +52,7 @@ def queue_length(say):
     curve = Curve("queue_length", "A result, by how many are under way", "results",
                   "CPU of the agent, us", ("one in flight, the others wait", "all in flight"),
                   False)
-    parts = _parts_with_databases()
+    parts = parts_with_databases()
     try:
         for length in QUEUE_LENGTHS:
             say(f"{length} results under way")
@@ -68,11 +68,20 @@ def queue_length(say):
     return curve
 
 
+def _changes(parts, agent, records, count):
+    """Requests that change the white list, in turn with the bus requests that they make."""
+    return load.requests(
+        parts, agent, "white_list_operator",
+        {"operator_type": "update_or_add", "dldb_rec": records},
+        (WHITE_LIST_QUEUE, {"type": "replace_white_list",
+                            "body": {"white_list_rec": records}}), count)
+
+
 def white_list(say):
     curve = Curve("white_list", "A change of one plate, by the length of the white list", "plates",
                   "p50, us", ("request of the cloud", "bare bus request"), True)
-    change = {"plate": "AA00001", "note": "changed"}
-    parts = _parts_with_databases()
+    change = [{"plate": "AA00001", "note": "changed"}]
+    parts = parts_with_databases()
     try:
         parts.camera()
         agent = parts.agent()
@@ -89,11 +98,7 @@ def white_list(say):
                 if answer["body"]["stored"] != len(records):
                     raise RuntimeError(f"the white list took {answer}")
                 filled = upto
-            figures = load.requests(
-                parts, agent, "white_list_operator",
-                {"operator_type": "update_or_add", "dldb_rec": change}, count=300,
-                queue=WHITE_LIST_QUEUE, request=json.dumps(
-                    {"type": "replace_white_list", "body": {"white_list_rec": [change]}}))
+            figures = _changes(parts, agent, change, 300)
             curve.add(length, figures["request_us"]["p50"], figures["bus_us"]["p50"])
         bus.socket.close()
     finally:
@@ -104,17 +109,16 @@ def white_list(say):
 def store(sizes, say):
     curve = Curve("store", "A request to the store, by its undelivered results", "results",
                   "p50, us", ("count", "select 5", "confirm"), True)
-    count = 300
     filled = 0
-    parts = _parts_with_databases()
+    parts = parts_with_databases()
     try:
         for size in sizes:
             say(f"a store of {size} results")
             camera_store.fill(parts.directory / "camera", filled + 1, size)
             camera = parts.camera("--keep-results", MANY)
             curve.add(size, *(
-                load.bus_requests(parts, STORE_QUEUE, {"type": kind, "body": body}, count=count,
-                                  first_id=filled + 1)["bus_us"]["p50"]
+                load.bus_requests(parts, STORE_QUEUE, {"type": kind, "body": body}, 300,
+                                  filled + 1)["bus_us"]["p50"]
                 for kind, body in (
                     ("STP_GET_MQTT_OFFLINE_COUNT", {}),
                     ("STP_SELECT_MQTT_OFFLINE_RECORD", {"count": 5, "id": size // 2}),
@@ -128,18 +132,18 @@ def store(sizes, say):
 
 def message_size(say):
     curve = Curve("message_size", "A request to the white list, by its records", "records",
-                  "us per record", ("round trip, p50", "CPU of the agent"), True)
-    parts = _parts_with_databases()
+                  "us per record",
+                  ("request of the cloud, p50", "bare bus request, p50", "CPU of the agent"), True)
+    parts = parts_with_databases()
     try:
         parts.camera()
         agent = parts.agent()
         for length in RECORDS:
             say(f"a request with {length} records")
             records = [{"plate": f"BB{number:05}", "note": "resident"} for number in range(length)]
-            figures = load.requests(parts, agent, "white_list_operator",
-                                    {"operator_type": "update_or_add", "dldb_rec": records},
-                                    count=max(20, min(300, 3000 // length)))
-            curve.add(length, figures["request_us"]["p50"] / length, figures["cpu_us"] / length)
+            figures = _changes(parts, agent, records, max(20, min(300, 3000 // length)))
+            curve.add(length, *(figure / length for figure in (
+                figures["request_us"]["p50"], figures["bus_us"]["p50"], figures["cpu_us"])))
     finally:
         parts.end()
     return curve

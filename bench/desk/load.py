@@ -28,27 +28,38 @@ def results(parts, program, seconds=300, **options):
                        seconds)
 
 
-def requests(parts, agent, name, body, seconds=300, **options):
-    """Requests of the cloud, one at a time."""
+def _compact(value):
+    return json.dumps(value, separators=(",", ":"))
+
+
+def _bus_options(parts, queue, request):
+    """An "ID" in a request counts."""
+    file = parts.directory / "request.json"
+    file.write_text(_compact(request).replace('"ID"', "ID"))
+    return {"queue": queue, "request_file": file}
+
+
+def requests(parts, agent, name, body, beside, count):
+    """Requests of the cloud, one at a time, in turn with a message echoed at the broker and with
+    the bare request to a service: (queue, request)."""
     file = parts.directory / "body.json"
-    file.write_text(json.dumps(body, separators=(",", ":")))
+    file.write_text(_compact(body))
     return _bench_load(parts, "requests",
-                       {"base": BASE, "pid": agent.pid, "name": name, "body_file": file, **options},
-                       seconds)
+                       {"base": BASE, "pid": agent.pid, "name": name, "body_file": file,
+                        "count": count, **_bus_options(parts, *beside)}, 300)
 
 
-def delivery_floor(parts, queue, request, **options):
+def delivery_floor(parts, queue, request, count):
     """A message acknowledged by the broker and a bare bus request, in turn."""
     return _bench_load(parts, "delivery-floor",
-                       {"base": BASE, "queue": queue, "request": json.dumps(request)
-                        .replace('"ID"', "ID"), **options}, 300)
+                       {"base": BASE, "count": count, **_bus_options(parts, queue, request)}, 300)
 
 
-def bus_requests(parts, queue, request, **options):
-    """Bare bus requests, one at a time; "ID" in one counts."""
+def bus_requests(parts, queue, request, count, first_id):
+    """Bare bus requests, one at a time."""
     return _bench_load(parts, "bus-requests",
-                       {"queue": queue,
-                        "request": json.dumps(request).replace('"ID"', "ID"), **options}, 300)
+                       {"count": count, "first_id": first_id,
+                        **_bus_options(parts, queue, request)}, 300)
 
 
 class SlowLink:

@@ -28,7 +28,7 @@ def median_of(runs):
     return statistics.median(runs)
 
 
-def _parts_with_databases():
+def parts_with_databases():
     """The camera writes what its databases have at first, and the databases keep it."""
     parts = Parts()
     try:
@@ -43,10 +43,11 @@ def compare(rounds, say):
     """The agent and its peers: each figure is the median of the rounds."""
     scenarios = {
         "one in flight, 400 a second": ("1", {"rate": 400, "count": 1200}),
+        "one in flight, as fast as acknowledged": ("1", {"window": AT_HAND, "count": 2000}),
         "20 in flight, as fast as acknowledged": ("20", {"window": 20, "count": 4000}),
     }
     runs = {scenario: {program: [] for program in PROGRAMS} for scenario in scenarios}
-    parts = _parts_with_databases()
+    parts = parts_with_databases()
     try:
         for turn in range(rounds):
             for scenario, (in_flight, options) in scenarios.items():
@@ -68,12 +69,12 @@ def live(rounds, say):
     runs = []
     for turn in range(rounds):
         say(f"round {turn + 1} of {rounds}: live results, one at a time")
-        parts = _parts_with_databases()
+        parts = parts_with_databases()
         try:
             camera_store.fill(parts.directory / "camera", 1, 4 * count)
             parts.camera("--keep-results", MANY)
             agent = parts.agent()
-            floor = load.delivery_floor(parts, STORE_QUEUE, CONFIRMATION, count=count)
+            floor = load.delivery_floor(parts, STORE_QUEUE, CONFIRMATION, count)
             delivered = load.results(parts, agent, camera_confirms=True, window=AT_HAND,
                                      warm_up=count // 4, count=count, first_id=2 * count)
         finally:
@@ -89,16 +90,15 @@ def live(rounds, say):
 def request(rounds, say):
     """A request's round trip, in turn with what it is made of at least."""
     runs = []
-    parts = _parts_with_databases()
+    parts = parts_with_databases()
     try:
         parts.camera()
         agent = parts.agent()
         for turn in range(rounds):
             say(f"round {turn + 1} of {rounds}: a request's round trip")
             runs.append(load.requests(
-                parts, agent, "get_io_out_status", {"gpio": 1}, count=1000,
-                queue="EVS_BUS_REQUEST",
-                request=json.dumps({"type": "evs_get_gpioout", "body": {"source": 1}})))
+                parts, agent, "get_io_out_status", {"gpio": 1},
+                ("EVS_BUS_REQUEST", {"type": "evs_get_gpioout", "body": {"source": 1}}), 1000))
     finally:
         parts.end()
     return median_of(runs)
@@ -107,7 +107,7 @@ def request(rounds, say):
 def endurance(count, say):
     """Many results as fast as they are acknowledged."""
     say(f"{count} results as fast as acknowledged")
-    parts = _parts_with_databases()
+    parts = parts_with_databases()
     try:
         agent = parts.agent()
         return load.results(parts, agent, seconds=60 + count / 50, warm_up=load.WARM_UP,
@@ -119,7 +119,7 @@ def endurance(count, say):
 def burst(say):
     """Results that come all at once, on a slow way to the broker."""
     say(f"a burst of {BURST} results into a slow broker")
-    parts = _parts_with_databases()
+    parts = parts_with_databases()
     try:
         with load.SlowLink(parts, SLOW_BYTES_PER_SECOND) as link:
             agent = parts.agent("--status-interval", "1", broker_port=link.port)
