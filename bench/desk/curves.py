@@ -18,17 +18,24 @@ AT_A_TIME = 2000
 
 
 class Curve:
-    def __init__(self, name, title, x, y, columns, is_logarithmic):
+    def __init__(self, name, title, x, y, columns, logarithmic):
+        """@param logarithmic which axes are: "", "x" or "xy"."""
         self.name = name
         self.title = title
         self.x = x
         self.y = y
         self.columns = columns
-        self.is_logarithmic = is_logarithmic
+        self.logarithmic = logarithmic
         self.rows = []
 
     def add(self, amount, *values):
         self.rows.append((amount, *(round(value, 1) for value in values)))
+
+    def growth(self):
+        """By how much the size grows over the whole curve, and each column with it."""
+        first, last = self.rows[0], self.rows[-1]
+        sizes, *columns = (after / before for before, after in zip(first, last))
+        return sizes, dict(zip(self.columns, columns))
 
     def write(self, directory):
         """NAME.csv and NAME.svg."""
@@ -38,20 +45,21 @@ class Curve:
             writer = csv.writer(file, lineterminator="\n")
             writer.writerow((self.x, *self.columns))
             writer.writerows(self.rows)
-        scale = "set logscale x\nset format x '%.0f'\n" if self.is_logarithmic else ""
+        scale = "" if "y" in self.logarithmic else "set yrange [0:*]\n"
+        if self.logarithmic:
+            scale += f"set logscale {self.logarithmic}\nset format x '%.0f'\n"
         lines = ", ".join(f"'{table}' using 1:{column} with linespoints title columnheader"
                           for column in range(2, len(self.columns) + 2))
         script = (f"set terminal svg size 640,320 font 'sans-serif,12' background '#ffffff'\n"
                   f"set output '{directory / self.name}.svg'\nset datafile separator ','\n"
                   f"set title '{self.title}'\nset xlabel '{self.x}'\nset ylabel '{self.y}'\n"
-                  f"set yrange [0:*]\nset key bottom right\nset grid\n{scale}plot {lines}\n")
+                  f"set key bottom left\nset grid\n{scale}plot {lines}\n")
         subprocess.run(["gnuplot"], input=script, text=True, check=True)
 
 
 def queue_length(say):
     curve = Curve("queue_length", "A result, by how many are under way", "results",
-                  "CPU of the agent, us", ("one in flight, the others wait", "all in flight"),
-                  False)
+                  "CPU of the agent, us", ("one in flight and the others waiting", "all in flight"), "")
     parts = parts_with_databases()
     try:
         for length in QUEUE_LENGTHS:
@@ -79,7 +87,7 @@ def _changes(parts, agent, records, count):
 
 def white_list(say):
     curve = Curve("white_list", "A change of one plate, by the length of the white list", "plates",
-                  "p50, us", ("request of the cloud", "bare bus request"), True)
+                  "p50, us", ("request of the cloud", "bare bus request"), "x")
     change = [{"plate": "AA00001", "note": "changed"}]
     parts = parts_with_databases()
     try:
@@ -108,7 +116,7 @@ def white_list(say):
 
 def store(sizes, say):
     curve = Curve("store", "A request to the store, by its undelivered results", "results",
-                  "p50, us", ("count", "select 5", "confirm"), True)
+                  "p50, us", ("count", "select 5", "confirm"), "x")
     filled = 0
     parts = parts_with_databases()
     try:
@@ -133,7 +141,7 @@ def store(sizes, say):
 def message_size(say):
     curve = Curve("message_size", "A request to the white list, by its records", "records",
                   "us per record",
-                  ("request of the cloud, p50", "bare bus request, p50", "CPU of the agent"), True)
+                  ("request of the cloud (p50)", "bare bus request (p50)", "CPU of the agent"), "xy")
     parts = parts_with_databases()
     try:
         parts.camera()

@@ -1,4 +1,5 @@
 """The figures as tables, for a terminal and for docs/performance.md, each with its goal."""
+import math
 import os
 import pathlib
 import platform
@@ -103,11 +104,20 @@ def burst(figures):
          ["resident KiB afterwards", figures["rss_kb"]]])
 
 
+def growth(curve):
+    """Against a logarithm that doubles with the first factor of ten."""
+    times, columns = curve.growth()
+    limit = 1 + math.log10(times)
+    rows = [[name, f"{factor:.2f}", goal(factor, round(limit, 1))]
+            for name, factor in columns.items()]
+    return table([f"{times:.0f} times the {curve.x}", "times as much", "goal"], rows)
+
+
 def curves(all_of_them):
     texts = []
     for curve in all_of_them:
         texts.append(f"{curve.title} ({curve.y}):\n\n"
-                     + table([curve.x, *curve.columns], curve.rows)
+                     + table([curve.x, *curve.columns], curve.rows) + "\n\n" + growth(curve)
                      + f"\n\n![{curve.title}](performance/{curve.name}.svg)")
     return "\n\n".join(texts)
 
