@@ -5,6 +5,8 @@ build/bench/."""
 import argparse
 import json
 import pathlib
+import signal
+import subprocess
 import sys
 import time
 
@@ -86,7 +88,11 @@ def main():
 
 
 if __name__ == "__main__":
+    # What has been started ends with it.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     try:
         main()
-    except (RuntimeError, AssertionError) as failure:
+    except (RuntimeError, AssertionError, subprocess.TimeoutExpired) as failure:
         sys.exit(f"./dev bench: {failure}")
+    except KeyboardInterrupt:
+        sys.exit(130)

@@ -59,7 +59,9 @@ def compare(rounds, say):
                     parts.end_program(program)
     finally:
         parts.end()
-    return {scenario: {name: median_of(of_program) for name, of_program in programs.items()}
+    return {scenario: {name: {**median_of(of_program),
+                              "all_cpu_us": sorted(run["cpu_us"] for run in of_program)}
+                       for name, of_program in programs.items()}
             for scenario, programs in runs.items()}
 
 

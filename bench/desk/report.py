@@ -33,9 +33,10 @@ def compare(figures):
     texts = []
     for scenario, programs in figures.items():
         texts.append(f"{scenario[0].upper()}{scenario[1:]}:\n\n" + table(
-            ["Program", "results/s", "CPU us/result", "p50 us", "p99 us", "resident KiB",
+            ["Program", "results/s", "CPU us/result", "of all rounds", "p50 us", "p99 us", "resident KiB",
              "private KiB", "threads", "arrived"],
             [[NAMES[name], f"{of['rate']:.0f}", f"{of['cpu_us']:.0f}",
+              f"{of['all_cpu_us'][0]:.0f} to {of['all_cpu_us'][-1]:.0f}",
               f"{of['latency_us']['p50']:.0f}", f"{of['latency_us']['p99']:.0f}",
               f"{of['rss_kb']:.0f}", f"{of['private_kb']:.0f}", f"{of['threads']:.0f}",
               f"{of['arrived']:.0f} of {of['count']:.0f}"] for name, of in programs.items()]))

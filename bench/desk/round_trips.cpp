@@ -14,7 +14,7 @@ namespace {
 
 constexpr char kEcho[] = "bench/echo";
 constexpr char kEchoed[] = "bench/echoed";
-constexpr std::size_t kResultBytes = 1100;
+constexpr std::size_t kResultBytes = 887;
 constexpr std::size_t kWarmUp = 50;
 
 template <class Work>
