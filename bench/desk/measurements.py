@@ -1,5 +1,6 @@
 """The measurements, each with all its runs: what is compared is measured in turn, in one run."""
 import json
+import re
 import statistics
 import subprocess
 import time
@@ -126,22 +127,25 @@ def burst(say):
         with load.SlowLink(parts, SLOW_BYTES_PER_SECOND) as link:
             agent = parts.agent("--status-interval", "1", broker_port=link.port)
             figures = load.results(parts, agent, burst=True, count=BURST)
-            figures["counters"] = _counters(parts)
+            figures["shed"] = _shed(parts, agent, BURST - figures["confirmed"])
             parts.end_program(agent)
         return figures
     finally:
         parts.end()
 
 
-def _counters(parts):
-    """The agent's, when nothing waits any more."""
+def _shed(parts, agent, expected):
+    """Results that the agent left in the store, by where: when all are accounted for."""
     deadline = time.monotonic() + 30
     while True:
         status = json.loads(subprocess.run(
             ["mosquitto_sub", "-p", str(parts.broker_port), "-t", f"cameras/{SERIAL_NUMBER}/status",
              "-C", "1", "-W", "10"], capture_output=True, check=True).stdout)
         counters = status["counters"]
-        shed = counters["results_overflowed"] + counters["results_held_back"]
-        if shed + counters["acknowledged"] >= BURST or time.monotonic() > deadline:
-            return counters
+        # What there was no room for on its way from the bus is told in the log only.
+        dropped = re.findall(r"(\d+) dropped so far", agent.output())
+        shed = {"turn": counters["results_overflowed"] + counters["results_held_back"],
+                "bus": int(dropped[-1]) if dropped else 0}
+        if sum(shed.values()) >= expected or time.monotonic() > deadline:
+            return shed
         time.sleep(0.5)

@@ -91,17 +91,17 @@ def endurance(figures):
 
 
 def burst(figures):
-    counters = figures["counters"]
     times = figures["latency_us"]
-    shed = counters["results_overflowed"] + counters["results_held_back"]
+    shed = figures["shed"]
     return table(
         ["A burst into a slow broker", ""],
         [["results, all at once", figures["count"]],
          ["delivered and confirmed", figures["confirmed"]],
-         ["their delay: p50, p99, longest", " ".join(f"{times[key] / 1000:.0f} ms"
-                                                    for key in ("p50", "p99", "max"))],
-         ["shed: left undelivered in the store", shed],
-         ["neither", figures["count"] - figures["confirmed"] - shed],
+         ["their delay: p50, p99, longest", ", ".join(f"{times[key] / 1000:.0f} ms"
+                                                     for key in ("p50", "p99", "max"))],
+         ["left in the store: 64 waited for their turn", shed["turn"]],
+         ["left in the store: 4096 waited for the event thread", shed["bus"]],
+         ["not accounted for", figures["count"] - figures["confirmed"] - sum(shed.values())],
          ["resident KiB afterwards", figures["rss_kb"]]])
 
 

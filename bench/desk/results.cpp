@@ -24,6 +24,7 @@ constexpr char kCounted[] = R"({"body":{"offline_count":0,"oldest_age_s":0},"sta
 
 // How long nothing may happen until it is over.
 constexpr std::int64_t kStall_ns = 6'000'000'000;
+constexpr std::int64_t kLate_ns = 1'000'000'000;
 constexpr std::int64_t kKnock_ns = 200'000'000;
 constexpr std::size_t kMemorySamples = 20;
 
@@ -79,6 +80,7 @@ class Run {
       SendAsConfirmed(first, options_.count);
     }
     const ProcessCost after = CostOf(options_.pid);
+    AwaitArrivals();
     return Figures(first, before, after, latest_event_ns_ - begin_ns);
   }
 
@@ -112,8 +114,14 @@ class Run {
     bus_.Publish(kResultTopic, record);
   }
 
-  void SendAsConfirmed(std::size_t first, std::size_t count) {
+  void BeginCounting() {
+    AwaitArrivals();
+    arrived_ = 0;
     confirmed_ = 0;
+  }
+
+  void SendAsConfirmed(std::size_t first, std::size_t count) {
+    BeginCounting();
     end_ = first + count;
     next_ = first + std::min(options_.window, count);
     for (std::size_t index = first; index < first + std::min(options_.window, count); ++index) {
@@ -124,7 +132,7 @@ class Run {
   }
 
   void SendAtRate(std::size_t first) {
-    confirmed_ = 0;
+    BeginCounting();
     const auto begin = std::chrono::steady_clock::now();
     for (std::size_t i = 0; i < options_.count; ++i) {
       std::this_thread::sleep_until(begin + std::chrono::nanoseconds(static_cast<std::int64_t>(
@@ -135,7 +143,7 @@ class Run {
   }
 
   void SendAtOnce(std::size_t first) {
-    confirmed_ = 0;
+    BeginCounting();
     for (std::size_t i = 0; i < options_.count; ++i) {
       Send(first + i);
     }
@@ -154,6 +162,14 @@ class Run {
     }
   }
 
+  /// The broker's subscriber may be a little behind the store.
+  void AwaitArrivals() {
+    const std::int64_t deadline = NowNs() + kLate_ns;
+    while (arrived_ < confirmed_ && NowNs() < deadline) {
+      std::this_thread::sleep_for(milliseconds(1));
+    }
+  }
+
   Fate* FateOf(std::uint32_t plate_id) {
     const std::size_t index = plate_id - options_.first_id;
     return index < total_ ? &fates_[index] : nullptr;
@@ -163,6 +179,7 @@ class Run {
     Fate* const fate = FateOf(NumberAfter(payload, "\"plateid\""));
     if (fate != nullptr && fate->arrivals++ == 0) {
       fate->arrived_ns = NowNs();
+      ++arrived_;
     }
   }
 
@@ -218,6 +235,7 @@ class Run {
   const ResultsOptions options_;
   const std::size_t total_;
   std::unique_ptr<Fate[]> fates_;
+  std::atomic<std::size_t> arrived_{0};
   std::atomic<std::size_t> confirmed_{0};
   std::atomic<std::int64_t> latest_event_ns_{0};
   std::atomic<std::size_t> next_{0};  // to be sent for a confirmation
