@@ -38,12 +38,16 @@ def options():
                         help="of the endurance run (default 20000)")
     parser.add_argument("--long", action="store_true",
                         help="the store's curve goes up to a million results")
+    parser.add_argument("--pictures", action="store_true",
+                        help="what is compared copies two pictures of each result, in memory")
     parser.add_argument("--write", action="store_true",
                         help="also writes the tables and pictures of docs/performance.md")
     chosen = parser.parse_args()
     for part in chosen.part:
         if part not in PARTS:
             parser.error(f"no such part: {part}")
+    if chosen.pictures and chosen.write:
+        parser.error("the tables of the document are without --pictures")
     return chosen
 
 
@@ -59,7 +63,9 @@ def measure(part, chosen):
             curve.write(ROOT / "docs/performance" if chosen.write else OUTPUT)
         return {curve.name: curve.rows for curve in drawn}, report.curves(drawn)
     function = getattr(measurements, part)
-    if part == "endurance":
+    if part == "compare":
+        figures = function(chosen.rounds, chosen.pictures, say)
+    elif part == "endurance":
         figures = function(chosen.results, say)
     elif part == "burst":
         figures = function(say)

@@ -42,6 +42,8 @@ void AddResults(CLI::App& app, ResultsOptions& options) {
   sub->add_option("--rate", options.rate)->capture_default_str();
   sub->add_option("--window", options.window)->capture_default_str();
   sub->add_option("--first-id", options.first_id)->capture_default_str();
+  sub->add_option("--full-picture", options.full_picture);
+  sub->add_option("--clip-picture", options.clip_picture);
   sub->add_flag("--burst", options.burst);
   sub->add_flag_callback("--camera-confirms", [&options] { options.answer_confirmations = false; });
   sub->callback([&options] { Print(MeasureResults(options)); });

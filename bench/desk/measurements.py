@@ -1,6 +1,7 @@
 """The measurements, each with all its runs: what is compared is measured in turn, in one run."""
 import json
 import re
+import shutil
 import statistics
 import subprocess
 import time
@@ -40,7 +41,16 @@ def parts_with_databases():
     return parts
 
 
-def compare(rounds, say):
+def _pictures(parts):
+    """Two pictures of common sizes, for each record to name."""
+    paths = {}
+    for kind, size in (("full", 60_000), ("clip", 4_000)):
+        paths[f"{kind}_picture"] = parts.directory / f"{kind}.jpg"
+        paths[f"{kind}_picture"].write_bytes(bytes(size))
+    return paths
+
+
+def compare(rounds, has_pictures, say):
     """The agent and its peers: each figure is the median of the rounds."""
     scenarios = {
         "one in flight, 400 a second": ("1", {"rate": 400, "count": 1200}),
@@ -49,6 +59,7 @@ def compare(rounds, say):
     }
     runs = {scenario: {program: [] for program in PROGRAMS} for scenario in scenarios}
     parts = parts_with_databases()
+    pictures = _pictures(parts) if has_pictures else {}
     try:
         for turn in range(rounds):
             for scenario, (in_flight, options) in scenarios.items():
@@ -56,8 +67,9 @@ def compare(rounds, say):
                     say(f"round {turn + 1} of {rounds}: {name}, {scenario}")
                     program = getattr(parts, name)("--results-in-flight", in_flight)
                     runs[scenario][name].append(load.results(
-                        parts, program, warm_up=load.WARM_UP, **options))
+                        parts, program, warm_up=load.WARM_UP, **pictures, **options))
                     parts.end_program(program)
+                    shutil.rmtree(parts.directory / "pictures-cameras")
     finally:
         parts.end()
     return {scenario: {name: {**median_of(of_program),

@@ -27,6 +27,7 @@ constexpr std::int64_t kStall_ns = 6'000'000'000;
 constexpr std::int64_t kLate_ns = 1'000'000'000;
 constexpr std::int64_t kKnock_ns = 200'000'000;
 constexpr std::size_t kMemorySamples = 20;
+constexpr std::size_t kPathField = 128;
 
 /// The number that follows a member's name in JSON text; 0 without one.
 std::uint32_t NumberAfter(std::string_view text, std::string_view name) {
@@ -50,6 +51,39 @@ struct Fate {
   std::atomic<std::uint32_t> arrivals{0};
   std::atomic<std::uint32_t> confirmations{0};
 };
+
+/// One result as the device announces it, 552 bytes.
+std::string ResultRecord(const ResultsOptions& options, std::uint32_t plate_id) {
+  std::string record(552, '\0');
+  const auto put = [&record](std::size_t offset, const auto& value) {
+    std::memcpy(record.data() + offset, &value, sizeof(value));
+  };
+  const std::string plate = "BN" + std::to_string(10000 + plate_id % 90000);
+  record.replace(0, plate.size(), plate);
+  record.replace(16, 8, "0xF7C41E");
+  record[23] = '\0';
+  const std::int32_t codes[] = {3, 1, 96, 197, 1, 790, 660, 1010, 710, 17};
+  put(24, codes);
+  put(64, std::uint32_t{1795278937});
+  put(68, plate_id % 1000000);
+  put(72, std::uint32_t{1});
+  record[76] = 75;
+  record[77] = 4;
+  put(80, plate_id);
+  const std::uint8_t calendar[] = {37, 35, 16, 21, 11};
+  put(84, calendar);
+  put(92, std::uint32_t{2026});
+  record[101] = 22;
+  record[102] = 4;
+  const std::int32_t car[] = {550, 350, 1250, 780};
+  put(104, car);
+  record[120] = 19;
+  record[121] = 12;
+  put(122, std::uint16_t{2015});
+  record.replace(296, options.full_picture.size(), options.full_picture);
+  record.replace(424, options.clip_picture.size(), options.clip_picture);
+  return record;
+}
 
 class Run {
  public:
@@ -109,7 +143,8 @@ class Run {
   }
 
   void Send(std::size_t index) {
-    const std::string record = ResultRecord(options_.first_id + static_cast<std::uint32_t>(index));
+    const std::string record =
+        ResultRecord(options_, options_.first_id + static_cast<std::uint32_t>(index));
     fates_[index].sent_ns = NowNs();
     bus_.Publish(kResultTopic, record);
   }
@@ -247,34 +282,9 @@ class Run {
 
 }  // namespace
 
-std::string ResultRecord(std::uint32_t plate_id) {
-  std::string record(552, '\0');
-  const auto put = [&record](std::size_t offset, const auto& value) {
-    std::memcpy(record.data() + offset, &value, sizeof(value));
-  };
-  const std::string plate = "BN" + std::to_string(10000 + plate_id % 90000);
-  record.replace(0, plate.size(), plate);
-  record.replace(16, 8, "0xF7C41E");
-  record[23] = '\0';
-  const std::int32_t codes[] = {3, 1, 96, 197, 1, 790, 660, 1010, 710, 17};
-  put(24, codes);
-  put(64, std::uint32_t{1795278937});
-  put(68, plate_id % 1000000);
-  put(72, std::uint32_t{1});
-  record[76] = 75;
-  record[77] = 4;
-  put(80, plate_id);
-  const std::uint8_t calendar[] = {37, 35, 16, 21, 11};
-  put(84, calendar);
-  put(92, std::uint32_t{2026});
-  record[101] = 22;
-  record[102] = 4;
-  const std::int32_t car[] = {550, 350, 1250, 780};
-  put(104, car);
-  record[120] = 19;
-  record[121] = 12;
-  put(122, std::uint16_t{2015});
-  return record;
+Json::Value MeasureResults(const ResultsOptions& options) {
+  if (std::max(options.full_picture.size(), options.clip_picture.size()) >= kPathField) {
+    throw std::runtime_error("a record has no room for such a path of a picture");
+  }
+  return Run(options).Measure();
 }
-
-Json::Value MeasureResults(const ResultsOptions& options) { return Run(options).Measure(); }

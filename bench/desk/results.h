@@ -21,10 +21,9 @@ struct ResultsOptions {
   /// Whether the confirmations are answered here, at once, or by a camera.
   bool answer_confirmations = true;
   std::uint32_t first_id = 1;
+  std::string full_picture;  ///< that each record names; empty: none
+  std::string clip_picture;
 };
 
 /// Throws std::runtime_error.
 Json::Value MeasureResults(const ResultsOptions& options);
-
-/// A record of 552 bytes that names no picture.
-std::string ResultRecord(std::uint32_t plate_id);
