@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Measures the agent end to end: against two peers, against the floor, under load, and how what
-it costs depends on how much there is. Prints tables with the goals, and writes all figures to
+"""Measures the plug-in's own work, and the agent end to end: against two peers, against the floor,
+under load, and how what it costs depends on how much there is. Prints tables with the goals, and writes all figures to
 build/bench/."""
 import argparse
 import json
@@ -10,15 +10,17 @@ import subprocess
 import sys
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "peers"))
+for folder in ("peers", "micro"):
+    sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / folder))
 # pylint: disable=wrong-import-position
 import curves  # noqa: E402
+import instructions  # noqa: E402
 import measurements  # noqa: E402
 import report  # noqa: E402
 from parts import ROOT  # noqa: E402
 
 OUTPUT = ROOT / "build/bench"
-PARTS = ("compare", "live", "request", "endurance", "burst", "curves")
+PARTS = ("plug-in", "compare", "live", "request", "endurance", "burst", "curves")
 
 
 def positive(text):
@@ -57,6 +59,10 @@ def say(text):
 
 def measure(part, chosen):
     """The figures of a part, for JSON, and their text."""
+    if part == "plug-in":
+        works = instructions.counted()
+        instructions.add_times(works)
+        return works, report.plug_in(works)
     if part == "curves":
         drawn = curves.all_curves(chosen.long, say)
         for curve in drawn:

@@ -29,6 +29,19 @@ def goal(ratio, limit, is_least=False):
     return f"{'at least' if is_least else 'at most'} {limit:g}: {'met' if is_met else 'MISSED'}"
 
 
+def plug_in(works):
+    rows = []
+    for name, work in works.items():
+        own, naive = work["plug_in"], work["naive"]
+        rows.append([f"`{name}`" if name != "plate_result" else "a plate result",
+                     own["instructions"], naive["instructions"],
+                     f"{own['instructions'] / naive['instructions']:.2f}"
+                     f" ({goal(own['instructions'] / naive['instructions'], work['goal'])})",
+                     f"{own['allocations']} of {naive['allocations']}",
+                     f"{own['us']:.1f} of {naive['us']:.1f}"])
+    return table(["Work", "plug-in", "naive", "ratio", "allocations", "us"], rows)
+
+
 def compare(figures):
     texts = []
     for scenario, programs in figures.items():

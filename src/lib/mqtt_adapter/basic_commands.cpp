@@ -84,7 +84,7 @@ bool MQTTAdapter::DoCmdGpioOut(const Json::Value& payload, const std::string& /*
 
 bool MQTTAdapter::DoCmdSetTime(const Json::Value& payload, const std::string& version,
                                Json::Value& /*response*/) {
-  if (!IsObjectWithType(payload, __func__) || !TypeIs(payload, "set_time")) {
+  if (TypeOf(payload, __func__) == nullptr || !TypeIs(payload, "set_time")) {
     return false;
   }
   const Json::Value& body = Member(payload, "body");
@@ -127,7 +127,7 @@ bool MQTTAdapter::DoCmdSetTime(const Json::Value& payload, const std::string& ve
 
 bool MQTTAdapter::DoCmdReboot(const Json::Value& payload, const std::string& version,
                               Json::Value& /*response*/) {
-  if (!IsObjectWithType(payload, __func__) || !TypeIs(payload, "reboot_dev") ||
+  if (TypeOf(payload, __func__) == nullptr || !TypeIs(payload, "reboot_dev") ||
       version != kVersion) {
     return false;
   }

@@ -179,8 +179,8 @@ class MQTTAdapter : public BaseAdapter,
 
   // requests.cpp
   /// The shared check, logging under the name of `function`: the payload is an
-  /// object and has a "type", of any kind.
-  static bool IsObjectWithType(const Json::Value& payload, const char* function);
+  /// object and has a "type", of any kind. @return that, or null
+  static const Json::Value* TypeOf(const Json::Value& payload, const char* function);
   /// Whether the "type" of an object is the string `name`.
   static bool TypeIs(const Json::Value& payload, std::string_view name);
   /// A bus request whose members are always the same, kept from one use to the next. Not for lists

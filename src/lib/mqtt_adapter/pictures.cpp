@@ -51,7 +51,7 @@ std::string MQTTAdapter::NextPictureReference(const std::string& path, unsigned 
 
 bool MQTTAdapter::DoCmdGetImageById(const Json::Value& payload, const std::string& version,
                                     Json::Value& /*response*/) {
-  if (!IsObjectWithType(payload, __func__)) {
+  if (TypeOf(payload, __func__) == nullptr) {
     return false;
   }
   const Json::Value& id = Member(Member(payload, "body"), "id");
@@ -88,7 +88,7 @@ bool MQTTAdapter::DoCmdGetImageById(const Json::Value& payload, const std::strin
 
 bool MQTTAdapter::DoCmdSnapshot(const Json::Value& payload, const std::string& version,
                                 Json::Value& /*response*/) {
-  if (!IsObjectWithType(payload, __func__) || !TypeIs(payload, "snapshot")) {
+  if (TypeOf(payload, __func__) == nullptr || !TypeIs(payload, "snapshot")) {
     return false;
   }
   std::string text;

@@ -147,16 +147,17 @@ bool MQTTAdapter::RequestMessage(const std::string& name, const Json::Value& pay
   return Guarded(__func__, false);
 }
 
-bool MQTTAdapter::IsObjectWithType(const Json::Value& payload, const char* function) {
+const Json::Value* MQTTAdapter::TypeOf(const Json::Value& payload, const char* function) {
   if (!payload.isObject()) {
     ADAPTER_LOG_AS(function, kLogWarning, "invalid payload, not json object");
-    return false;
+    return nullptr;
   }
-  if (!payload.isMember("type")) {
+  static constexpr std::string_view kType = "type";
+  const Json::Value* type = payload.find(kType.data(), kType.data() + kType.size());
+  if (type == nullptr) {
     ADAPTER_LOG_AS(function, kLogWarning, "payload parameter is incomplete and type is missing");
-    return false;
   }
-  return true;
+  return type;
 }
 
 bool MQTTAdapter::TypeIs(const Json::Value& payload, std::string_view name) {
@@ -164,7 +165,8 @@ bool MQTTAdapter::TypeIs(const Json::Value& payload, std::string_view name) {
 }
 
 bool MQTTAdapter::CheckPayloadIsValid(const Json::Value& payload) {
-  return IsObjectWithType(payload, __func__) && payload["type"].isString();
+  const Json::Value* type = TypeOf(payload, __func__);
+  return type != nullptr && type->isString();
 }
 
 Json::Value& MQTTAdapter::KeptRequest(const char* type) {
