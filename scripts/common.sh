@@ -163,7 +163,7 @@ scripts() { printf '%s\n' dev .ci/run scripts/*.sh; }
 lint() {
   sources | xargs clang-format --dry-run --Werror || fail "layout: run ./dev format"
   scripts | xargs shellcheck -x || fail "shellcheck found something"
-  pyflakes3 contract examples tests/desk || fail "pyflakes found something"
+  pyflakes3 bench contract examples tests/desk || fail "pyflakes found something"
   lint_contract
   # clang-tidy reads what the build of build/dev was told.
   git ls-files -- '*.cpp' | xargs -P "$(nproc)" -n 1 clang-tidy -p build/dev --quiet \

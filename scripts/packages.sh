@@ -16,11 +16,12 @@ missing_packages() {
 }
 
 # An index that cannot be fetched is no failure where the packages can be installed without.
-# usage: need_packages run|test|lint   each needs what the ones before it need
+# usage: need_packages run|test|lint|bench   each needs what running and the tests need
 need_packages() {
   local lists=(scripts/packages.txt) missing as_root=() update=""
   case "$1" in
     test) lists+=(scripts/packages-test.txt) ;;
+    bench) lists+=(scripts/packages-test.txt scripts/packages-bench.txt) ;;
     lint) lists+=(scripts/packages-test.txt scripts/packages-lint.txt) ;;
   esac
   mapfile -t missing < <(missing_packages "${lists[@]}")

@@ -53,8 +53,12 @@ void MakeUtf8(std::string& text) {
 
 bool Json2String(const Json::Value& value, std::string& text) {
   try {
-    static const StreamWriterBuilder writer = CompactWriter();
-    text = writeString(writer, value);
+    // Made once for each thread: to make them costs more than a short text does.
+    thread_local const std::unique_ptr<StreamWriter> writer(CompactWriter().newStreamWriter());
+    thread_local std::ostringstream stream;
+    stream.str(std::string());
+    writer->write(value, &stream);
+    text = stream.str();
     MakeUtf8(text);
     return true;
   } catch (const std::exception&) {
@@ -64,8 +68,7 @@ bool Json2String(const Json::Value& value, std::string& text) {
 
 bool String2Json(const std::string& text, Json::Value& value) {
   try {
-    static const CharReaderBuilder builder = PlainJsonReader();
-    const std::unique_ptr<CharReader> reader(builder.newCharReader());
+    thread_local const std::unique_ptr<CharReader> reader(PlainJsonReader().newCharReader());
     return reader->parse(text.data(), text.data() + text.size(), &value, nullptr);
   } catch (const std::exception&) {
     return false;  // nested too deeply

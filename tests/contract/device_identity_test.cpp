@@ -84,6 +84,16 @@ TEST_F(DeviceIdentity, AnAddressChangeHoldsWhereTheDatabaseHasNoUsableText) {
   }
 }
 
+TEST_F(DeviceIdentity, AnAddressChangeEndsWithTheNextResultWhereTheDatabaseSaysOtherwise) {
+  platform().databases["skvdb"]["net_rj45"] = R"({"ip":"10.0.0.5"})";
+  Start();
+  EXPECT_EQ(Block()["ipaddr"], "10.0.0.5");
+  Deliver("SYS_SRV_IP_CHANGED", R"({"ip":"10.0.0.77"})");
+  EXPECT_EQ(Block()["ipaddr"], "10.0.0.5");
+  platform().databases["skvdb"]["net_rj45"] = R"({"ip":"10.0.0.6"})";
+  EXPECT_EQ(Block()["ipaddr"], "10.0.0.6");
+}
+
 TEST_F(DeviceIdentity, ANameChangeHoldsRawUntilTheNameIsReadAgain) {
   Start();
   Deliver("SS_DEV_NAME_CHANGED", R"({"title":"Gate 7"})");

@@ -26,6 +26,49 @@ TEST_F(IvsResult, IsLoggedInStyledForm) {
       1U);
 }
 
+TEST_F(IvsResult, IsLoggedInStyledFormWhateverIsInIt) {
+  Deliver("BUS_SRV_IVS_RESULT", RecordBytes());
+  RunPosted();
+  PublishedPayload();
+  for (const char* user_data :
+       {"", "plain", "\"quoted\"", "back\\slash", "tab\t", "caf\xC3\xA9", "\xFF\x80"}) {
+    ForgetLogs();
+    platform().databases["usr_data_kvdb"]["bus_cipher_data"] = user_data;
+    adapter_->OnMessagePublished(11);
+    BusHeard();
+    Deliver("BUS_SRV_IVS_RESULT", RecordBytes().PlateId(4));
+    RunPosted();
+    EXPECT_EQ(Logged(7, "ivs_result:" + PublishedPayload().toStyledString() + " :"), 1U)
+        << user_data;
+  }
+}
+
+TEST_F(IvsResult, HasNothingOfTheResultBeforeIt) {
+  Deliver("BUS_SRV_IVS_RESULT", RecordBytes().Text(0, "AB12345").Text(16, "ff").Word(60, 5));
+  RunPosted();
+  const Json::Value first = PublishedPayload();
+  Deliver("BUS_SRV_IVS_RESULT", RecordBytes());
+  RunPosted();
+  const Json::Value second = PublishedPayload();
+  const Json::Value& plate = second["AlarmInfoPlate"]["result"]["PlateResult"];
+  EXPECT_EQ(plate["license"], "");
+  EXPECT_EQ(plate["colorValue"], 0);
+  EXPECT_EQ(plate["timeUsed"], 0);
+  EXPECT_EQ(first["AlarmInfoPlate"]["result"]["PlateResult"]["colorValue"], 255);
+}
+
+TEST_F(IvsResult, HasNoPicturesOnceTheAdapterHasNoImageFunction) {
+  Deliver("BUS_SRV_IVS_RESULT", RecordBytes());
+  RunPosted();
+  PublishedPayload();
+  Console([this] { adapter_->Initialize(nullptr); });
+  Deliver("BUS_SRV_IVS_RESULT", RecordBytes());
+  RunPosted();
+  const Json::Value plate = PublishedPayload()["AlarmInfoPlate"]["result"]["PlateResult"];
+  EXPECT_FALSE(plate.isMember("imagePath"));
+  EXPECT_FALSE(plate.isMember("imageFragmentPath"));
+}
+
 TEST_F(IvsResult, FromTheStoreIsMarkedAndTaggedApart) {
   AnswersNext("BUS_GET_IVS_INFO", R"({"body":{"offline_count":1}})");
   AnswersNext("BUS_GET_IVS_INFO", RecordBytes().PlateId(9).str() + "\x01\x02\x03\x04");
@@ -57,6 +100,37 @@ TEST_F(IvsResult, MayBeAskedForAgainFromWithinItsPublication) {
   EXPECT_EQ(PublishedHead(), "get_last_result 26");
   PublishedPayload();
   BusHeard();
+}
+
+/// Asks for the last result while it is given one, and keeps what it was given until after that.
+class NestedHost : public sigslot::has_slots<sigslot::single_threaded> {
+ public:
+  explicit NestedHost(std::function<void()> ask) : ask_(std::move(ask)) {}
+  void OnPush(const std::string& name, const Json::Value& payload, const std::string& /*version*/,
+              unsigned long long /*tag*/) {
+    if (name == "ivs_result") {
+      ask_();
+      plate_id_afterwards = payload["AlarmInfoPlate"]["result"]["PlateResult"]["plateid"].asUInt();
+    }
+  }
+  unsigned plate_id_afterwards = 0;
+
+ private:
+  std::function<void()> ask_;
+};
+
+TEST_F(IvsResult, IsNotChangedByOneThatIsAskedForFromWithinItsPublication) {
+  Answers("BUS_GET_IVS_INFO", RecordBytes().PlateId(3).str());
+  NestedHost host([this] { CloudSends("get_last_result", R"({"type":"get_last_result"})"); });
+  adapter_->SignalPushMessage.connect(&host, &NestedHost::OnPush);
+  for (unsigned id : {7U, 8U}) {
+    Deliver("BUS_SRV_IVS_RESULT", RecordBytes().PlateId(id));
+    RunPosted();
+    EXPECT_EQ(host.plate_id_afterwards, id);
+    PublishedPayload();
+    PublishedPayload();
+    BusHeard();
+  }
 }
 
 }  // namespace

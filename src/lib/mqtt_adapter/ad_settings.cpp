@@ -12,11 +12,12 @@ namespace {
 
 constexpr char kReadRequest[] = R"({"type":"get_ad_voice_config","module":"AD_CONFIG_REQUESTION"})";
 
-Json::Value WriteRequest(const Json::Value& record) {
+/// Takes the settings out of the record.
+Json::Value WriteRequest(Json::Value& record) {
   Json::Value request;
   request["type"] = "set_ad_voice_config";
   request["module"] = "AD_CONFIG_REQUESTION";
-  request["body"] = Member(record, "body");
+  request["body"] = TakeMember(record, "body");
   return request;
 }
 
@@ -47,8 +48,8 @@ bool MQTTAdapter::DoCmdGetAdVoice(const Json::Value& /*payload*/, const std::str
   if (!ReadAdRecord(&record)) {
     return false;
   }
-  const Json::Value& settings = Member(record, "body");
-  response["body"]["media_voice_time_ctrl"] = Member(settings, "media_voice_time_ctrl");
+  Json::Value settings = TakeMember(record, "body");
+  response["body"]["media_voice_time_ctrl"] = TakeMember(settings, "media_voice_time_ctrl");
   Publish("get_ad_voice", response, kTagGetAdVoice);
   return true;
 }
@@ -59,10 +60,10 @@ bool MQTTAdapter::DoCmdGetLcdBright(const Json::Value& /*payload*/, const std::s
   if (!ReadAdRecord(&record)) {
     return false;
   }
-  const Json::Value& settings = Member(record, "body");
+  Json::Value settings = TakeMember(record, "body");
   Json::Value& body = response["body"];
-  body["lcd_bright_mode"] = Member(settings, "led_bright_mode");
-  body["lcd_bright_time_ctrl"] = Member(settings, "led_bright_time_ctrl");
+  body["lcd_bright_mode"] = TakeMember(settings, "led_bright_mode");
+  body["lcd_bright_time_ctrl"] = TakeMember(settings, "led_bright_time_ctrl");
   Publish("get_lcd_bright", response, kTagGetLcdBright);
   return true;
 }

@@ -73,7 +73,7 @@ bool MQTTAdapter::SendToAgentService(const char* handler, const char* service,
 
 bool MQTTAdapter::QueryAgentService(const AgentQuery& query, const Json::Value& payload,
                                     const std::string& version) {
-  if (!IsObjectWithType(payload, query.handler) || !TypeIs(payload, query.name)) {
+  if (TypeOf(payload, query.handler) == nullptr || !TypeIs(payload, query.name)) {
     return false;
   }
   const std::optional<Json::Value> parameters = query.parameters(Member(payload, "body"));
@@ -87,8 +87,9 @@ bool MQTTAdapter::QueryAgentService(const AgentQuery& query, const Json::Value& 
     return false;
   }
   // A reply that is not JSON counts as success, with a null body.
+  Json::Value answer = ParsedReply(reply).value_or(Json::Value());
   Json::Value result;
-  result["body"] = Member(ParsedReply(reply).value_or(Json::Value()), "body");
+  result["body"] = TakeMember(answer, "body");
   result["state_code"] = kStateOk;
   std::string text;
   Json::Json2String(result, text);
@@ -121,7 +122,7 @@ bool MQTTAdapter::DoCmdAgentTalkbackPort(const Json::Value& payload, const std::
 bool MQTTAdapter::DoCmdAgentLanectrlResultCfg(const Json::Value& payload,
                                               const std::string& version,
                                               Json::Value& /*response*/) {
-  if (!IsObjectWithType(payload, __func__) || !TypeIs(payload, "lanectrl_result_cfg")) {
+  if (TypeOf(payload, __func__) == nullptr || !TypeIs(payload, "lanectrl_result_cfg")) {
     return false;
   }
   const Json::Value& body = Member(payload, "body");

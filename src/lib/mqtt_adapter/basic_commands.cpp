@@ -84,7 +84,7 @@ bool MQTTAdapter::DoCmdGpioOut(const Json::Value& payload, const std::string& /*
 
 bool MQTTAdapter::DoCmdSetTime(const Json::Value& payload, const std::string& version,
                                Json::Value& /*response*/) {
-  if (!IsObjectWithType(payload, __func__) || !TypeIs(payload, "set_time")) {
+  if (TypeOf(payload, __func__) == nullptr || !TypeIs(payload, "set_time")) {
     return false;
   }
   const Json::Value& body = Member(payload, "body");
@@ -108,8 +108,7 @@ bool MQTTAdapter::DoCmdSetTime(const Json::Value& payload, const std::string& ve
   char text[64];
   snprintf(text, sizeof(text), "%4d-%2d-%2d %2d:%2d:%2d", date[0], date[1], date[2], date[3],
            date[4], date[5]);
-  Json::Value request;
-  request["type"] = "ss_set_timing";
+  Json::Value& request = KeptRequest("ss_set_timing");
   request["body"]["datetime"] = text;
   std::string request_text;
   Json::Json2String(request, request_text);
@@ -128,14 +127,12 @@ bool MQTTAdapter::DoCmdSetTime(const Json::Value& payload, const std::string& ve
 
 bool MQTTAdapter::DoCmdReboot(const Json::Value& payload, const std::string& version,
                               Json::Value& /*response*/) {
-  if (!IsObjectWithType(payload, __func__) || !TypeIs(payload, "reboot_dev") ||
+  if (TypeOf(payload, __func__) == nullptr || !TypeIs(payload, "reboot_dev") ||
       version != kVersion) {
     return false;
   }
-  Json::Value request;
-  request["type"] = "reboot_dev";
   std::string request_text;
-  Json::Json2String(request, request_text);
+  Json::Json2String(KeptRequest("reboot_dev"), request_text);
   std::string reply;
   return SendBusRequest(kQueueSystem, request_text, kRebootTimeout_ms, &reply) > 0;
 }
@@ -173,8 +170,7 @@ bool MQTTAdapter::DoCmdGetIoOutStatus(const Json::Value& payload, const std::str
   if (!gpio.isInt()) {
     return false;
   }
-  Json::Value request;
-  request["type"] = "evs_get_gpioout";
+  Json::Value& request = KeptRequest("evs_get_gpioout");
   request["body"]["source"] = gpio;
   std::string request_text;
   if (!Json::Json2String(request, request_text)) {

@@ -58,9 +58,16 @@ std::string MQTTAdapter::GetDeviceIpFromDb() {
     ADAPTER_LOG(kLogError, "Get net_rj45 Failed");
     return std::string();
   }
-  Json::Value settings;
-  if (Json::String2Json(text, settings) && Member(settings, "ip").isString()) {
-    m_dev_ip_ = settings["ip"].asString();
+  if (text != m_network_settings_) {  // every result asks; they hardly ever change
+    Json::Value settings;
+    m_network_ip_.reset();
+    if (Json::String2Json(text, settings) && Member(settings, "ip").isString()) {
+      m_network_ip_ = settings["ip"].asString();
+    }
+    m_network_settings_ = text;
+  }
+  if (m_network_ip_) {
+    m_dev_ip_ = *m_network_ip_;
   }
   ADAPTER_LOG(kLogInfo, "device ip : %s", m_dev_ip_.c_str());
   return m_dev_ip_;

@@ -5,6 +5,8 @@
 // would keep pointers into this library, and the host's copies die with it.
 #pragma once
 
+#include <string_view>
+
 #include <json/value.h>
 
 namespace qex {
@@ -17,6 +19,23 @@ inline const Json::Value& Member(const Json::Value& value, const char* key) {
 /// An element of an array; null where it is missing or `value` is no array.
 inline const Json::Value& Element(const Json::Value& value, Json::ArrayIndex index) {
   return value.isArray() ? value[index] : Json::Value::nullSingleton();
+}
+
+/// Moves a member out of an object; null where it is missing or `value` is no object.
+inline Json::Value TakeMember(Json::Value& value, const char* key) {
+  Json::Value taken;
+  if (value.isObject() && value.isMember(key)) {
+    taken.swap(value[key]);
+  }
+  return taken;
+}
+
+/// Whether `value` is that very text.
+inline bool IsText(const Json::Value& value, std::string_view text) {
+  const char* begin = nullptr;
+  const char* end = nullptr;
+  return value.isString() && value.getString(&begin, &end) &&
+         std::string_view(begin, static_cast<size_t>(end - begin)) == text;
 }
 
 /// Whether `value` is an object with that member, null or not.

@@ -32,6 +32,7 @@ int MQTTAdapter::Initialize(
     std::function<std::string(const std::string&, const std::string&)> func) try {
   puts("\033[31m Initialize \033[0m ");
   m_image_func_ = std::move(func);
+  m_plate_payload_.reset();  // without the function it has fewer members
 
   m_dp_client_ = tarvex::DpClient::CreateDpClient(
       m_event_service_, tarvex::SocketAddress(kLoopback, kBusPort), kBusClientName);

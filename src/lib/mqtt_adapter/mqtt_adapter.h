@@ -7,9 +7,12 @@
 
 #include <functional>
 #include <list>
+#include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include <json/value.h>
 #include <boost/shared_ptr.hpp>
@@ -19,6 +22,7 @@
 #include "ivs_records.h"
 #include "mqtt_offline.h"
 #include "sigslot.h"
+#include "styled_document.h"
 #include "tarvex/dp_client.h"
 #include "tarvex/message.h"
 
@@ -153,11 +157,11 @@ class MQTTAdapter : public BaseAdapter,
   using RequestHandler = bool (MQTTAdapter::*)(const Json::Value& payload,
                                                const std::string& version, Json::Value& response);
   struct RequestRow {
-    const char* name;
+    std::string_view name;
     RequestHandler handler;
   };
   struct TopicRow {
-    const char* topic;
+    std::string_view topic;
     void (MQTTAdapter::*handler)(const std::string& body);
   };
   struct PostedRow {
@@ -175,10 +179,13 @@ class MQTTAdapter : public BaseAdapter,
 
   // requests.cpp
   /// The shared check, logging under the name of `function`: the payload is an
-  /// object and has a "type", of any kind.
-  static bool IsObjectWithType(const Json::Value& payload, const char* function);
+  /// object and has a "type", of any kind. @return that, or null
+  static const Json::Value* TypeOf(const Json::Value& payload, const char* function);
   /// Whether the "type" of an object is the string `name`.
-  static bool TypeIs(const Json::Value& payload, const char* name);
+  static bool TypeIs(const Json::Value& payload, std::string_view name);
+  /// A bus request whose members are always the same, kept from one use to the next. Not for lists
+  /// of the cloud's: they would be kept as well. @param type a literal
+  Json::Value& KeptRequest(const char* type);
   /// Sends one bus request. @return as DpClient::SendRequest; 0 without a bus client.
   int SendBusRequest(const char* queue, const std::string& request, int timeout_ms,
                      std::string* reply);
@@ -205,6 +212,9 @@ class MQTTAdapter : public BaseAdapter,
   // plate_json.cpp: the whole payload. Takes a copy of the record: the host's image
   // function may lead back to here and have the caller's confirmed and freed.
   void PackPlateResult(IVS_RESULT_PARAM record, int isoffline, Json::Value& body);
+
+  // plate_events.cpp: the kept payload, or a new one
+  std::unique_ptr<StyledDocument> TakePlatePayload();
 
   // lane_control.cpp: the payload without its picture references
   void PackLanectrlResult(const Json::Value& message, Json::Value& output);
@@ -242,6 +252,12 @@ class MQTTAdapter : public BaseAdapter,
   boost::shared_ptr<MqttOfflineMgr> m_offline_mgr_;
   /// Results not yet confirmed, newest at the back, at most kMaxPendingResults.
   std::list<IVS_RESULT_PARAM> m_result_list_;
+  /// The payload of the last plate result: the next one changes its values only. Null while one is
+  /// at work, so that a result within that, as from the host's image function, has its own.
+  std::unique_ptr<StyledDocument> m_plate_payload_;
+  std::map<const char*, Json::Value> m_kept_requests_;  ///< by the address of their type
+  std::string m_network_settings_;                      ///< "net_rj45" as last read
+  std::optional<std::string> m_network_ip_;             ///< the address in it
 };
 
 }  // namespace qex

@@ -25,13 +25,10 @@ int MqttOfflineMgr::Init(boost::shared_ptr<tarvex::EventService> event_service,
   return kStateOk;
 }
 
-std::string MqttOfflineMgr::AskStore(const Json::Value& request) {
+std::string MqttOfflineMgr::AskStore(const std::string& request) {
   std::string reply;
   if (m_dp_client_) {
-    // The store is asked in the styled form, unlike every other service, and what
-    // counts is the reply, not the result of the send.
-    const std::string text = request.toStyledString();
-    m_dp_client_->SendRequest(kQueueResults, 0, text.data(), text.size(), &reply,
+    m_dp_client_->SendRequest(kQueueResults, 0, request.data(), request.size(), &reply,
                               kOfflineStoreTimeout_ms);
   }
   return reply;
@@ -44,7 +41,7 @@ int MqttOfflineMgr::GetCountOfflineRecords() {
   Json::Value request;
   request["type"] = "STP_GET_MQTT_OFFLINE_COUNT";
   Json::Value reply;
-  if (!Json::String2Json(AskStore(request), reply)) {
+  if (!Json::String2Json(AskStore(request.toStyledString()), reply)) {
     return 0;
   }
   const Json::Value& count = Member(Member(reply, "body"), "offline_count");
@@ -63,7 +60,7 @@ int MqttOfflineMgr::StartCheckOfflineRecords() {
   request["type"] = "STP_SELECT_MQTT_OFFLINE_RECORD";
   request["body"]["count"] = std::min(m_remain_count_, kBatchSize);
   request["body"]["id"] = m_min_id_;
-  const std::string reply = AskStore(request);
+  const std::string reply = AskStore(request.toStyledString());
   if (reply.size() % sizeof(IvsOfflineInfo) != 0) {
     return 0;
   }
@@ -88,11 +85,13 @@ IvsOfflineInfo* MqttOfflineMgr::GetFirstOfflieRecord() {
 }
 
 int MqttOfflineMgr::SetOfflinePushSuccess(uint32_t plate_id, bool is_offline) {
-  Json::Value request;
-  request["type"] = "STP_SET_MQTT_OFFLINE_STATUS";
+  Json::Value& request = m_status_request_.body;
+  if (request.isNull()) {
+    request["type"] = "STP_SET_MQTT_OFFLINE_STATUS";
+    request["body"]["push_status"] = 0;
+  }
   request["body"]["plate_id"] = plate_id;
-  request["body"]["push_status"] = 0;
-  AskStore(request);
+  AskStore(m_status_request_.Text());
   if (is_offline && !m_offline_records_.empty()) {
     // The current record's own id decides, whatever `plate_id` says.
     const uint32_t current = m_offline_records_.back().result.plate.plate_id;
@@ -108,7 +107,7 @@ int MqttOfflineMgr::SetOfflinePushSuccess(uint32_t plate_id, bool is_offline) {
 int MqttOfflineMgr::ClearAllOfflineRecord() {
   Json::Value request;
   request["type"] = "STP_CLEAR_MQTT_OFFLINE";
-  AskStore(request);
+  AskStore(request.toStyledString());
   return kStateOk;
 }
 

@@ -10,6 +10,7 @@
 #include <boost/shared_ptr.hpp>
 
 #include "ivs_records.h"
+#include "styled_document.h"
 #include "tarvex/dp_client.h"
 #include "tarvex/event_service.h"
 
@@ -57,7 +58,11 @@ class MqttOfflineMgr : boost::noncopyable, public boost::enable_shared_from_this
   uint32_t m_min_id_ = 0;
 
  private:
-  std::string AskStore(const Json::Value& request);
+  /// @param request in the styled form, unlike those to every other service
+  /// @return the reply; what counts is that, not the result of the send.
+  std::string AskStore(const std::string& request);
+
+  StyledDocument m_status_request_;  ///< kept: every confirmation sends one
 };
 
 }  // namespace qex

@@ -16,7 +16,7 @@ namespace qex {
 
 bool MQTTAdapter::DoCmdSendOffline(const Json::Value& payload, const std::string& version,
                                    Json::Value& /*response*/) {
-  if (!IsObjectWithType(payload, __func__) || !TypeIs(payload, "check_offline_record") ||
+  if (TypeOf(payload, __func__) == nullptr || !TypeIs(payload, "check_offline_record") ||
       version != kVersion) {
     return false;
   }

@@ -89,11 +89,11 @@ bool MQTTAdapter::DoCmdCtrlCloud(const Json::Value& payload, const std::string& 
     return true;  // Deliberate: an unknown code is carried out by doing nothing.
   }
 
-  Json::Value request;
+  Json::Value& request = KeptRequest("set_cloud_ctrl");
   request["module"] = "BUS_REQUEST_MESSAGE";
-  request["type"] = "set_cloud_ctrl";
-  request["body"]["dir"] = move->dir;
-  request["body"]["degree"] = move->degree;
+  Json::Value& position = request["body"];
+  position["dir"] = move->dir;
+  position["degree"] = move->degree;
   std::string text;
   if (!Json::Json2String(request, text)) {
     ADAPTER_LOG(kLogInfo, "Json2String is error");

@@ -51,7 +51,7 @@ std::string MQTTAdapter::NextPictureReference(const std::string& path, unsigned 
 
 bool MQTTAdapter::DoCmdGetImageById(const Json::Value& payload, const std::string& version,
                                     Json::Value& /*response*/) {
-  if (!IsObjectWithType(payload, __func__)) {
+  if (TypeOf(payload, __func__) == nullptr) {
     return false;
   }
   const Json::Value& id = Member(Member(payload, "body"), "id");
@@ -59,8 +59,7 @@ bool MQTTAdapter::DoCmdGetImageById(const Json::Value& payload, const std::strin
     return false;
   }
   ADAPTER_LOG(kLogInfo, "DoCmdGetImageById:%d", id.asInt());
-  Json::Value request;
-  request["type"] = "get_img_path_by_id";
+  Json::Value& request = KeptRequest("get_img_path_by_id");
   request["body"]["plateid"] = id;
   std::string text;
   Json::Json2String(request, text);
@@ -89,13 +88,11 @@ bool MQTTAdapter::DoCmdGetImageById(const Json::Value& payload, const std::strin
 
 bool MQTTAdapter::DoCmdSnapshot(const Json::Value& payload, const std::string& version,
                                 Json::Value& /*response*/) {
-  if (!IsObjectWithType(payload, __func__) || !TypeIs(payload, "snapshot")) {
+  if (TypeOf(payload, __func__) == nullptr || !TypeIs(payload, "snapshot")) {
     return false;
   }
-  Json::Value request;
-  request["type"] = "AV_SRV_GET_SNAPSHOT";
   std::string text;
-  Json::Json2String(request, text);
+  Json::Json2String(KeptRequest("AV_SRV_GET_SNAPSHOT"), text);
   if (version != kVersion) {
     return false;
   }
@@ -105,7 +102,8 @@ bool MQTTAdapter::DoCmdSnapshot(const Json::Value& payload, const std::string& v
     return false;
   }
   const std::optional<Json::Value> parsed = ParsedReply(reply);
-  if (!parsed || ImagePath(*parsed).isNull()) {
+  const Json::Value& path = parsed ? ImagePath(*parsed) : Json::Value::nullSingleton();
+  if (path.isNull()) {
     return false;
   }
   ADAPTER_LOG(kLogInfo, "image_path:%s", reply.c_str());
@@ -114,7 +112,7 @@ bool MQTTAdapter::DoCmdSnapshot(const Json::Value& payload, const std::string& v
   }
   Json::Value picture;
   picture["imageformat"] = "jpg";
-  picture["imgPath"] = NextPictureReference(ImagePath(*parsed).asString(), &g_snapshot_counter);
+  picture["imgPath"] = NextPictureReference(path.asString(), &g_snapshot_counter);
   picture["state_code"] = kStateOk;
   std::string picture_text;
   Json::Json2String(picture, picture_text);

@@ -1,6 +1,7 @@
 // Recognition results published as they come, and the last one on request.
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "json_access.h"
 #include "json_text.h"
@@ -25,16 +26,24 @@ class ScopedLock {
 
 }  // namespace
 
+std::unique_ptr<StyledDocument> MQTTAdapter::TakePlatePayload() {
+  if (!m_plate_payload_) {
+    m_plate_payload_ = std::make_unique<StyledDocument>();
+  }
+  return std::move(m_plate_payload_);
+}
+
 void MQTTAdapter::OnIvsResultEvent(const IVS_RESULT_PARAM* record, int isoffline) {
   if (record == nullptr) {
     return;
   }
   ScopedLock lock(&m_result_mutex_);
-  Json::Value body;
-  PackPlateResult(*record, isoffline, body);
+  std::unique_ptr<StyledDocument> payload = TakePlatePayload();
+  PackPlateResult(*record, isoffline, payload->body);
   // The format asks for a second text; there is none.
-  ADAPTER_LOG(kLogDebug, "ivs_result:%s :%s", body.toStyledString().c_str(), "");
-  Publish("ivs_result", body, isoffline != 0 ? kTagOfflineResult : kTagIvsResult);
+  ADAPTER_LOG(kLogDebug, "ivs_result:%s :%s", payload->Text().c_str(), "");
+  Publish("ivs_result", payload->body, isoffline != 0 ? kTagOfflineResult : kTagIvsResult);
+  m_plate_payload_ = std::move(payload);
 }
 
 void MQTTAdapter::SendIvsResultEvent(const IVS_RESULT_PARAM* record) {
@@ -42,16 +51,15 @@ void MQTTAdapter::SendIvsResultEvent(const IVS_RESULT_PARAM* record) {
     return;
   }
   ScopedLock lock(&m_result_mutex_);
-  Json::Value body;
-  PackPlateResult(*record, 0, body);
-  Publish("get_last_result", body, kTagGetLastResult);
+  std::unique_ptr<StyledDocument> payload = TakePlatePayload();
+  PackPlateResult(*record, 0, payload->body);
+  Publish("get_last_result", payload->body, kTagGetLastResult);
+  m_plate_payload_ = std::move(payload);
 }
 
 int MQTTAdapter::SendLastResult(const Json::Value& /*body*/) {
-  Json::Value request;
-  request["type"] = "get_last_ivs";
   std::string text;
-  if (!Json::Json2String(request, text)) {
+  if (!Json::Json2String(KeptRequest("get_last_ivs"), text)) {
     return 0;
   }
   // What counts is the reply, not the result of the send.

@@ -86,7 +86,7 @@ void MQTTAdapter::GetMessageNames(std::set<std::string>& requests,
   static_assert(std::size(kRequests) == 23, "every request has its row");
   puts("\033[31m GetMessageNames \033[0m ");
   for (const RequestRow& row : kRequests) {
-    requests.insert(row.name);
+    requests.emplace(row.name);
   }
   for (const PublishRow& row : kPublishes) {
     publishes.insert(row.name);
@@ -147,25 +147,34 @@ bool MQTTAdapter::RequestMessage(const std::string& name, const Json::Value& pay
   return Guarded(__func__, false);
 }
 
-bool MQTTAdapter::IsObjectWithType(const Json::Value& payload, const char* function) {
+const Json::Value* MQTTAdapter::TypeOf(const Json::Value& payload, const char* function) {
   if (!payload.isObject()) {
     ADAPTER_LOG_AS(function, kLogWarning, "invalid payload, not json object");
-    return false;
+    return nullptr;
   }
-  if (!payload.isMember("type")) {
+  static constexpr std::string_view kType = "type";
+  const Json::Value* type = payload.find(kType.data(), kType.data() + kType.size());
+  if (type == nullptr) {
     ADAPTER_LOG_AS(function, kLogWarning, "payload parameter is incomplete and type is missing");
-    return false;
   }
-  return true;
+  return type;
 }
 
-bool MQTTAdapter::TypeIs(const Json::Value& payload, const char* name) {
-  const Json::Value& type = Member(payload, "type");
-  return type.isString() && type.asString() == name;
+bool MQTTAdapter::TypeIs(const Json::Value& payload, std::string_view name) {
+  return IsText(Member(payload, "type"), name);
 }
 
 bool MQTTAdapter::CheckPayloadIsValid(const Json::Value& payload) {
-  return IsObjectWithType(payload, __func__) && payload["type"].isString();
+  const Json::Value* type = TypeOf(payload, __func__);
+  return type != nullptr && type->isString();
+}
+
+Json::Value& MQTTAdapter::KeptRequest(const char* type) {
+  Json::Value& request = m_kept_requests_[type];
+  if (request.isNull()) {
+    request["type"] = type;
+  }
+  return request;
 }
 
 int MQTTAdapter::SendBusRequest(const char* queue, const std::string& request, int timeout_ms,

@@ -152,8 +152,7 @@ int MQTTAdapter::SetWLCheckStatus(const Json::Value& body) {
     ADAPTER_LOG(kLogError, "SetWLCheckStatus failed, filter_enable error.");
     return 0;
   }
-  Json::Value request;
-  request["type"] = "set_wl_check_status";
+  Json::Value& request = KeptRequest("set_wl_check_status");
   request["body"]["filter_enable"] = enable.asInt();
   std::string text;
   if (!Json::Json2String(request, text) ||
@@ -164,10 +163,8 @@ int MQTTAdapter::SetWLCheckStatus(const Json::Value& body) {
 }
 
 int MQTTAdapter::SendWLCheckStatus() {
-  Json::Value request;
-  request["type"] = "get_wl_check_status";
   std::string text;
-  if (!Json::Json2String(request, text)) {
+  if (!Json::Json2String(KeptRequest("get_wl_check_status"), text)) {
     return 0;
   }
   const std::optional<Json::Value> status = AskForJson(kQueueWhiteList, text, kWhiteListTimeout_ms);

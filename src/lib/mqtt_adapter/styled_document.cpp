@@ -1,0 +1,90 @@
+#include "styled_document.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace qex {
+namespace {
+
+/// Stands for a value in the text that the layout is taken from.
+std::string Marker(size_t number) { return "@" + std::to_string(number) + "@"; }
+
+/// Whether a character stands in JSON as it is.
+bool IsPlain(char c) { return c >= 0x20 && c < 0x7F && c != '"' && c != '\\'; }
+
+template <class Number>
+void AppendNumber(Number number, std::string& text) {
+  char digits[24];
+  text.append(digits, std::to_chars(digits, digits + sizeof(digits), number).ptr);
+}
+
+/// @return false where the value is of a kind that is not written here.
+bool Append(const Json::Value& value, std::string& text) {
+  switch (value.type()) {
+    case Json::intValue:
+      AppendNumber(value.asLargestInt(), text);
+      return true;
+    case Json::uintValue:
+      AppendNumber(value.asLargestUInt(), text);
+      return true;
+    case Json::booleanValue:
+      text += value.asBool() ? "true" : "false";
+      return true;
+    case Json::stringValue: {
+      const char* begin = nullptr;
+      const char* end = nullptr;
+      value.getString(&begin, &end);
+      text += '"';
+      text.append(begin, end);
+      text += '"';
+      return std::all_of(begin, end, IsPlain);
+    }
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+void StyledDocument::FindSlots(const Json::Value& value, Json::Value& marked) {
+  if (value.isObject() && !value.empty()) {
+    for (auto member = value.begin(); member != value.end(); ++member) {
+      FindSlots(*member, marked[member.name()]);
+    }
+  } else if (!value.isArray()) {
+    marked = Marker(slots_.size());
+    slots_.push_back({&value, std::string()});
+  }
+}
+
+void StyledDocument::TakeLayout() {
+  Json::Value marked = body;
+  FindSlots(body, marked);
+  const std::string text = marked.toStyledString();
+  size_t from = 0;
+  for (size_t i = 0; i < slots_.size(); ++i) {
+    const std::string marker = '"' + Marker(i) + '"';
+    const size_t at = text.find(marker, from);
+    slots_[i].before = text.substr(from, at - from);
+    from = at + marker.size();
+  }
+  after_ = text.substr(from);
+}
+
+const std::string& StyledDocument::Text() {
+  if (slots_.empty()) {
+    TakeLayout();
+  }
+  text_.clear();
+  for (const Slot& slot : slots_) {
+    text_ += slot.before;
+    if (!Append(*slot.value, text_)) {
+      text_ = body.toStyledString();
+      return text_;
+    }
+  }
+  text_ += after_;
+  return text_;
+}
+
+}  // namespace qex
