@@ -6,5 +6,5 @@ endif()
 # It keeps what was compiled with a precompiled header only when it is told that nothing there
 # depends on the time of compiling.
 if(CMAKE_CXX_COMPILER_LAUNCHER MATCHES "ccache$")
-  list(APPEND CMAKE_CXX_COMPILER_LAUNCHER sloppiness=pch_defines,time_macros)
+  list(PREPEND CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros)
 endif()
