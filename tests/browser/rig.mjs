@@ -1,6 +1,7 @@
 // The whole desk as real processes, on free ports of 127.0.0.1 and in a temporary directory, ended
 // by process id.
 import {execFile, spawn} from "node:child_process";
+import {createSocket} from "node:dgram";
 import {once} from "node:events";
 import {closeSync, mkdirSync, mkdtempSync, openSync, readFileSync, rmSync, writeFileSync} from "node:fs";
 import {createConnection, createServer} from "node:net";
@@ -26,7 +27,8 @@ export async function until(condition, what, seconds = 30) {
   }
 }
 
-// A port below those that outgoing connections get.
+// A port below those that outgoing connections get. The UDP port of the same number is taken until
+// the tests are over: that tells tests that run at the same time that it is not theirs.
 async function freePort() {
   for (;;) {
     const port = 10000 + Math.floor(Math.random() * 22000);
@@ -36,10 +38,18 @@ async function freePort() {
       server.listen(port, "127.0.0.1", () => resolve(true));
     });
     server.close();
-    if (is_free) {
+    if (is_free && await reserve(port)) {
       return port;
     }
   }
+}
+
+function reserve(port) {
+  const mark = createSocket("udp4").unref();
+  return new Promise((resolve) => {
+    mark.once("error", () => resolve(false));
+    mark.bind({port, address: "127.0.0.1", exclusive: true}, () => resolve(true));
+  });
 }
 
 const answers = (port) =>

@@ -16,16 +16,23 @@ BUILD = pathlib.Path(os.environ.get("DESK_BUILD", ROOT / "build/dev"))
 PORT_OPTIONS = ("--port", "--console-port", "--link-port", "--bus-port", "--kv-port")
 
 
+reserved = []
+
+
 def free_port():
-    """A port below those that outgoing connections get."""
+    """A port below those that outgoing connections get. The UDP port of the same number is taken
+    until the tests are over: that tells tests that run at the same time that it is not theirs."""
     while True:
         port = random.randint(10000, 32000)
+        mark = socket.socket(type=socket.SOCK_DGRAM)
         with socket.socket() as probe:
             try:
                 probe.bind(("127.0.0.1", port))
+                mark.bind(("127.0.0.1", port))
+                reserved.append(mark)
                 return port
             except OSError:
-                pass
+                mark.close()
 
 
 def wait_until(condition, what, seconds=60):

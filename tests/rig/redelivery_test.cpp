@@ -65,6 +65,10 @@ TEST_F(Redelivery, EndsAtItsLimitAndTellsWhatIsLeft) {
   MissCars(9);
   BrokerComesBack();
   Push(7);
+  // The count that follows a connection comes before them, the one of the end after.
+  for (unsigned int id = 1; id <= 7; ++id) {
+    EXPECT_EQ(AwaitRedelivered(), id);
+  }
   EXPECT_EQ(rig_.AwaitMessage("offline_record")["payload"]["body"]["offline_record"].asInt(), 2);
   EXPECT_EQ(Undelivered(), 2);
 }

@@ -15,6 +15,22 @@ sockaddr_in LoopbackAddress(int port) {
   return address;
 }
 
+namespace {
+
+/// Takes the UDP port of the same number until the program ends, which tells tests that run at
+/// the same time that the port is not theirs. The socket stays open.
+bool Reserve(const sockaddr_in& address) {
+  const int socket_fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const bool is_ours =
+      bind(socket_fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+  if (!is_ours) {
+    close(socket_fd);
+  }
+  return is_ours;
+}
+
+}  // namespace
+
 int FreeLoopbackPort() {
   std::random_device random;
   std::uniform_int_distribution<int> below_outgoing_ports(10000, 32000);
@@ -25,7 +41,7 @@ int FreeLoopbackPort() {
     const bool is_free =
         bind(socket_fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
     close(socket_fd);
-    if (is_free) {
+    if (is_free && Reserve(address)) {
       return port;
     }
   }
