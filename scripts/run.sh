@@ -93,14 +93,15 @@ In another terminal:
   ./dev try      a command for each request, and for each event in the camera
 Logs: $log_dir
 HELP
-kept=$("$build/bin/camera_ctl" state | jq -r -f scripts/kept_state.jq)
+# A part that ends meanwhile is started again further down.
+kept=$("$build/bin/camera_ctl" state | jq -r -f scripts/kept_state.jq) || true
 [ -z "$kept" ] || printf 'The camera comes from an earlier run (--fresh begins anew): %s\n' "$kept"
 echo
 
 setsid setpriv --pdeathsig TERM tail -n +1 -f "$log_dir/agent.out" > >(show_messages) &
 
 # The first car does not keep anybody waiting.
-"$build/bin/camera_ctl" car >"$log_dir/first_car.out"
+"$build/bin/camera_ctl" car >"$log_dir/first_car.out" || true
 [ "$seconds" -eq 0 ] || start_child timer sleep "$seconds"
 # The shell's own words about processes that were killed are not for people.
 while wait_for_an_end && [ "$ended" != timer ]; do

@@ -64,17 +64,28 @@ class APartThatEnds(DeskTest):
                 desk.waits_for_one_more_result()
         self.assertNotIn("children.sh", desk.output())
 
-    def test_and_cannot_start_ends_the_run_with_its_reason(self):
-        desk = self.desk(build=self.build_whose_console_can_break()).start()
+    def test_while_the_desk_asks_for_its_first_car_does_not_end_the_run(self):
+        build = self.build_of_links()
+        self.replace("camera_ctl", "echo 'the camera does not answer' >&2; exit 1")
+        desk = self.desk(build=build).start("--cars-per-minute", "60")
+        desk.shows("the camera does not answer")
         desk.shows("ivs_result .*: acknowledged")
-        (self.programs / "console").unlink()
-        (self.programs / "console").write_text("#!/bin/sh\necho 'the page is gone' >&2\nexit 3\n")
-        (self.programs / "console").chmod(0o755)
+
+    def test_and_cannot_start_ends_the_run_with_its_reason(self):
+        desk = self.desk(build=self.build_of_links()).start()
+        desk.shows("ivs_result .*: acknowledged")
+        self.replace("console", "echo 'the page is gone' >&2; exit 3")
         desk.kill("console")
         self.assertEqual(desk.wait(), 1)
         self.assertRegex(desk.output(), "console cannot start: the page is gone\n$")
 
-    def build_whose_console_can_break(self):
+    def replace(self, program, script):
+        (self.programs / program).unlink()
+        (self.programs / program).write_text(f"#!/bin/sh\n{script}\n")
+        (self.programs / program).chmod(0o755)
+
+    def build_of_links(self):
+        """A build whose programs can be replaced."""
         build = pathlib.Path(tempfile.mkdtemp())
         self.addCleanup(shutil.rmtree, build)
         self.programs = build / "bin"
