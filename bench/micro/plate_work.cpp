@@ -69,7 +69,7 @@ Json::Value NaivePlateDocument(const std::string& record) {
   plate["triggerType"] = count(72);
   plate["isoffline"] = 0;
   plate["plateid"] = count(80);
-  plate["license"] = Base64::Encode(record.c_str());
+  plate["license"] = Base64::Encode(record.substr(0, record.find('\0')));
   plate["license_ext_type"] = byte(144);
   plate["clean_time"] = number(60) & 0x0FFFFFFF;
   plate["timeStamp"]["Timeval"]["decyear"] = count(92);
