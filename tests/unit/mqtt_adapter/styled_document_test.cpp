@@ -77,7 +77,7 @@ class StyledText : public testing::Test {
 
 TEST_F(StyledText, IsThatOfJsoncpp) {
   const char* wanted = std::getenv("STYLED_DOCUMENTS");
-  const int documents = wanted != nullptr ? std::atoi(wanted) : 3000;
+  const int documents = wanted != nullptr ? std::stoi(wanted) : 3000;
   for (int i = 0; i < documents; ++i) {
     qex::StyledDocument document;
     document.body = AnyDocument(3);
