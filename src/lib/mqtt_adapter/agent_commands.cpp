@@ -73,7 +73,7 @@ bool MQTTAdapter::SendToAgentService(const char* handler, const char* service,
 
 bool MQTTAdapter::QueryAgentService(const AgentQuery& query, const Json::Value& payload,
                                     const std::string& version) {
-  if (TypeOf(payload, query.handler) == nullptr || !TypeIs(payload, query.name)) {
+  if (!IsRequest(payload, query.name, query.handler)) {
     return false;
   }
   const std::optional<Json::Value> parameters = query.parameters(Member(payload, "body"));
@@ -122,7 +122,7 @@ bool MQTTAdapter::DoCmdAgentTalkbackPort(const Json::Value& payload, const std::
 bool MQTTAdapter::DoCmdAgentLanectrlResultCfg(const Json::Value& payload,
                                               const std::string& version,
                                               Json::Value& /*response*/) {
-  if (TypeOf(payload, __func__) == nullptr || !TypeIs(payload, "lanectrl_result_cfg")) {
+  if (!IsRequest(payload, "lanectrl_result_cfg", __func__)) {
     return false;
   }
   const Json::Value& body = Member(payload, "body");

@@ -84,7 +84,7 @@ bool MQTTAdapter::DoCmdGpioOut(const Json::Value& payload, const std::string& /*
 
 bool MQTTAdapter::DoCmdSetTime(const Json::Value& payload, const std::string& version,
                                Json::Value& /*response*/) {
-  if (TypeOf(payload, __func__) == nullptr || !TypeIs(payload, "set_time")) {
+  if (!IsRequest(payload, "set_time", __func__)) {
     return false;
   }
   const Json::Value& body = Member(payload, "body");
@@ -127,8 +127,7 @@ bool MQTTAdapter::DoCmdSetTime(const Json::Value& payload, const std::string& ve
 
 bool MQTTAdapter::DoCmdReboot(const Json::Value& payload, const std::string& version,
                               Json::Value& /*response*/) {
-  if (TypeOf(payload, __func__) == nullptr || !TypeIs(payload, "reboot_dev") ||
-      version != kVersion) {
+  if (!IsRequest(payload, "reboot_dev", __func__) || version != kVersion) {
     return false;
   }
   std::string request_text;

@@ -181,7 +181,9 @@ class MQTTAdapter : public BaseAdapter,
   /// The shared check, logging under the name of `function`: the payload is an
   /// object and has a "type", of any kind. @return that, or null
   static const Json::Value* TypeOf(const Json::Value& payload, const char* function);
-  /// Whether the "type" of an object is the string `name`.
+  /// TypeOf, and whether it is the string `name`.
+  static bool IsRequest(const Json::Value& payload, std::string_view name, const char* function);
+  /// Whether the "type" of an object is the string `name`. Logs nothing.
   static bool TypeIs(const Json::Value& payload, std::string_view name);
   /// A bus request whose members are always the same, kept from one use to the next. Not for lists
   /// of the cloud's: they would be kept as well. @param type a literal

@@ -16,8 +16,7 @@ namespace qex {
 
 bool MQTTAdapter::DoCmdSendOffline(const Json::Value& payload, const std::string& version,
                                    Json::Value& /*response*/) {
-  if (TypeOf(payload, __func__) == nullptr || !TypeIs(payload, "check_offline_record") ||
-      version != kVersion) {
+  if (!IsRequest(payload, "check_offline_record", __func__) || version != kVersion) {
     return false;
   }
   const Json::Value& body = Member(payload, "body");

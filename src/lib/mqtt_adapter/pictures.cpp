@@ -88,7 +88,7 @@ bool MQTTAdapter::DoCmdGetImageById(const Json::Value& payload, const std::strin
 
 bool MQTTAdapter::DoCmdSnapshot(const Json::Value& payload, const std::string& version,
                                 Json::Value& /*response*/) {
-  if (TypeOf(payload, __func__) == nullptr || !TypeIs(payload, "snapshot")) {
+  if (!IsRequest(payload, "snapshot", __func__)) {
     return false;
   }
   std::string text;

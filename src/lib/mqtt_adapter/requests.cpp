@@ -160,6 +160,12 @@ const Json::Value* MQTTAdapter::TypeOf(const Json::Value& payload, const char* f
   return type;
 }
 
+bool MQTTAdapter::IsRequest(const Json::Value& payload, std::string_view name,
+                            const char* function) {
+  const Json::Value* type = TypeOf(payload, function);
+  return type != nullptr && IsText(*type, name);
+}
+
 bool MQTTAdapter::TypeIs(const Json::Value& payload, std::string_view name) {
   return IsText(Member(payload, "type"), name);
 }
