@@ -56,6 +56,7 @@ bool Json2String(const Json::Value& value, std::string& text) {
     // Made once for each thread: to make them costs more than a short text does.
     thread_local const std::unique_ptr<StreamWriter> writer(CompactWriter().newStreamWriter());
     thread_local std::ostringstream stream;
+    stream.clear();  // of a failure to grow, which must not outlive its text
     stream.str(std::string());
     writer->write(value, &stream);
     text = stream.str();
