@@ -8,7 +8,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 if [ "${1:-}" = --gate ]; then
   need_packages bench
   build dev micro_instructions
-  exec /usr/bin/python3 -B bench/micro/instructions.py "${@:2}"
+  python bench/micro/instructions.py "${@:2}"
+  exit
 fi
 case " $* " in
   *" --help "* | *" -h "*) ;;

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Measures the plug-in's own work, and the agent end to end: against two peers, against the floor,
-under load, and how what it costs depends on how much there is. Prints tables with the goals, and writes all figures to
-build/bench/."""
+under load, and how what it costs depends on how much there is. Prints tables with the goals, and
+writes all figures to build/bench/."""
 import argparse
 import json
 import pathlib
