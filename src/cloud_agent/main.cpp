@@ -115,7 +115,7 @@ int Run(agent::ProgramOptions options) {
   const auto post = [&service](std::function<void()> task) { service->PostTask(std::move(task)); };
   agent::RequestLine requests(options.max_requests_waiting, post);
   agent::MqttLink link(
-      options.link, post,
+      options.link, service->context(), post,
       [&requests, topics = options.agent.requests.topics](agent::InboundRequest request) {
         return requests.Add(&request)
                    ? std::vector<agent::OutboundMessage>()

@@ -83,22 +83,45 @@ void AsioEventService::PostTask(std::function<void()> task) {
 
 void AsioEventService::PostTaskAfter(std::chrono::milliseconds delay, std::function<void()> task) {
   auto timer = std::make_shared<boost::asio::steady_timer>(context_, delay);
-  timer->async_wait([timer, task = std::move(task)](const boost::system::error_code&) { task(); });
+  timer->async_wait(
+      [this, timer, task = std::move(task)](const boost::system::error_code&) mutable {
+        PostTask(std::move(task));  // not run here: the thread may be within WaitUntil()
+      });
 }
 
 void AsioEventService::Run() {
-  while (!context_.stopped()) {
-    try {
-      context_.run();
-    } catch (const std::exception& error) {
-      SYS_LOG(kLogError, "an exception left a message handler or task: %s", error.what());
-    } catch (...) {
-      SYS_LOG(kLogError, "an unknown exception left a message handler or task");
-    }
+  while (!is_stopped_) {
+    Guarded([this] { context_.run_one(); });
   }
 }
 
-void AsioEventService::Stop() { context_.stop(); }
+void AsioEventService::Stop() {
+  is_stopped_ = true;
+  boost::asio::post(context_, [] {});  // wakes the thread
+}
+
+bool AsioEventService::WaitUntil(TimePoint deadline, const std::function<bool()>& is_over) {
+  const bool was_waiting = std::exchange(is_waiting_, true);
+  while (!is_over() && steady_clock::now() < deadline) {
+    Guarded([&] { context_.run_one_until(deadline); });
+  }
+  is_waiting_ = was_waiting;
+  if (!is_waiting_) {
+    ScheduleDelivery(std::exchange(put_off_, 0));
+  }
+  return is_over();
+}
+
+template <class Step>
+void AsioEventService::Guarded(Step step) {
+  try {
+    step();
+  } catch (const std::exception& error) {
+    SYS_LOG(kLogError, "an exception left a message handler or task: %s", error.what());
+  } catch (...) {
+    SYS_LOG(kLogError, "an unknown exception left a message handler or task");
+  }
+}
 
 std::chrono::nanoseconds AsioEventService::Scaled(int delay_ms) const {
   using Milliseconds = std::chrono::duration<double, std::milli>;
@@ -116,6 +139,10 @@ void AsioEventService::ScheduleDelivery(std::size_t count) {
 }
 
 void AsioEventService::DeliverNext() {
+  if (is_waiting_) {
+    ++put_off_;
+    return;
+  }
   std::optional<Message> message;
   {
     const std::lock_guard<std::mutex> lock(mutex_);

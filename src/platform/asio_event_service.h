@@ -1,6 +1,7 @@
 // The event service of the desk platform: one thread, driven by Boost.Asio.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <functional>
@@ -13,7 +14,7 @@
 #include <boost/asio/steady_timer.hpp>
 
 #include "platform/pending_messages.h"
-#include "tarvex/event_service.h"
+#include "platform/socket_service.h"
 
 namespace tarvex {
 
@@ -21,7 +22,7 @@ namespace tarvex {
 /// line, except that time-sensitive messages overtake all that is not. After
 /// Clear() nothing pending of that handler and id arrives. An exception that leaves
 /// a handler or a task is logged as an error, and the loop goes on.
-class AsioEventService : public EventService {
+class AsioEventService : public SocketService {
  public:
   /// @param clock_scale above 0; the delays of PostDelayed are divided by it, so that
   ///                    10 makes ten seconds pass in one.
@@ -46,8 +47,8 @@ class AsioEventService : public EventService {
   /// The same after a delay of real time, which is not scaled. Cannot be cancelled.
   void PostTaskAfter(std::chrono::milliseconds delay, std::function<void()> task);
 
-  /// For timers, signals and sockets whose handlers are to run on this thread.
-  boost::asio::io_context& context() { return context_; }
+  boost::asio::io_context& context() override { return context_; }
+  bool WaitUntil(TimePoint deadline, const std::function<bool()>& is_over) override;
 
   /// Makes the calling thread the service's thread; returns after Stop().
   void Run();
@@ -59,11 +60,16 @@ class AsioEventService : public EventService {
   std::chrono::nanoseconds Scaled(int delay_ms) const;
   void ScheduleDelivery(std::size_t count);
   void DeliverNext();
+  template <class Step>
+  void Guarded(Step step);
   void ArmTimer();
   void OnTimer();
 
   const double clock_scale_;
-  std::mutex mutex_;  // guards the pending messages and the timer
+  std::atomic<bool> is_stopped_{false};
+  bool is_waiting_ = false;  // event thread only, as the next: within WaitUntil()
+  std::size_t put_off_ = 0;  // deliveries that came up meanwhile
+  std::mutex mutex_;         // guards the pending messages and the timer
   PendingMessages pending_;
   std::optional<PendingMessages::TimePoint> armed_for_;
   boost::asio::io_context context_;

@@ -12,6 +12,7 @@
 #include "platform/bus_watch.h"
 #include "platform/log.h"
 #include "platform/nats_names.h"
+#include "platform/socket_service.h"
 
 namespace tarvex {
 namespace {
@@ -24,24 +25,6 @@ constexpr int kNotListening = -1;
 /// How long to wait for the server to confirm that it has noted a topic.
 constexpr std::int64_t kConfirmation_ms = 500;
 
-/// What the library keeps for a subscription, until it has called back for the last time.
-struct Arrival {
-  std::shared_ptr<BusInbox> inbox;
-  std::shared_ptr<const BusTopic> topic;
-
-  static void OnNatsMessage(natsConnection*, natsSubscription*, natsMsg* received, void* closure) {
-    const NatsMessage message(received);
-    const auto* arrival = static_cast<const Arrival*>(closure);
-    try {
-      arrival->inbox->Accept(arrival->topic, natsMsg_GetData(received),
-                             static_cast<std::size_t>(natsMsg_GetDataLength(received)));
-    } catch (const std::exception& error) {
-      SYS_LOG(kLogError, "message of %s lost: %s", arrival->topic->name.c_str(), error.what());
-    }
-  }
-  static void OnComplete(void* closure) { delete static_cast<Arrival*>(closure); }
-};
-
 }  // namespace
 
 boost::shared_ptr<DpClient> DpClient::CreateDpClient(boost::shared_ptr<EventService> event_service,
@@ -50,7 +33,9 @@ boost::shared_ptr<DpClient> DpClient::CreateDpClient(boost::shared_ptr<EventServ
   if (!event_service) {
     return nullptr;
   }
-  const auto connect = [address, name] { return NatsLink::Connect(address, name); };
+  const auto connect = [address, name, event_service] {
+    return NatsLink::Connect(address, name, {}, dynamic_cast<SocketService*>(event_service.get()));
+  };
   auto link = connect();
   if (!link) {
     return nullptr;
@@ -89,10 +74,11 @@ int NatsDpClient::SendRequest(const std::string& type, int /*flags*/, const char
     return kNotAnswered;
   }
   const auto begin = std::chrono::steady_clock::now();
-  natsMsg* received = nullptr;
-  const natsStatus status = natsConnection_Request(&received, link_->get(), subject.c_str(), data,
-                                                   static_cast<int>(length), timeout_ms);
-  const NatsMessage answer(received);
+  const natsStatus status =
+      link_->Request(subject, data, static_cast<int>(length), timeout_ms, [&](natsMsg* answer) {
+        request.reply.assign(natsMsg_GetData(answer),
+                             static_cast<std::size_t>(natsMsg_GetDataLength(answer)));
+      });
   request.time = std::chrono::duration_cast<std::chrono::microseconds>(
       std::chrono::steady_clock::now() - begin);
   if (status != NATS_OK) {
@@ -108,8 +94,6 @@ int NatsDpClient::SendRequest(const std::string& type, int /*flags*/, const char
     return kNotAnswered;
   }
   request.outcome = BusOutcome::kAnswered;
-  request.reply.assign(natsMsg_GetData(received),
-                       static_cast<std::size_t>(natsMsg_GetDataLength(received)));
   NoteBusRequest(request);
   if (reply != nullptr) {
     *reply = std::move(request.reply);
@@ -136,7 +120,7 @@ int NatsDpClient::ListenMessage(const std::string& topic, int /*flags*/) {
   if (link_->IsConnected()) {
     // From here on the topic's messages arrive, whoever sends them. Without an answer
     // the connection is about to be lost; the next one begins with all topics.
-    natsConnection_FlushTimeout(link_->get(), kConfirmation_ms);
+    link_->Flush(kConfirmation_ms);
   }
   return kListening;
 }
@@ -152,19 +136,20 @@ int NatsDpClient::RemoveListenMessage(const std::string& topic) {
 }
 
 NatsSubscription NatsDpClient::Subscribe(const std::shared_ptr<const BusTopic>& topic) const {
-  auto arrival = std::make_unique<Arrival>(Arrival{inbox_, topic});
-  natsSubscription* created = nullptr;
-  natsStatus status =
-      natsConnection_Subscribe(&created, link_->get(), BusSubject(topic->name).c_str(),
-                               Arrival::OnNatsMessage, arrival.get());
-  NatsSubscription subscription(created);
-  if (status == NATS_OK) {
-    status = natsSubscription_SetOnCompleteCB(created, Arrival::OnComplete, arrival.get());
-    (void)arrival.release();  // OnComplete deletes it
-  }
+  natsStatus status = NATS_OK;
+  auto subscription = link_->Subscribe(
+      BusSubject(topic->name), "",
+      [inbox = inbox_, topic](natsMsg* message) {
+        try {
+          inbox->Accept(topic, natsMsg_GetData(message),
+                        static_cast<std::size_t>(natsMsg_GetDataLength(message)));
+        } catch (const std::exception& error) {
+          SYS_LOG(kLogError, "message of %s lost: %s", topic->name.c_str(), error.what());
+        }
+      },
+      &status);
   if (status != NATS_OK) {
     SYS_LOG(kLogError, "cannot listen to %s: %s", topic->name.c_str(), natsStatus_GetText(status));
-    subscription.reset();
   }
   return subscription;
 }

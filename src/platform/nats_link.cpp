@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "platform/log.h"
-#include "platform/nats_handle.h"
+#include "platform/nats_loop.h"
 #include "platform/nats_names.h"
 
 namespace tarvex {
@@ -17,7 +17,8 @@ namespace tarvex {
 /// called back for the last time, which may be after the link's own end.
 struct NatsLink::Watcher {
   std::string title;  // for the log
-  std::mutex mutex;   // held during on_state
+  std::shared_ptr<NatsLoop> loop;
+  std::mutex mutex;  // held during on_state
   bool wanted = true;
   std::function<void(bool connected)> on_state;
 
@@ -118,11 +119,23 @@ natsStatus SetBehaviour(natsOptions* options) {
   return check.status();
 }
 
+/// What the library keeps for a subscription, until it has called back for the last time.
+struct Taking {
+  std::function<void(natsMsg*)> take;
+
+  static void OnMessage(natsConnection*, natsSubscription*, natsMsg* received, void* closure) {
+    const NatsMessage message(received);
+    static_cast<const Taking*>(closure)->take(received);
+  }
+  static void OnComplete(void* closure) { delete static_cast<Taking*>(closure); }
+};
+
 }  // namespace
 
 std::shared_ptr<NatsLink> NatsLink::Connect(const SocketAddress& address,
                                             const std::string& client_name,
-                                            std::function<void(bool connected)> on_state) {
+                                            std::function<void(bool connected)> on_state,
+                                            SocketService* service) {
   const SocketAddress server = EffectiveAddress(address);
   if (!IsUsablePrefix()) {
     return nullptr;
@@ -139,6 +152,10 @@ std::shared_ptr<NatsLink> NatsLink::Connect(const SocketAddress& address,
   link->watcher_ = std::make_shared<Watcher>();
   link->watcher_->title = client_name + " at " + place;
   link->watcher_->on_state = std::move(on_state);
+  if (service != nullptr) {
+    link->loop_ = std::make_shared<NatsLoop>(*service);
+    link->watcher_->loop = link->loop_;
+  }
   auto closure = std::make_unique<std::shared_ptr<Watcher>>(link->watcher_);
 
   natsOptions* created = nullptr;
@@ -152,6 +169,9 @@ std::shared_ptr<NatsLink> NatsLink::Connect(const SocketAddress& address,
   check(natsOptions_SetReconnectedCB(created, Watcher::OnConnected, closure.get()));
   check(natsOptions_SetDisconnectedCB(created, Watcher::OnDisconnected, closure.get()));
   check(natsOptions_SetClosedCB(created, Watcher::OnClosed, closure.get()));
+  if (link->loop_) {
+    check(link->loop_->Configure(created));
+  }
   if (check.status() == NATS_OK) {
     check(natsConnection_Connect(&link->connection_, created));
   }
@@ -160,6 +180,9 @@ std::shared_ptr<NatsLink> NatsLink::Connect(const SocketAddress& address,
     return nullptr;
   }
   (void)closure.release();  // OnClosed deletes it
+  if (link->loop_) {
+    link->loop_->Begin(link->connection_);
+  }
   SYS_LOG(kLogInfo, "%s: %s", link->watcher_->title.c_str(),
           check.status() == NATS_OK ? "connected" : "not there yet, waiting for it");
   return link;
@@ -178,11 +201,74 @@ NatsLink::~NatsLink() {
     return;
   }
   Close();  // ends the reading thread
+  if (loop_) {
+    loop_->End();
+  }
   std::for_each(retired_.begin(), retired_.end(), natsSubscription_Destroy);
   natsConnection_Destroy(connection_);
 }
 
+natsStatus NatsLink::Publish(const std::string& subject, const std::string& body) {
+  const natsStatus status = natsConnection_Publish(connection_, subject.c_str(), body.data(),
+                                                   static_cast<int>(body.size()));
+  if (loop_) {
+    loop_->Write();
+  }
+  return status;
+}
+
+natsStatus NatsLink::Request(const std::string& subject, const char* data, int length,
+                             std::int64_t timeout_ms,
+                             const std::function<void(natsMsg* answer)>& take) {
+  if (loop_) {
+    return loop_->Request(subject.c_str(), data, length, timeout_ms, take);
+  }
+  natsMsg* received = nullptr;
+  const natsStatus status =
+      natsConnection_Request(&received, connection_, subject.c_str(), data, length, timeout_ms);
+  const NatsMessage answer(received);
+  if (status == NATS_OK) {
+    take(received);
+  }
+  return status;
+}
+
+natsStatus NatsLink::Flush(std::int64_t timeout_ms) {
+  return loop_ ? loop_->Flush(timeout_ms) : natsConnection_FlushTimeout(connection_, timeout_ms);
+}
+
+NatsSubscription NatsLink::Subscribe(const std::string& subject, const std::string& queue,
+                                     std::function<void(natsMsg* message)> take,
+                                     natsStatus* status) {
+  natsSubscription* created = nullptr;
+  const char* queue_group = queue.empty() ? nullptr : queue.c_str();
+  if (loop_) {
+    *status = loop_->Subscribe(&created, subject.c_str(), queue_group, std::move(take));
+    return NatsSubscription(created);
+  }
+  auto taking = std::make_unique<Taking>(Taking{std::move(take)});
+  *status = queue.empty()
+                ? natsConnection_Subscribe(&created, connection_, subject.c_str(),
+                                           Taking::OnMessage, taking.get())
+                : natsConnection_QueueSubscribe(&created, connection_, subject.c_str(), queue_group,
+                                                Taking::OnMessage, taking.get());
+  NatsSubscription subscription(created);
+  if (*status == NATS_OK) {
+    *status = natsSubscription_SetOnCompleteCB(created, Taking::OnComplete, taking.get());
+    // From here on it may be in use by the library.
+    (void)taking.release();  // OnComplete deletes it
+  }
+  if (*status != NATS_OK) {
+    subscription.reset();
+  }
+  return subscription;
+}
+
 void NatsLink::Retire(natsSubscription* subscription) {
+  if (loop_) {
+    loop_->Unsubscribe(subscription);
+    return;
+  }
   natsSubscription_Unsubscribe(subscription);
   const std::lock_guard<std::mutex> lock(retired_mutex_);
   retired_.push_back(subscription);

@@ -2,6 +2,7 @@
 // names that subjects and buckets have there.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -10,14 +11,19 @@
 
 #include <nats/nats.h>
 
+#include "platform/nats_handle.h"
 #include "tarvex/socket_address.h"
 
 namespace tarvex {
 
+class NatsLoop;
+class SocketService;
+
 /// Sends every message as soon as possible, and reconnects for ever. While there is no
 /// connection one published message is kept for the next (the library has no way to keep
 /// none), and publishing more fails. Requests that wait for an answer fail when the
-/// connection is lost. Usable from any thread.
+/// connection is lost. Usable from any thread, but on the thread of its event service only
+/// where it has one.
 class NatsLink {
  public:
   /// Connects to the server at EffectiveAddress(address), or begins to: a server that
@@ -27,11 +33,14 @@ class NatsLink {
   ///                    (false) after this function has returned, on a thread of the
   ///                    NATS library; not any more once the link is destroyed. It must
   ///                    not destroy the link. One that stands on return is not announced.
+  /// @param service     whose thread reads and writes the connection, and that outlives it;
+  ///                    null: threads of the NATS library do.
   /// @return null, after an error in the log, when there can be no such connection,
   ///         as with a malformed address.
   static std::shared_ptr<NatsLink> Connect(const SocketAddress& address,
                                            const std::string& client_name,
-                                           std::function<void(bool connected)> on_state = {});
+                                           std::function<void(bool connected)> on_state = {},
+                                           SocketService* service = nullptr);
 
   /// Closes the connection and waits for an on_state call that is under way.
   ~NatsLink();
@@ -48,6 +57,26 @@ class NatsLink {
   /// is not called any more, and no loss is logged.
   void Close();
 
+  natsStatus Publish(const std::string& subject, const std::string& body);
+
+  /// Waits for an answer.
+  /// @param take gets the answer; called before this returns NATS_OK. NATS_NO_RESPONDERS means
+  ///             that nobody serves the subject.
+  natsStatus Request(const std::string& subject, const char* data, int length,
+                     std::int64_t timeout_ms, const std::function<void(natsMsg* answer)>& take);
+
+  /// Waits until the server has taken in what was sent before.
+  natsStatus Flush(std::int64_t timeout_ms);
+
+  /// @param queue empty: every listener of the subject gets each message, otherwise one of
+  ///              those with the same queue.
+  /// @param take  called with each message on the event service's thread, within its other
+  ///              work, or without one on a thread of the NATS library. Throws nothing, and
+  ///              does not use the link.
+  /// @return null, with the reason in `status`, where that cannot be.
+  NatsSubscription Subscribe(const std::string& subject, const std::string& queue,
+                             std::function<void(natsMsg* message)> take, natsStatus* status);
+
   /// Ends a subscription of this link and takes it over; it may be null. While the link
   /// stands, none is to be destroyed in another way: the library's reading thread may be
   /// about to hand it one more message. One that outlives its link may be destroyed freely.
@@ -59,6 +88,7 @@ class NatsLink {
   NatsLink() = default;
 
   natsConnection* connection_ = nullptr;
+  std::shared_ptr<NatsLoop> loop_;  // null without an event service
   std::mutex retired_mutex_;
   std::vector<natsSubscription*> retired_;  // unsubscribed, not destroyed yet
   std::shared_ptr<Watcher> watcher_;

@@ -111,7 +111,6 @@ MqttConnection::MqttConnection(const BrokerOptions& options, Handlers handlers)
 MqttConnection::~MqttConnection() { mosquitto_destroy(client_); }
 
 void MqttConnection::Configure() {
-  Require(mosquitto_threaded_set(client_, true), "threads");
   Require(mosquitto_int_option(client_, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5), "MQTT 5");
   // Without it a QoS 1 round trip costs tens of milliseconds.
   Require(mosquitto_int_option(client_, MOSQ_OPT_TCP_NODELAY, 1), "TCP_NODELAY");
@@ -178,11 +177,8 @@ std::string MqttConnection::Explained(int error) const {
 }
 
 bool MqttConnection::Loop(int timeout_ms) {
-  const int error = mosquitto_loop(client_, timeout_ms, 1);
-  if (error != MOSQ_ERR_SUCCESS) {
-    if (error_.empty()) {
-      error_ = Explained(error);
-    }
+  const auto lock = Hold();
+  if (!GoesOn(mosquitto_loop(client_, timeout_ms, 1))) {
     return false;
   }
   if (subscribe_deadline_ && Clock::now() > *subscribe_deadline_) {
@@ -191,6 +187,42 @@ bool MqttConnection::Loop(int timeout_ms) {
     return false;
   }
   return true;
+}
+
+bool MqttConnection::Read() {
+  const auto lock = Hold();
+  if (!may_read_) {
+    return false;
+  }
+  int error = mosquitto_loop_read(client_, 1);
+  if (error == MOSQ_ERR_SUCCESS && mosquitto_want_write(client_)) {
+    error = mosquitto_loop_write(client_, 1);
+  }
+  return GoesOn(error) && Socket() >= 0;
+}
+
+bool MqttConnection::GoesOn(int error) {
+  if (error != MOSQ_ERR_SUCCESS && error_.empty()) {
+    error_ = Explained(error);
+  }
+  return error == MOSQ_ERR_SUCCESS;
+}
+
+bool MqttConnection::WantsToWrite() const {
+  const auto lock = Hold();
+  return mosquitto_want_write(client_);
+}
+
+int MqttConnection::Socket() const { return mosquitto_socket(client_); }
+
+void MqttConnection::EndReading() {
+  const auto lock = Hold();
+  may_read_ = false;
+}
+
+std::string MqttConnection::LastError() const {
+  const auto lock = Hold();
+  return error_;
 }
 
 void MqttConnection::OnConnack(int reason_code) {
@@ -225,6 +257,7 @@ int MqttConnection::Publish(const OutboundMessage& message, int* message_id) {
       return error;
     }
   }
+  const auto lock = Hold();
   const int error = mosquitto_publish_v5(client_, message_id, message.topic.c_str(),
                                          static_cast<int>(message.payload.size()),
                                          message.payload.data(), kQos, message.retain, properties);

@@ -4,8 +4,10 @@
 // is ever retransmitted or acknowledged late.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <functional>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -36,10 +38,11 @@ struct BrokerOptions {
   std::size_t max_request_bytes = std::size_t{256} << 10;  ///< larger: the beginning only
 };
 
-/// Opened and driven on the network thread.
+/// Opened and driven on the network thread; once it is ready, another thread may read and
+/// publish as well.
 class MqttConnection {
  public:
-  /// What a connection reports; called from within Loop().
+  /// What a connection reports; called from within Loop() or Read(), never at the same time.
   struct Handlers {
     std::function<void(int subscription_code)> on_ready;  ///< connected, subscription answered
     std::function<void(int message_id, int reason_code)> on_puback;
@@ -59,12 +62,32 @@ class MqttConnection {
   /// Waits for traffic and deals with it, for about `timeout_ms` at the most.
   /// @return false when the connection is over; LastError() says why.
   bool Loop(int timeout_ms);
-  const std::string& LastError() const { return error_; }
+  std::string LastError() const;
+
+  /// Deals with what has come, and writes what waits for the socket. Any thread.
+  /// @return false as Loop().
+  bool Read();
+
+  /// Whether more waits for the socket than Read() and Publish() could write. Any thread.
+  bool WantsToWrite() const;
+
+  /// The socket; negative without one. To be called from within a handler.
+  int Socket() const;
+
+  /// After this Read() does nothing. Any thread.
+  void EndReading();
+
+  /// Keeps handlers from being called on other threads meanwhile.
+  std::unique_lock<std::recursive_mutex> Hold() const {
+    return std::unique_lock<std::recursive_mutex>(driving_);
+  }
 
   /// Whether the broker ended it because another client came with the same client id.
   bool WasTakenOver() const { return was_taken_over_; }
 
-  /// Sends with QoS 1. Any thread.
+  /// Sends with QoS 1. Any thread, also from within a handler.
+  /// @param message_id set where the library took the message over: it is on its way, or the
+  ///                   connection is about to be over.
   /// @return MOSQ_ERR_SUCCESS, or the library's error.
   int Publish(const OutboundMessage& message, int* message_id);
 
@@ -73,6 +96,7 @@ class MqttConnection {
 
  private:
   void Configure();
+  bool GoesOn(int error);
   void OnConnack(int reason_code);
   void OnDisconnect(int reason_code);
   std::string Explained(int error) const;
@@ -80,6 +104,10 @@ class MqttConnection {
   const BrokerOptions options_;
   const Handlers handlers_;
   mosquitto* client_ = nullptr;
+  // Held while the library reads or writes; recursive, because handlers publish. Guards
+  // what follows.
+  mutable std::recursive_mutex driving_;
+  bool may_read_ = true;
   std::string error_;
   std::string complaint_;  // the library's latest
   bool was_taken_over_ = false;

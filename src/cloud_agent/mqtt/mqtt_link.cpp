@@ -1,6 +1,7 @@
 #include "cloud_agent/mqtt/mqtt_link.h"
 
 #include <mosquitto.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -17,6 +18,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr int kLoop_ms = 1000;
+constexpr milliseconds kLook{1000};
 constexpr int kLastLoop_ms = 50;
 // A connection that stood for less, or for less than twice the longest delay, was a short
 // one: two clients with one client id end each other's connections for ever.
@@ -43,9 +45,10 @@ std::uint64_t PublicationId(std::uint64_t connection_number, int message_id) {
 
 }  // namespace
 
-MqttLink::MqttLink(Options options, std::function<void(std::function<void()>)> post,
-                   RequestTaker take_request)
+MqttLink::MqttLink(Options options, boost::asio::io_context& context,
+                   std::function<void(std::function<void()>)> post, RequestTaker take_request)
     : options_(std::move(options)),
+      context_(context),
       post_(std::move(post)),
       take_request_(std::move(take_request)),
       stable_(std::max(kStable, 2 * milliseconds(options_.backoff_max_ms))),
@@ -68,14 +71,19 @@ Publication MqttLink::Publish(const OutboundMessage& message) {
   }
   int message_id = 0;
   const int error = connection_->Publish(message, &message_id);
-  if (error == MOSQ_ERR_NO_CONN || error == MOSQ_ERR_CONN_LOST) {
+  if (error == MOSQ_ERR_NO_CONN) {
     return {};
   }
-  if (error != MOSQ_ERR_SUCCESS) {
+  const bool is_being_lost =
+      error == MOSQ_ERR_CONN_LOST || error == MOSQ_ERR_ERRNO || error == MOSQ_ERR_TLS;
+  if (is_being_lost) {
+    Look();
+  } else if (error != MOSQ_ERR_SUCCESS) {
     SYS_LOG(kLogError, "%s cannot be published: %s", message.topic.substr(0, 200).c_str(),
             mosquitto_strerror(error));
     return {PublishResult::kRefused, 0};
   }
+  AwaitWriting();
   return {PublishResult::kAccepted, PublicationId(connection_number_, message_id)};
 }
 
@@ -85,6 +93,47 @@ void MqttLink::Drop(const std::string& reason) {
   }
   const std::lock_guard<std::mutex> lock(mutex_);
   drop_reason_ = reason;
+  changed_.notify_all();
+}
+
+/// Has the network thread look at the connection, which may be over.
+void MqttLink::Look() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  is_to_look_ = true;
+  changed_.notify_all();
+}
+
+void MqttLink::AwaitReading() {
+  socket_->async_wait(Socket::wait_read,
+                      [this, socket = socket_](const boost::system::error_code& error) {
+                        if (!error && socket == socket_ && Read()) {
+                          AwaitReading();
+                        }
+                      });
+}
+
+/// @return false when the connection is over; the network thread tells of it.
+bool MqttLink::Read() {
+  if (!connection_->Read()) {
+    Look();
+    return false;
+  }
+  AwaitWriting();
+  return true;
+}
+
+void MqttLink::AwaitWriting() {
+  if (awaits_writing_ || !connection_->WantsToWrite()) {
+    return;
+  }
+  awaits_writing_ = true;
+  socket_->async_wait(Socket::wait_write,
+                      [this, socket = socket_](const boost::system::error_code& error) {
+                        if (!error && socket == socket_) {
+                          awaits_writing_ = false;
+                          Read();
+                        }
+                      });
 }
 
 bool MqttLink::Stop(const OutboundMessage& last) {
@@ -93,20 +142,27 @@ bool MqttLink::Stop(const OutboundMessage& last) {
     return true;
   }
   {
-    std::unique_lock<std::mutex> lock(mutex_);
-    is_stopping_ = true;
+    // Its acknowledgement is not to be read before it is awaited.
+    const auto reading =
+        connection_ != nullptr ? connection_->Hold() : std::unique_lock<std::recursive_mutex>();
     int message_id = 0;
-    // Wakes the network thread as well.
-    if (connection_ != nullptr && !last.topic.empty() &&
-        connection_->Publish(last, &message_id) == MOSQ_ERR_SUCCESS) {
+    const bool is_sent = connection_ != nullptr && !last.topic.empty() &&
+                         connection_->Publish(last, &message_id) == MOSQ_ERR_SUCCESS;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    is_stopping_ = true;
+    if (is_sent) {
       last_message_id_ = message_id;
     }
     changed_.notify_all();
+  }
+  {
+    std::unique_lock<std::mutex> lock(mutex_);
     if (!changed_.wait_for(lock, kStopPatience, [this] { return is_finished_; })) {
       return false;
     }
   }
   thread_.join();
+  socket_.reset();
   connection_.reset();
   return true;
 }
@@ -144,11 +200,15 @@ void MqttLink::RunConnection() {
   } catch (const std::exception& failure) {
     reason = failure.what();
   }
+  if (connection != nullptr) {
+    connection->EndReading();
+  }
   if (IsStopping()) {
     return;
   }
   if (was_ready_) {
     PostToListener([this, reason] {
+      socket_.reset();
       connection_.reset();
       listener_->OnLinkDown(reason);
     });
@@ -180,15 +240,9 @@ std::string MqttLink::Drive(MqttConnection* connection) {
   if (!error.empty()) {
     return error;
   }
-  while (connection->Loop(kLoop_ms)) {
+  while (connection->Loop(was_ready_ ? 0 : kLoop_ms)) {
     std::string drop_reason;
-    bool is_stopping = false;
-    {
-      const std::lock_guard<std::mutex> lock(mutex_);
-      drop_reason = drop_reason_;
-      is_stopping = is_stopping_;
-    }
-    if (is_stopping) {
+    if (AwaitWork(&drop_reason)) {
       Finish(connection);
       return "stopped";
     }
@@ -197,6 +251,19 @@ std::string MqttLink::Drive(MqttConnection* connection) {
     }
   }
   return connection->LastError();
+}
+
+/// Waits until it is time to look at a connection that the event thread reads.
+/// @return whether the link is to stop.
+bool MqttLink::AwaitWork(std::string* drop_reason) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  if (was_ready_) {
+    changed_.wait_for(lock, kLook,
+                      [this] { return is_stopping_ || is_to_look_ || !drop_reason_.empty(); });
+  }
+  is_to_look_ = false;
+  *drop_reason = drop_reason_;
+  return is_stopping_;
 }
 
 void MqttLink::Finish(MqttConnection* connection) {
@@ -216,9 +283,14 @@ void MqttLink::OnReady(const std::shared_ptr<MqttConnection>& connection, int su
   was_ready_ = true;
   SYS_LOG(kLogInfo, "connected to %s:%d as %s", options_.broker.host.c_str(), options_.broker.port,
           options_.broker.client_id.c_str());
-  PostToListener([this, connection, number = last_connection_number_, subscription_code] {
+  // A descriptor of its own: the library may close its one while the event thread waits.
+  const auto socket = std::make_shared<Socket>(context_, dup(connection->Socket()));
+  PostToListener([this, connection, socket, number = last_connection_number_, subscription_code] {
     connection_ = connection;
     connection_number_ = number;
+    socket_ = socket;
+    awaits_writing_ = false;
+    AwaitReading();
     listener_->OnLinkUp(subscription_code);
   });
 }

@@ -3,11 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <condition_variable>
+#include <chrono>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <thread>
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
 
 #include "mqtt/scripted_broker.h"
 
@@ -16,29 +20,33 @@ namespace {
 
 using ::testing::HasSubstr;
 
-/// The event thread: runs what was posted when the test says so.
+/// The event thread: reads sockets and runs what was posted when the test says so.
 class TaskQueue {
  public:
+  boost::asio::io_context& context() { return context_; }
+
   void Post(std::function<void()> task) {
     const std::lock_guard<std::mutex> lock(mutex_);
     tasks_.push_back(std::move(task));
-    changed_.notify_all();
+    boost::asio::post(context_, [] {});
   }
 
   /// @return false when fewer tasks than that wait after ten seconds.
   bool HoldsSoon(std::size_t count) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::seconds(10),
-                             [this, count] { return tasks_.size() >= count; });
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (Waiting() < count && std::chrono::steady_clock::now() < deadline) {
+      context_.run_one_until(deadline);
+    }
+    return Waiting() >= count;
   }
 
   /// Runs one task, waiting for it if need be.
   /// @return false when none came in ten seconds.
   bool RunOne() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    if (!changed_.wait_for(lock, std::chrono::seconds(10), [this] { return !tasks_.empty(); })) {
+    if (!HoldsSoon(1)) {
       return false;
     }
+    std::unique_lock<std::mutex> lock(mutex_);
     const std::function<void()> task = std::move(tasks_.front());
     tasks_.pop_front();
     lock.unlock();
@@ -47,8 +55,15 @@ class TaskQueue {
   }
 
  private:
+  std::size_t Waiting() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return tasks_.size();
+  }
+
+  boost::asio::io_context context_;
+  boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_{
+      context_.get_executor()};
   std::mutex mutex_;
-  std::condition_variable changed_;
   std::deque<std::function<void()>> tasks_;
 };
 
@@ -75,7 +90,8 @@ class LinkTest : public ::testing::Test, private LinkListener {
 
   void StartLink() {
     link_ = std::make_unique<MqttLink>(
-        options_, [this](std::function<void()> task) { queue_.Post(std::move(task)); },
+        options_, queue_.context(),
+        [this](std::function<void()> task) { queue_.Post(std::move(task)); },
         [this](InboundRequest request) {
           const std::string payload = request.payload;
           queue_.Post([this, request = std::move(request)] {
