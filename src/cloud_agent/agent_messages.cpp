@@ -32,6 +32,30 @@ Fate FateOf(Answer answer) {
   return Fate::kAcknowledged;
 }
 
+/// A message's text, its members in the order of their names. Put together here, so that the
+/// payload is not copied.
+bool WriteBody(const Json::Value& id, const Json::Value& payload, const std::string& version,
+               unsigned long long tag, std::string* text) {
+  std::string part;
+  *text = "{";
+  if (!id.isNull()) {
+    if (!Json::Json2String(id, part)) {
+      return false;
+    }
+    text->append(R"("id":)").append(part).append(",");
+  }
+  if (!Json::Json2String(payload, part)) {
+    return false;
+  }
+  text->append(R"("payload":)").append(part);
+  text->append(R"(,"tag":)").append(std::to_string(tag));
+  if (!Json::Json2String(version, part)) {
+    return false;
+  }
+  text->append(R"(,"version":)").append(part).append("}");
+  return true;
+}
+
 }  // namespace
 
 std::string Agent::StorePicture(const std::string& source, const std::string& name) {
@@ -65,18 +89,10 @@ void Agent::Publish(const std::string& name, const Json::Value& payload, const s
     NoteNotPublished(name, sent, Fate::kOfflineBusy);
     return;
   }
-  Json::Value body(Json::objectValue);
-  body["version"] = version;
-  body["tag"] = Json::UInt64{tag};
-  body["payload"] = payload;
-  const Json::Value request_id = requests_.OnMessage(name, payload);
-  if (!request_id.isNull()) {
-    body["id"] = request_id;
-  }
   OutboundMessage message;
   message.topic = options_.requests.topics.base + "/message/" + name;
   std::optional<Fate> failure = Fate::kNotPublishable;
-  if (Json::Json2String(body, message.payload)) {
+  if (WriteBody(requests_.OnMessage(name, payload), payload, version, tag, &message.payload)) {
     failure = SendToBroker(message, sent);
   }
   if (failure) {

@@ -132,33 +132,41 @@ bool NatsLoop::Read() {
 }
 
 void NatsLoop::HandOut() {
-  const auto each = [](natsSubscription* subscription, const auto& take) {
-    std::uint64_t waiting = 0;
-    if (natsSubscription_QueuedMsgs(subscription, &waiting) != NATS_OK) {
-      return;
-    }
-    for (; waiting > 0; --waiting) {
-      natsMsg* received = nullptr;
-      if (natsSubscription_NextMsg(&received, subscription, 0) != NATS_OK) {
-        return;
-      }
-      take(NatsMessage(received));
-    }
-  };
-  if (answers_) {
-    each(answers_.get(), [this](NatsMessage message) {
-      if (awaited_ == natsMsg_GetSubject(message.get())) {
-        answer_ = std::move(message);
-      } else {
-        Discard(std::move(message));
-      }
-    });
+  while (answers_ && Next(answers_.get(), [this](NatsMessage message) {
+           if (awaited_ == natsMsg_GetSubject(message.get())) {
+             answer_ = std::move(message);
+           } else {
+             Discard(std::move(message));
+           }
+         })) {
   }
   for (const auto& [subscription, take] : takers_) {
-    each(subscription, [this, &take = take](NatsMessage message) {
+    while (Next(subscription, [this, &take = take](NatsMessage message) {
       take(message.get());
       Discard(std::move(message));
-    });
+    })) {
+    }
+  }
+}
+
+/// Takes one message of a subscription.
+/// @return whether there was one.
+template <class Take>
+bool NatsLoop::Next(natsSubscription* subscription, Take take) {
+  std::uint64_t waiting = 0;
+  if (natsSubscription_QueuedMsgs(subscription, &waiting) != NATS_OK || waiting == 0) {
+    return false;
+  }
+  natsMsg* received = nullptr;
+  switch (natsSubscription_NextMsg(&received, subscription, 0)) {
+    case NATS_OK:
+      take(NatsMessage(received));
+      return true;
+    case NATS_NO_RESPONDERS:  // the library keeps the message, which would tell nothing more
+      is_unserved_ = true;
+      return true;
+    default:
+      return false;
   }
 }
 
@@ -239,20 +247,25 @@ natsStatus NatsLoop::AwaitAnswer(natsStatus sent, const std::string& subject,
   }
   const unsigned losses = losses_;
   awaited_ = subject;
+  is_unserved_ = false;
   Write();
   service_.WaitUntil(std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms),
-                     [&] { return answer_ != nullptr || losses_ != losses; });
+                     [&] { return answer_ != nullptr || is_unserved_ || losses_ != losses; });
   awaited_.clear();
+  if (is_unserved_) {
+    return NATS_NO_RESPONDERS;
+  }
   NatsMessage answer = std::move(answer_);
   if (!answer) {
+    // That nobody serves a subject is told without its name: a late word of this request
+    // must not end the next.
+    answers_.reset();
+    Write();
     return losses_ != losses ? NATS_CONNECTION_DISCONNECTED : NATS_TIMEOUT;
   }
-  const bool is_answered = !natsMsg_IsNoResponders(answer.get());
-  if (is_answered) {
-    take(answer.get());
-  }
+  take(answer.get());
   Discard(std::move(answer));
-  return is_answered ? NATS_OK : NATS_NO_RESPONDERS;
+  return NATS_OK;
 }
 
 natsStatus NatsLoop::NextInbox(std::string* subject) {

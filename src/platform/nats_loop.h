@@ -66,6 +66,8 @@ class NatsLoop : public std::enable_shared_from_this<NatsLoop> {
   void AwaitReading();
   bool Read();
   void HandOut();
+  template <class Take>
+  bool Next(natsSubscription* subscription, Take take);
   void Discard(NatsMessage message);
   natsStatus AwaitAnswer(natsStatus sent, const std::string& subject, std::int64_t timeout_ms,
                          const Taker& take);
@@ -88,6 +90,7 @@ class NatsLoop : public std::enable_shared_from_this<NatsLoop> {
   std::uint64_t last_request_ = 0;
   std::string awaited_;  // subject of the answer that is waited for
   NatsMessage answer_;
+  bool is_unserved_ = false;       // by anybody: what was asked
   std::vector<NatsMessage> used_;  // to be freed
   std::size_t used_bytes_ = 0;
 };

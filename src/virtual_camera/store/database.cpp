@@ -4,6 +4,13 @@
 
 namespace virtual_camera {
 
+namespace {
+
+constexpr char kSynced[] = "PRAGMA synchronous=FULL";
+constexpr char kUnsynced[] = "PRAGMA synchronous=NORMAL";
+
+}  // namespace
+
 Database::Database(const std::string& path) : path_(path) {
   if (sqlite3_open(path.c_str(), &handle_) != SQLITE_OK) {
     const std::string reason = handle_ != nullptr ? sqlite3_errmsg(handle_) : "no memory";
@@ -13,7 +20,8 @@ Database::Database(const std::string& path) : path_(path) {
   try {
     // Waits for another process that uses the file, such as the sqlite3 shell.
     sqlite3_busy_timeout(handle_, 2000);
-    Execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;");
+    Execute("PRAGMA journal_mode=WAL");
+    Execute(kSynced);
   } catch (...) {
     sqlite3_close(handle_);
     throw;
@@ -26,6 +34,17 @@ void Database::Execute(const char* sql) {
   if (sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr) != SQLITE_OK) {
     Fail();
   }
+}
+
+void Database::Unsynced(const std::function<void()>& work) {
+  Execute(kUnsynced);
+  try {
+    work();
+  } catch (...) {
+    Execute(kSynced);
+    throw;
+  }
+  Execute(kSynced);
 }
 
 void Database::Fail() const { throw std::runtime_error(path_ + ": " + sqlite3_errmsg(handle_)); }

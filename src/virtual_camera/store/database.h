@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -10,7 +11,8 @@
 namespace virtual_camera {
 
 /// One connection, in WAL mode and synchronous at every commit: what was committed
-/// survives a kill and loss of power. Used on one thread. Every failure
+/// survives a kill and loss of power, but for what Unsynced() commits. Used on one thread. Every
+/// failure
 /// throws std::runtime_error with the file name and SQLite's reason.
 class Database {
  public:
@@ -23,6 +25,10 @@ class Database {
 
   /// Runs statements that give no rows.
   void Execute(const char* sql);
+
+  /// Does work that commits without waiting for the disk: it survives a kill, and loss of power
+  /// once something else was committed. Not within a transaction.
+  void Unsynced(const std::function<void()>& work);
 
   /// Rows changed by the last statement.
   int Changes() const { return sqlite3_changes(handle_); }

@@ -148,7 +148,8 @@ std::vector<std::string> ResultStore::SelectUndelivered(uint32_t min_id, int64_t
 }
 
 bool ResultStore::MarkDelivered(uint32_t id) {
-  mark_.Bind(1, id).Run();
+  // A mark that is lost with the power costs a duplicate, and no result.
+  database_.Unsynced([this, id] { mark_.Bind(1, id).Run(); });
   const bool marked = database_.Changes() > 0;
   totals_.undelivered -= marked ? 1 : 0;
   return marked;

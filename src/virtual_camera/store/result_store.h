@@ -60,6 +60,8 @@ class ResultStore {
   /// Undelivered records of that id or higher, oldest first, at most `count`.
   std::vector<std::string> SelectUndelivered(uint32_t min_id, int64_t count);
 
+  /// Does not wait for the disk: the mark survives SIGKILL, and loss of power once the next
+  /// result was stored.
   /// @return whether it was undelivered until now.
   bool MarkDelivered(uint32_t id);
 

@@ -1,12 +1,10 @@
 #include "virtual_camera/surroundings/bus_server.h"
 
-#include <atomic>
-#include <mutex>
+#include <exception>
 #include <stdexcept>
 #include <utility>
 
 #include "platform/log.h"
-#include "platform/nats_handle.h"
 
 namespace virtual_camera {
 
@@ -19,46 +17,19 @@ constexpr int64_t kFlush_ms = 1000;
 
 }  // namespace
 
-// Hands messages from the library's threads to the camera's. Closed before the event
-// service is destroyed, because a callback of the library may come later than that.
+// What waits for its turn on the camera's thread. Shared with the tasks that wait.
 struct BusServer::Mailbox {
-  explicit Mailbox(tarvex::AsioEventService& service) : event_service(&service) {}
-
-  void Post(bool may_be_dropped, std::function<void()> task) {
-    const std::lock_guard<std::mutex> lock(mutex);
-    if (event_service == nullptr || (may_be_dropped && waiting >= kMaxWaiting)) {
-      ++dropped;
-      return;
-    }
-    ++waiting;
-    event_service->PostTask([this, task = std::move(task)] {
-      --waiting;
-      task();
-    });
-  }
-
-  std::mutex mutex;
-  tarvex::AsioEventService* event_service;
-  std::atomic<int> waiting{0};
-  std::atomic<int64_t> dropped{0};
-};
-
-// What a subscription's callback knows. Deleted by the library's completion callback,
-// after which no other callback of the subscription runs.
-struct BusServer::Route {
-  std::shared_ptr<Mailbox> mailbox;
-  std::weak_ptr<tarvex::NatsLink> link;
-  std::shared_ptr<Handler> handler;
-  bool is_queue;
+  int waiting = 0;
+  int64_t dropped = 0;
 };
 
 BusServer::BusServer(tarvex::AsioEventService& event_service, std::function<void(bool)> on_state)
-    : mailbox_(std::make_shared<Mailbox>(event_service)) {
+    : event_service_(event_service), mailbox_(std::make_shared<Mailbox>()) {
   const auto announce = [&event_service, on_state](bool connected) {
     event_service.PostTask([on_state, connected] { on_state(connected); });
   };
-  link_ =
-      tarvex::NatsLink::Connect(tarvex::SocketAddress(kHost, kPort), "virtual_camera", announce);
+  link_ = tarvex::NatsLink::Connect(tarvex::SocketAddress(kHost, kPort), "virtual_camera", announce,
+                                    &event_service);
   if (!link_) {
     throw std::runtime_error("there can be no connection to the bus");
   }
@@ -68,12 +39,8 @@ BusServer::BusServer(tarvex::AsioEventService& event_service, std::function<void
 }
 
 BusServer::~BusServer() {
-  {
-    const std::lock_guard<std::mutex> lock(mailbox_->mutex);
-    mailbox_->event_service = nullptr;
-  }
-  for (const auto& route : routes_) {
-    link_->Retire(route.second);
+  for (auto& [name, subscription] : routes_) {
+    link_->Retire(subscription.release());
   }
 }
 
@@ -89,45 +56,37 @@ void BusServer::Listen(const std::string& topic, Handler handler) {
 
 void BusServer::Subscribe(const std::string& name, bool is_queue, Handler handler) {
   StopServing(name);
-  auto route = std::make_unique<Route>(
-      Route{mailbox_, link_, std::make_shared<Handler>(std::move(handler)), is_queue});
-  const std::string subject = tarvex::BusSubject(name);
-  natsSubscription* subscription = nullptr;
-  natsStatus status =
-      is_queue ? natsConnection_QueueSubscribe(&subscription, link_->get(), subject.c_str(),
-                                               name.c_str(), OnMessage, route.get())
-               : natsConnection_Subscribe(&subscription, link_->get(), subject.c_str(), OnMessage,
-                                          route.get());
-  if (status == NATS_OK) {
-    status = natsSubscription_SetOnCompleteCB(subscription, OnRouteEnds, route.get());
-  }
-  // From here on the route may be in use by the library.
-  Route* const kept = route.release();
+  natsStatus status = NATS_OK;
+  auto subscription = link_->Subscribe(
+      tarvex::BusSubject(name), is_queue ? name : "",
+      [this, is_queue, shared = std::make_shared<Handler>(std::move(handler))](natsMsg* message) {
+        try {
+          Accept(message, is_queue, shared);
+        } catch (const std::exception& error) {
+          SYS_LOG(kLogError, "message of %s lost: %s", natsMsg_GetSubject(message), error.what());
+        }
+      },
+      &status);
   if (status != NATS_OK) {
     SYS_LOG(kLogError, "\"%s\" cannot be heard: %s", name.c_str(), natsStatus_GetText(status));
-    natsSubscription_Destroy(subscription);
-    if (subscription == nullptr) {
-      delete kept;
-    }
     return;
   }
-  routes_[name] = subscription;
+  routes_[name] = std::move(subscription);
 }
 
 void BusServer::StopServing(const std::string& queue) {
   const auto found = routes_.find(queue);
   if (found != routes_.end()) {
-    link_->Retire(found->second);
+    link_->Retire(found->second.release());
     routes_.erase(found);
   }
 }
 
 BusServer::Asked BusServer::Ask(const std::string& topic, const std::string& question,
                                 int64_t timeout_ms) {
-  natsMsg* raw_answer = nullptr;
-  const natsStatus status = natsConnection_RequestString(
-      &raw_answer, link_->get(), tarvex::BusSubject(topic).c_str(), question.c_str(), timeout_ms);
-  const tarvex::NatsMessage owner(raw_answer);
+  const natsStatus status =
+      link_->Request(tarvex::BusSubject(topic), question.data(), static_cast<int>(question.size()),
+                     timeout_ms, [](natsMsg*) {});
   switch (status) {
     case NATS_OK:
       return Asked::kAnswered;
@@ -140,37 +99,38 @@ BusServer::Asked BusServer::Ask(const std::string& topic, const std::string& que
   }
 }
 
-bool BusServer::Flush() { return natsConnection_FlushTimeout(link_->get(), kFlush_ms) == NATS_OK; }
+bool BusServer::Flush() { return link_->Flush(kFlush_ms) == NATS_OK; }
 
 bool BusServer::Announce(const std::string& topic, const std::string& body) {
-  return IsConnected() &&
-         natsConnection_Publish(link_->get(), tarvex::BusSubject(topic).c_str(), body.data(),
-                                static_cast<int>(body.size())) == NATS_OK;
+  return IsConnected() && link_->Publish(tarvex::BusSubject(topic), body) == NATS_OK;
 }
 
-void BusServer::OnMessage(natsConnection*, natsSubscription*, natsMsg* message, void* closure) {
-  const tarvex::NatsMessage owner(message);
-  const Route& route = *static_cast<Route*>(closure);
+void BusServer::Accept(natsMsg* message, bool is_queue, const std::shared_ptr<Handler>& handler) {
   const char* reply_to = natsMsg_GetReply(message);
-  if (reply_to == nullptr && route.is_queue) {
+  if (reply_to == nullptr && is_queue) {
     return;  // nobody waits for an answer: not a request
+  }
+  if (is_queue && mailbox_->waiting >= kMaxWaiting) {
+    ++mailbox_->dropped;
+    return;
   }
   const char* data = natsMsg_GetData(message);
   const auto length = static_cast<size_t>(natsMsg_GetDataLength(message));
   std::string request = length > 0 ? std::string(data, length) : std::string();
   Reply reply;
   if (reply_to != nullptr) {
-    reply = [link = route.link, subject = std::string(reply_to)](const std::string& answer) {
+    reply = [link = std::weak_ptr(link_), subject = std::string(reply_to)](const auto& answer) {
       if (const auto connected = link.lock()) {
-        natsConnection_Publish(connected->get(), subject.c_str(), answer.data(),
-                               static_cast<int>(answer.size()));
+        connected->Publish(subject, answer);
       }
     };
   }
-  route.mailbox->Post(route.is_queue, [handler = route.handler, request = std::move(request),
-                                       reply = std::move(reply)] { (*handler)(request, reply); });
+  ++mailbox_->waiting;
+  event_service_.PostTask(
+      [mailbox = mailbox_, handler, request = std::move(request), reply = std::move(reply)] {
+        --mailbox->waiting;
+        (*handler)(request, reply);
+      });
 }
-
-void BusServer::OnRouteEnds(void* closure) { delete static_cast<Route*>(closure); }
 
 }  // namespace virtual_camera

@@ -10,6 +10,7 @@
 #include <nats/nats.h>
 
 #include "platform/asio_event_service.h"
+#include "platform/nats_handle.h"
 #include "platform/nats_link.h"
 #include "virtual_camera/surroundings/announcer.h"
 
@@ -63,14 +64,12 @@ class BusServer : public Announcer {
 
  private:
   struct Mailbox;
-  struct Route;
   void Subscribe(const std::string& name, bool is_queue, Handler handler);
-  static void OnMessage(natsConnection*, natsSubscription*, natsMsg* message, void* route);
-  static void OnRouteEnds(void* route);
+  void Accept(natsMsg* message, bool is_queue, const std::shared_ptr<Handler>& handler);
 
-  // Shared with the routes, which the library releases later than this.
-  std::shared_ptr<Mailbox> mailbox_;
-  std::map<std::string, natsSubscription*> routes_;  // owned; by queue or topic
+  tarvex::AsioEventService& event_service_;
+  const std::shared_ptr<Mailbox> mailbox_;
+  std::map<std::string, tarvex::NatsSubscription> routes_;  // by queue or topic
   std::shared_ptr<tarvex::NatsLink> link_;
 };
 

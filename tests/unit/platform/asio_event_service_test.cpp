@@ -9,6 +9,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <boost/asio/post.hpp>
 #include <boost/make_shared.hpp>
 
 #include "scoped_environment.h"
@@ -36,6 +37,10 @@ class AsioEventServiceTest : public testing::Test {
   void RunToTheEnd() {
     service_.PostTask([this] { service_.Stop(); });
     service_.Run();
+  }
+
+  static AsioEventService::TimePoint InALongTime() {
+    return std::chrono::steady_clock::now() + std::chrono::minutes(10);
   }
 
   AsioEventService service_;
@@ -227,6 +232,39 @@ TEST_F(AsioEventServiceTest, DoesNotRunOnceStopped) {
   service_.Stop();
   service_.Run();
   EXPECT_THAT(arrived_, ElementsAre());
+}
+
+TEST_F(AsioEventServiceTest, RunsItsContextButDeliversNothingWhileItWaits) {
+  bool has_come = false;
+  service_.Post(&noting_, 1, {}, false);
+  service_.PostTaskAfter(std::chrono::milliseconds(0), [this] { arrived_.push_back(2); });
+  boost::asio::post(service_.context(), [&] { has_come = true; });
+  EXPECT_TRUE(service_.WaitUntil(InALongTime(), [&] { return has_come; }));
+  EXPECT_THAT(arrived_, ElementsAre());
+}
+
+TEST_F(AsioEventServiceTest, DeliversWhatCameWhileItWaitedAfterIt) {
+  service_.PostTask([this] {
+    service_.Post(&noting_, 1, {}, false);
+    service_.WaitUntil(std::chrono::steady_clock::now() + std::chrono::milliseconds(1),
+                       [] { return false; });
+    arrived_.push_back(0);
+    service_.PostTask([this] { service_.Stop(); });
+  });
+  service_.Run();
+  EXPECT_THAT(arrived_, ElementsAre(0, 1));
+}
+
+TEST_F(AsioEventServiceTest, GivesUpAWaitAtItsDeadline) {
+  EXPECT_FALSE(service_.WaitUntil(std::chrono::steady_clock::now(), [] { return false; }));
+}
+
+// What is under way when it is stopped may need an answer to be finished.
+TEST_F(AsioEventServiceTest, WaitsAlsoOnceItIsStopped) {
+  bool has_come = false;
+  service_.Stop();
+  boost::asio::post(service_.context(), [&] { has_come = true; });
+  EXPECT_TRUE(service_.WaitUntil(InALongTime(), [&] { return has_come; }));
 }
 
 TEST_F(AsioEventServiceTest, LetsDataTurnToItWhenItDies) {

@@ -118,13 +118,25 @@ class Device {
   std::vector<tarvex::NatsSubscription> subscriptions_;
 };
 
-class BusTest : public testing::Test {
+/// Which threads read and write the client's connection.
+enum class Threads { kOfTheLibrary, kOfTheEventService };
+
+class BusTest : public testing::TestWithParam<Threads> {
  protected:
-  BusTest() : device_(server_.port()) { client_ = NewClient(); }
+  BusTest() : device_(server_.port()) {
+    if (GetParam() == Threads::kOfTheLibrary) {
+      UseService(boost::make_shared<ManualEventService>());
+    } else {
+      const auto service = boost::make_shared<ManualSocketService>();
+      sockets_ = service.get();
+      UseService(service);
+    }
+    client_ = NewClient();
+  }
 
   boost::shared_ptr<tarvex::DpClient> NewClient() {
     auto client = tarvex::DpClient::CreateDpClient(
-        events_, tarvex::SocketAddress("127.0.0.1", server_.port()), "adapter");
+        service_, tarvex::SocketAddress("127.0.0.1", server_.port()), "adapter");
     client->SignalDpMessage.connect(&listener_, &Listener::OnDpMessage);
     return client;
   }
@@ -150,9 +162,25 @@ class BusTest : public testing::Test {
   static constexpr int kLong_ms = 600 * 1000;  // longer than any test
 
   NatsServer server_;
-  boost::shared_ptr<ManualEventService> events_ = boost::make_shared<ManualEventService>();
+  boost::shared_ptr<tarvex::EventService> service_;
+  ManualDelivery* events_ = nullptr;          // the same
+  tarvex::SocketService* sockets_ = nullptr;  // the same, where it reads and writes sockets
   Listener listener_;
   Device device_;
   boost::shared_ptr<tarvex::DpClient> client_;
   std::string reply_ = "untouched";
+
+ private:
+  template <class Service>
+  void UseService(const boost::shared_ptr<Service>& service) {
+    service_ = service;
+    events_ = service.get();
+  }
 };
+
+#define INSTANTIATE_FOR_THREADS(Suite)                                               \
+  INSTANTIATE_TEST_SUITE_P(                                                          \
+      , Suite, testing::Values(Threads::kOfTheLibrary, Threads::kOfTheEventService), \
+      [](const auto& threads) {                                                      \
+        return threads.param == Threads::kOfTheLibrary ? "Library" : "EventService"; \
+      })

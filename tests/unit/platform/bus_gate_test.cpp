@@ -38,7 +38,7 @@ class BusGateTest : public BusTest {
   std::vector<std::function<void()>> deliveries_;
 };
 
-TEST_F(BusGateTest, HoldsMessagesBackUntilTheyAreDelivered) {
+TEST_P(BusGateTest, HoldsMessagesBackUntilTheyAreDelivered) {
   Arrive(2);
   EXPECT_THAT(at_gate_, ElementsAre("topic 1", "topic 2"));
   EXPECT_THAT(listener_.heard, IsEmpty());
@@ -48,42 +48,42 @@ TEST_F(BusGateTest, HoldsMessagesBackUntilTheyAreDelivered) {
   EXPECT_THAT(listener_.heard, ElementsAre("topic 1", "topic 2"));
 }
 
-TEST_F(BusGateTest, DropsWhatIsNeverDelivered) {
+TEST_P(BusGateTest, DropsWhatIsNeverDelivered) {
   Arrive(2);
   deliveries_[1]();
   deliveries_.clear();
   EXPECT_THAT(listener_.heard, ElementsAre("topic 2"));
 }
 
-TEST_F(BusGateTest, DeliversNothingTwice) {
+TEST_P(BusGateTest, DeliversNothingTwice) {
   Arrive(1);
   deliveries_[0]();
   deliveries_[0]();
   EXPECT_THAT(listener_.heard, ElementsAre("topic 1"));
 }
 
-TEST_F(BusGateTest, DeliversNothingAfterTheClientsEnd) {
+TEST_P(BusGateTest, DeliversNothingAfterTheClientsEnd) {
   Arrive(1);
   client_.reset();
   deliveries_[0]();
   EXPECT_THAT(listener_.heard, IsEmpty());
 }
 
-TEST_F(BusGateTest, DoesNotKeepTheClientAlive) {
+TEST_P(BusGateTest, DoesNotKeepTheClientAlive) {
   const boost::weak_ptr<tarvex::DpClient> client = client_;
   Arrive(1);
   client_.reset();
   EXPECT_TRUE(client.expired());
 }
 
-TEST_F(BusGateTest, DeliversNothingOfATopicThatIsNotListenedToAnyMore) {
+TEST_P(BusGateTest, DeliversNothingOfATopicThatIsNotListenedToAnyMore) {
   Arrive(1);
   client_->RemoveListenMessage("topic");
   deliveries_[0]();
   EXPECT_THAT(listener_.heard, IsEmpty());
 }
 
-TEST_F(BusGateTest, IsNotAskedAboutATopicThatIsNotListenedToAnyMore) {
+TEST_P(BusGateTest, IsNotAskedAboutATopicThatIsNotListenedToAnyMore) {
   device_.Publish("topic", "1");
   EXPECT_TRUE(HaveArrived(1));
   client_->RemoveListenMessage("topic");
@@ -91,13 +91,13 @@ TEST_F(BusGateTest, IsNotAskedAboutATopicThatIsNotListenedToAnyMore) {
   EXPECT_THAT(at_gate_, IsEmpty());
 }
 
-TEST_F(BusGateTest, MayDeliverAtOnce) {
+TEST_P(BusGateTest, MayDeliverAtOnce) {
   tarvex::SetBusGate([](const tarvex::DpMessage&, std::function<void()> deliver) { deliver(); });
   Arrive(1);
   EXPECT_THAT(listener_.heard, ElementsAre("topic 1"));
 }
 
-TEST_F(BusGateTest, MayOpenForGoodWhileItIsAsked) {
+TEST_P(BusGateTest, MayOpenForGoodWhileItIsAsked) {
   tarvex::SetBusGate([](const tarvex::DpMessage&, std::function<void()> deliver) {
     tarvex::SetBusGate({});
     deliver();
@@ -105,5 +105,7 @@ TEST_F(BusGateTest, MayOpenForGoodWhileItIsAsked) {
   Arrive(2);
   EXPECT_THAT(listener_.heard, ElementsAre("topic 1", "topic 2"));
 }
+
+INSTANTIATE_FOR_THREADS(BusGateTest);
 
 }  // namespace

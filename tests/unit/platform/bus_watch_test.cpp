@@ -19,7 +19,7 @@ class BusWatchTest : public BusTest {
   std::vector<tarvex::BusRequest> seen_;
 };
 
-TEST_F(BusWatchTest, SeesAnAnswer) {
+TEST_P(BusWatchTest, SeesAnAnswer) {
   device_.Serve("queue", [](const std::string&) { return "answer"; });
   EXPECT_EQ(Request("queue", "text"), 1);
   EXPECT_EQ(reply_, "answer");
@@ -29,7 +29,7 @@ TEST_F(BusWatchTest, SeesAnAnswer) {
   EXPECT_EQ(seen_[0].reply, "answer");
 }
 
-TEST_F(BusWatchTest, TellsAQueueThatNobodyServesFromASilentOne) {
+TEST_P(BusWatchTest, TellsAQueueThatNobodyServesFromASilentOne) {
   device_.Serve("queue", [](const std::string&) { return Device::kSilence; });
   Request("NOBODY", "text");
   Request("queue", "text", 50);
@@ -39,7 +39,7 @@ TEST_F(BusWatchTest, TellsAQueueThatNobodyServesFromASilentOne) {
   EXPECT_GE(seen_[1].time, std::chrono::milliseconds(48));
 }
 
-TEST_F(BusWatchTest, SeesWhatWasAskedAndHowLongThatMightTake) {
+TEST_P(BusWatchTest, SeesWhatWasAskedAndHowLongThatMightTake) {
   std::string body;
   tarvex::SetBusWatch([&](const tarvex::BusRequest& request) {
     body = request.body;
@@ -52,7 +52,7 @@ TEST_F(BusWatchTest, SeesWhatWasAskedAndHowLongThatMightTake) {
   EXPECT_GT(seen_.at(0).time, std::chrono::microseconds(0));
 }
 
-TEST_F(BusWatchTest, SeesThatTheBusIsNotThere) {
+TEST_P(BusWatchTest, SeesThatTheBusIsNotThere) {
   server_.Kill();
   ASSERT_TRUE(WaitUntil([this] {
     Request("queue", "text", 20);
@@ -60,13 +60,13 @@ TEST_F(BusWatchTest, SeesThatTheBusIsNotThere) {
   }));
 }
 
-TEST_F(BusWatchTest, SeesNothingAfterItsEnd) {
+TEST_P(BusWatchTest, SeesNothingAfterItsEnd) {
   tarvex::SetBusWatch({});
   Request("NOBODY", "text");
   EXPECT_THAT(seen_, testing::IsEmpty());
 }
 
-TEST_F(BusWatchTest, MayEndItselfWhileItIsCalled) {
+TEST_P(BusWatchTest, MayEndItselfWhileItIsCalled) {
   int calls = 0;
   tarvex::SetBusWatch([&calls](const tarvex::BusRequest&) {
     ++calls;
@@ -76,5 +76,7 @@ TEST_F(BusWatchTest, MayEndItselfWhileItIsCalled) {
   Request("NOBODY", "text");
   EXPECT_EQ(calls, 1);
 }
+
+INSTANTIATE_FOR_THREADS(BusWatchTest);
 
 }  // namespace

@@ -40,7 +40,7 @@ class BusOutage : public BusTest {
   }
 };
 
-TEST_F(BusOutage, EndsARequestThatWaitsForItsAnswer) {
+TEST_P(BusOutage, EndsARequestThatWaitsForItsAnswer) {
   std::atomic<bool> is_waiting{false};
   device_.Serve("queue", [&](const std::string&) {
     is_waiting = true;
@@ -53,7 +53,7 @@ TEST_F(BusOutage, EndsARequestThatWaitsForItsAnswer) {
   EXPECT_EQ(reply_, "untouched");
 }
 
-TEST_F(BusOutage, EndsTheConnectionWithWhatIsLeftOfARequest) {
+TEST_P(BusOutage, EndsTheConnectionWithWhatIsLeftOfARequest) {
   std::atomic<bool> is_waiting{false};
   device_.Serve("silent", [&](const std::string&) {
     is_waiting = true;
@@ -70,7 +70,7 @@ TEST_F(BusOutage, EndsTheConnectionWithWhatIsLeftOfARequest) {
   EXPECT_NE(device_.last_requester(), before);
 }
 
-TEST_F(BusOutage, FailsNewRequestsAtOnce) {
+TEST_P(BusOutage, FailsNewRequestsAtOnce) {
   device_.Serve("queue", [](const std::string&) { return "answer"; });
   server_.Kill();
   // One that is made in the very moment of the loss waits for as long as it may.
@@ -80,7 +80,7 @@ TEST_F(BusOutage, FailsNewRequestsAtOnce) {
   }
 }
 
-TEST_F(BusOutage, EndsByItself) {
+TEST_P(BusOutage, EndsByItself) {
   device_.Serve("queue", [](const std::string&) { return "answer"; });
   client_->ListenMessage("topic", 0);
   Restart();
@@ -88,7 +88,7 @@ TEST_F(BusOutage, EndsByItself) {
   EXPECT_TRUE(IsAnsweredEventually("queue"));
 }
 
-TEST_F(BusOutage, EndsByItselfTimeAndAgain) {
+TEST_P(BusOutage, EndsByItselfTimeAndAgain) {
   client_->ListenMessage("topic", 0);
   for (int outage = 0; outage < 3; ++outage) {
     Restart();
@@ -97,7 +97,7 @@ TEST_F(BusOutage, EndsByItselfTimeAndAgain) {
   }
 }
 
-TEST_F(BusOutage, LetsTopicsBeAddedAndRemoved) {
+TEST_P(BusOutage, LetsTopicsBeAddedAndRemoved) {
   client_->ListenMessage("removed", 0);
   server_.Kill();
   EXPECT_TRUE(WaitUntil([this] { return !device_.IsConnected(); }));
@@ -113,7 +113,7 @@ TEST_F(BusOutage, LetsTopicsBeAddedAndRemoved) {
   EXPECT_THAT(listener_.heard, Not(Contains("removed again")));
 }
 
-TEST_F(BusOutage, SendsNoRequestOnceItIsOverThatWasMadeBefore) {
+TEST_P(BusOutage, SendsNoRequestOnceItIsOverThatWasMadeBefore) {
   std::atomic<int> served{0};
   device_.Serve("queue", [&](const std::string& request) {
     served += request == "during" ? 1 : 0;
@@ -136,7 +136,7 @@ TEST_F(BusOutage, SendsNoRequestOnceItIsOverThatWasMadeBefore) {
   EXPECT_EQ(served, 0);
 }
 
-TEST_F(BusOutage, MayLastFromTheBeginning) {
+TEST_P(BusOutage, MayLastFromTheBeginning) {
   server_.Kill();
   const auto early = NewClient();
   ASSERT_NE(early, nullptr);
@@ -147,14 +147,14 @@ TEST_F(BusOutage, MayLastFromTheBeginning) {
   EXPECT_EQ(listener_.last_client, early.get());
 }
 
-TEST_F(BusOutage, EndsNoClientLate) {
+TEST_P(BusOutage, EndsNoClientLate) {
   server_.Kill();
   const auto early = NewClient();
   early->ListenMessage("topic", 0);
   // Both clients end here without a server; the test ends when they have.
 }
 
-TEST_F(BusOutage, OfAFrozenServerEndsRequestsAfterTheirTimeout) {
+TEST_P(BusOutage, OfAFrozenServerEndsRequestsAfterTheirTimeout) {
   device_.Serve("queue", [](const std::string&) { return "answer"; });
   server_.Freeze();
   EXPECT_EQ(Request("queue", "text", 50), 0);
@@ -167,14 +167,14 @@ class FailedResubscription : public BusOutage {
  protected:
   FailedResubscription() {
     const auto connect = [this] {
-      auto link =
-          tarvex::NatsLink::Connect(tarvex::SocketAddress("127.0.0.1", server_.port()), "adapter");
+      auto link = tarvex::NatsLink::Connect(tarvex::SocketAddress("127.0.0.1", server_.port()),
+                                            "adapter", {}, sockets_);
       if (++connections_ == 2) {
         prefix_.emplace("TARVEX_SUBJECT_PREFIX", "not a prefix");
       }
       return link;
     };
-    client_ = boost::make_shared<tarvex::NatsDpClient>(events_, connect, connect());
+    client_ = boost::make_shared<tarvex::NatsDpClient>(service_, connect, connect());
     client_->SignalDpMessage.connect(&listener_, &Listener::OnDpMessage);
     client_->ListenMessage("topic", 0);
     device_.Serve("silent", [this](const std::string&) {
@@ -194,14 +194,17 @@ class FailedResubscription : public BusOutage {
   std::atomic<bool> is_waiting_{false};
 };
 
-TEST_F(FailedResubscription, IsToldToWhoListensAgain) {
+TEST_P(FailedResubscription, IsToldToWhoListensAgain) {
   EXPECT_NE(client_->ListenMessage("topic", 0), 0);
 }
 
-TEST_F(FailedResubscription, IsMadeGoodByListeningAgain) {
+TEST_P(FailedResubscription, IsMadeGoodByListeningAgain) {
   prefix_.reset();
   EXPECT_EQ(client_->ListenMessage("topic", 0), 0);
   EXPECT_TRUE(HearsEventually("topic"));
 }
+
+INSTANTIATE_FOR_THREADS(BusOutage);
+INSTANTIATE_FOR_THREADS(FailedResubscription);
 
 }  // namespace

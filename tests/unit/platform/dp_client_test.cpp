@@ -19,20 +19,20 @@ using testing::IsEmpty;
 using BusRequest = BusTest;
 using BusTopic = BusTest;
 
-TEST_F(BusRequest, IsAnsweredByTheServiceOfItsQueue) {
+TEST_P(BusRequest, IsAnsweredByTheServiceOfItsQueue) {
   device_.Serve("SS_BUS_REQUEST", [](const std::string& request) { return "got " + request; });
   EXPECT_EQ(Request("SS_BUS_REQUEST", "{\"type\":\"x\"}"), 1);
   EXPECT_EQ(reply_, "got {\"type\":\"x\"}");
 }
 
-TEST_F(BusRequest, CarriesAnyBytesBothWays) {
+TEST_P(BusRequest, CarriesAnyBytesBothWays) {
   const std::string bytes("\0\r\n\xFF\0 end", 9);
   device_.Serve("EVS_RS485_WRITE", [](const std::string& request) { return request + request; });
   EXPECT_EQ(Request("EVS_RS485_WRITE", bytes), 1);
   EXPECT_EQ(reply_, bytes + bytes);
 }
 
-TEST_F(BusRequest, MayBeEmptyAndSoMayItsAnswer) {
+TEST_P(BusRequest, MayBeEmptyAndSoMayItsAnswer) {
   std::string seen = "nothing yet";
   device_.Serve("queue", [&](const std::string& request) {
     seen = request;
@@ -43,17 +43,17 @@ TEST_F(BusRequest, MayBeEmptyAndSoMayItsAnswer) {
   EXPECT_EQ(reply_, "");
 }
 
-TEST_F(BusRequest, NeedsNoPlaceForItsAnswer) {
+TEST_P(BusRequest, NeedsNoPlaceForItsAnswer) {
   device_.Serve("queue", [](const std::string&) { return "answer"; });
   EXPECT_EQ(client_->SendRequest("queue", 0, "x", 1, nullptr, kLong_ms), 1);
 }
 
-TEST_F(BusRequest, FailsAtOnceWhereNobodyServesTheQueue) {
+TEST_P(BusRequest, FailsAtOnceWhereNobodyServesTheQueue) {
   EXPECT_EQ(Request("NOBODY", "text"), 0);  // would take ten minutes otherwise
   EXPECT_EQ(reply_, "untouched");
 }
 
-TEST_F(BusRequest, FailsAfterItsTimeoutWhereTheServiceIsSilent) {
+TEST_P(BusRequest, FailsAfterItsTimeoutWhereTheServiceIsSilent) {
   device_.Serve("queue", [](const std::string&) { return Device::kSilence; });
   const auto sent = std::chrono::steady_clock::now();
   EXPECT_EQ(Request("queue", "text", 50), 0);
@@ -62,25 +62,25 @@ TEST_F(BusRequest, FailsAfterItsTimeoutWhereTheServiceIsSilent) {
   EXPECT_EQ(reply_, "untouched");
 }
 
-TEST_F(BusRequest, FailsWithoutATimeToWait) {
+TEST_P(BusRequest, FailsWithoutATimeToWait) {
   device_.Serve("queue", [](const std::string&) { return "answer"; });
   EXPECT_EQ(Request("queue", "text", 0), 0);
   EXPECT_EQ(Request("queue", "text", -1), 0);
 }
 
-TEST_F(BusRequest, FailsWhereTheNameIsNoQueue) {
+TEST_P(BusRequest, FailsWhereTheNameIsNoQueue) {
   for (const char* name : {"", "a b", "*", ">", "a..b", "a\n"}) {
     EXPECT_EQ(Request(name, "text"), 0) << name;
   }
 }
 
-TEST_F(BusRequest, FailsWhereTheServerTakesNoMessageOfThatLength) {
+TEST_P(BusRequest, FailsWhereTheServerTakesNoMessageOfThatLength) {
   device_.Serve("queue", [](const std::string&) { return "answer"; });
   EXPECT_EQ(Request("queue", std::string(std::size_t{4} << 20U, 'x')), 0);
   EXPECT_EQ(Request("queue", "text"), 1);
 }
 
-TEST_F(BusRequest, IsNotConfusedByALateAnswerToTheOneBefore) {
+TEST_P(BusRequest, IsNotConfusedByALateAnswerToTheOneBefore) {
   std::atomic<bool> released{false};
   std::atomic<bool> answered{false};
   device_.Serve("late", [&](const std::string&) {
@@ -96,7 +96,7 @@ TEST_F(BusRequest, IsNotConfusedByALateAnswerToTheOneBefore) {
   EXPECT_EQ(reply_, "prompt");
 }
 
-TEST_F(BusTopic, ArrivesOnTheSignalWithItsName) {
+TEST_P(BusTopic, ArrivesOnTheSignalWithItsName) {
   EXPECT_EQ(client_->ListenMessage("SYS_SRV_IP_CHANGED", 0), 0);
   device_.Publish("SYS_SRV_IP_CHANGED", "{\"ip\":\"10.0.0.1\"}");
   EXPECT_TRUE(HearsInAll(1));
@@ -104,14 +104,14 @@ TEST_F(BusTopic, ArrivesOnTheSignalWithItsName) {
   EXPECT_EQ(listener_.last_client, client_.get());
 }
 
-TEST_F(BusTopic, WaitsForTheEventService) {
+TEST_P(BusTopic, WaitsForTheEventService) {
   client_->ListenMessage("topic", 0);
   device_.Publish("topic", "1");
   EXPECT_TRUE(HaveArrived(1));
   EXPECT_THAT(listener_.heard, IsEmpty());
 }
 
-TEST_F(BusTopic, CarriesAnyBytes) {
+TEST_P(BusTopic, CarriesAnyBytes) {
   const std::string record(552, '\0');
   client_->ListenMessage("BUS_SRV_IVS_RESULT", 0);
   device_.Publish("BUS_SRV_IVS_RESULT", record);
@@ -120,7 +120,7 @@ TEST_F(BusTopic, CarriesAnyBytes) {
   EXPECT_THAT(listener_.heard, ElementsAre("BUS_SRV_IVS_RESULT " + record, "BUS_SRV_IVS_RESULT "));
 }
 
-TEST_F(BusTopic, KeepsItsOrder) {
+TEST_P(BusTopic, KeepsItsOrder) {
   client_->ListenMessage("topic", 0);
   std::vector<std::string> expected;
   for (int number = 0; number < 200; ++number) {
@@ -131,7 +131,7 @@ TEST_F(BusTopic, KeepsItsOrder) {
   EXPECT_EQ(listener_.heard, expected);
 }
 
-TEST_F(BusTopic, ArrivesOnceWhenListenedToTwice) {
+TEST_P(BusTopic, ArrivesOnceWhenListenedToTwice) {
   EXPECT_EQ(client_->ListenMessage("topic", 0), 0);
   EXPECT_EQ(client_->ListenMessage("topic", 0), 0);
   device_.Publish("topic", "1");
@@ -140,7 +140,7 @@ TEST_F(BusTopic, ArrivesOnceWhenListenedToTwice) {
   EXPECT_THAT(listener_.heard, ElementsAre("topic 1", "topic 2"));
 }
 
-TEST_F(BusTopic, IsNotHeardUnlessListenedTo) {
+TEST_P(BusTopic, IsNotHeardUnlessListenedTo) {
   client_->ListenMessage("mine", 0);
   device_.Publish("other", "1");
   device_.Publish("mine", "2");
@@ -148,13 +148,13 @@ TEST_F(BusTopic, IsNotHeardUnlessListenedTo) {
   EXPECT_THAT(listener_.heard, ElementsAre("mine 2"));
 }
 
-TEST_F(BusTopic, IsRefusedWhereTheNameIsNone) {
+TEST_P(BusTopic, IsRefusedWhereTheNameIsNone) {
   for (const char* name : {"", "a b", "*", "a.>", "."}) {
     EXPECT_NE(client_->ListenMessage(name, 0), 0) << name;
   }
 }
 
-TEST_F(BusTopic, StaysSilentAfterItsRemovalEvenWithMessagesUnderWay) {
+TEST_P(BusTopic, StaysSilentAfterItsRemovalEvenWithMessagesUnderWay) {
   client_->ListenMessage("topic", 0);
   client_->ListenMessage("last", 0);
   device_.Publish("topic", "1");
@@ -166,7 +166,7 @@ TEST_F(BusTopic, StaysSilentAfterItsRemovalEvenWithMessagesUnderWay) {
   EXPECT_THAT(listener_.heard, ElementsAre("last 3"));
 }
 
-TEST_F(BusTopic, MayBeListenedToAgainAfterItsRemoval) {
+TEST_P(BusTopic, MayBeListenedToAgainAfterItsRemoval) {
   client_->ListenMessage("topic", 0);
   device_.Publish("topic", "before");
   EXPECT_TRUE(HaveArrived(1));
@@ -177,11 +177,11 @@ TEST_F(BusTopic, MayBeListenedToAgainAfterItsRemoval) {
   EXPECT_THAT(listener_.heard, ElementsAre("topic after"));
 }
 
-TEST_F(BusTopic, MayBeRemovedWithoutHavingBeenListenedTo) {
+TEST_P(BusTopic, MayBeRemovedWithoutHavingBeenListenedTo) {
   EXPECT_EQ(client_->RemoveListenMessage("topic"), 0);
 }
 
-TEST_F(BusTopic, ReachesNobodyAfterTheClientsEnd) {
+TEST_P(BusTopic, ReachesNobodyAfterTheClientsEnd) {
   client_->ListenMessage("topic", 0);
   device_.Publish("topic", "1");
   EXPECT_TRUE(HaveArrived(1));
@@ -191,7 +191,7 @@ TEST_F(BusTopic, ReachesNobodyAfterTheClientsEnd) {
   EXPECT_THAT(listener_.heard, IsEmpty());
 }
 
-TEST_F(BusTopic, LetsASlotEndTheClient) {
+TEST_P(BusTopic, LetsASlotEndTheClient) {
   client_->ListenMessage("topic", 0);
   listener_.then = [this] { client_.reset(); };
   device_.Publish("topic", "1");
@@ -218,7 +218,7 @@ class FloodedBusTopic : public BusTest {
   }};
 };
 
-TEST_F(FloodedBusTopic, SurvivesClientsThatEnd) {
+TEST_P(FloodedBusTopic, SurvivesClientsThatEnd) {
   for (int round = 0; round < 30; ++round) {
     const auto client = NewClient();
     client->ListenMessage("topic", 0);
@@ -227,7 +227,7 @@ TEST_F(FloodedBusTopic, SurvivesClientsThatEnd) {
   }
 }
 
-TEST_F(FloodedBusTopic, SurvivesItsRemovalTimeAndAgain) {
+TEST_P(FloodedBusTopic, SurvivesItsRemovalTimeAndAgain) {
   for (int round = 0; round < 100; ++round) {
     client_->ListenMessage("topic", 0);
     listener_.heard.clear();
@@ -236,7 +236,7 @@ TEST_F(FloodedBusTopic, SurvivesItsRemovalTimeAndAgain) {
   }
 }
 
-TEST_F(BusTopic, BelongsToOneRigWhereASubjectPrefixIsSet) {
+TEST_P(BusTopic, BelongsToOneRigWhereASubjectPrefixIsSet) {
   const ScopedEnvironment prefix("TARVEX_SUBJECT_PREFIX", "rig1");
   device_.Serve("queue", [](const std::string&) { return "answer of rig 1"; });
   client_->ListenMessage("topic", 0);
@@ -261,5 +261,9 @@ TEST(BusClient, IsNotMadeForAMalformedAddress) {
   EXPECT_EQ(tarvex::DpClient::CreateDpClient(events, tarvex::SocketAddress("", 0), "adapter"),
             nullptr);
 }
+
+INSTANTIATE_FOR_THREADS(BusRequest);
+INSTANTIATE_FOR_THREADS(BusTopic);
+INSTANTIATE_FOR_THREADS(FloodedBusTopic);
 
 }  // namespace

@@ -1,13 +1,30 @@
-// An event service that delivers when the test says so, on the test's thread.
+// Event services that deliver when the test says so, on the test's thread.
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <list>
 #include <mutex>
 #include <utility>
 
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+
+#include "platform/socket_service.h"
 #include "tarvex/event_service.h"
 
-class ManualEventService : public tarvex::EventService {
+/// What a test does with either.
+class ManualDelivery {
+ public:
+  virtual ~ManualDelivery() = default;
+
+  /// Delivers what waits.
+  virtual void Deliver() = 0;
+  virtual std::size_t waiting() = 0;
+};
+
+template <class Service>
+class ManualService : public Service, public ManualDelivery {
  public:
   void Post(tarvex::MessageHandler* handler, unsigned int id,
             boost::shared_ptr<tarvex::MessageData> data, bool) override {
@@ -26,8 +43,7 @@ class ManualEventService : public tarvex::EventService {
     });
   }
 
-  /// Delivers what waits.
-  void Deliver() {
+  void Deliver() override {
     for (;;) {
       std::list<tarvex::Message> next;
       {
@@ -41,7 +57,7 @@ class ManualEventService : public tarvex::EventService {
     }
   }
 
-  std::size_t waiting() {
+  std::size_t waiting() override {
     const std::lock_guard<std::mutex> lock(mutex_);
     return waiting_.size();
   }
@@ -49,4 +65,34 @@ class ManualEventService : public tarvex::EventService {
  private:
   std::mutex mutex_;
   std::list<tarvex::Message> waiting_;
+};
+
+using ManualEventService = ManualService<tarvex::EventService>;
+
+/// Reads and writes sockets as well, when it is asked what waits.
+class ManualSocketService : public ManualService<tarvex::SocketService> {
+ public:
+  boost::asio::io_context& context() override { return context_; }
+
+  bool WaitUntil(TimePoint deadline, const std::function<bool()>& is_over) override {
+    while (!is_over() && std::chrono::steady_clock::now() < deadline) {
+      context_.run_one_until(deadline);
+    }
+    return is_over();
+  }
+
+  void Deliver() override {
+    context_.poll();
+    ManualService::Deliver();
+  }
+
+  std::size_t waiting() override {
+    context_.poll();
+    return ManualService::waiting();
+  }
+
+ private:
+  boost::asio::io_context context_;
+  boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_{
+      context_.get_executor()};
 };

@@ -14,6 +14,7 @@
 #include <boost/asio/post.hpp>
 
 #include "mqtt/scripted_broker.h"
+#include "support/wait_until.h"
 
 namespace agent {
 namespace {
@@ -54,12 +55,12 @@ class TaskQueue {
     return true;
   }
 
- private:
   std::size_t Waiting() {
     const std::lock_guard<std::mutex> lock(mutex_);
     return tasks_.size();
   }
 
+ private:
   boost::asio::io_context context_;
   boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_{
       context_.get_executor()};
@@ -349,6 +350,12 @@ TEST_F(LinkTest, ToldOfARefusalOfItsOwnReportsNoAcknowledgement) {
   const Publication publication = link_->Publish(Message("t", "two"));
   session.SendPuback(session.ExpectPublish().message_id, 0);
   EXPECT_EQ(Heard(), "acknowledged " + std::to_string(publication.id) + " 0");
+}
+
+TEST_F(LinkTest, TakesRequestsWhileTheEventThreadIsBusy) {
+  BrokerSession session = Connected();
+  session.SendPublish("cameras/CAM1/request/get_sn", "text");
+  EXPECT_TRUE(WaitUntil([this] { return queue_.Waiting() == 1; }));
 }
 
 TEST_F(LinkTest, SaysGoodbyeWithItsLastMessage) {

@@ -103,6 +103,22 @@ TEST_F(Durable, ResultThatIsNotOnTheDiskIsNeitherStoredNorAnnounced) {
   EXPECT_EQ(watched->results.totals().results, 1);
 }
 
+TEST_F(Durable, MarkOfADeliveredResultWaitsForNoDisk) {
+  watched->recognition.CarPasses(Trigger::kVideo, "AB123CD");
+  noting.events.clear();
+  EXPECT_TRUE(watched->results.MarkDelivered(1));
+  EXPECT_EQ(noting.events, Lines{});
+  EXPECT_EQ(watched->results.SelectUndelivered(1, 10).size(), 0U);
+}
+
+TEST_F(Durable, ResultAfterAMarkIsOnTheDiskBeforeItIsAnnounced) {
+  watched->recognition.CarPasses(Trigger::kVideo, "AB123CD");
+  watched->results.MarkDelivered(1);
+  noting.events.clear();
+  watched->recognition.CarPasses(Trigger::kVideo, "AB124CD");
+  EXPECT_THAT(noting.events, testing::Contains("synced camera.db-wal"));
+}
+
 TEST_F(Durable, LostCarsAreCounted) {
   failing = "camera.db-wal";
   EXPECT_THROW(watched->recognition.CarPasses(Trigger::kVideo, "A"), std::runtime_error);
