@@ -265,6 +265,9 @@ int MqttConnection::Publish(const OutboundMessage& message, int* message_id) {
   return error;
 }
 
-void MqttConnection::Disconnect() { mosquitto_disconnect_v5(client_, 0, nullptr); }
+void MqttConnection::Disconnect() {
+  const auto lock = Hold();
+  mosquitto_disconnect_v5(client_, 0, nullptr);
+}
 
 }  // namespace agent

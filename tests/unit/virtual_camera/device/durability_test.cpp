@@ -116,7 +116,8 @@ TEST_F(Durable, ResultAfterAMarkIsOnTheDiskBeforeItIsAnnounced) {
   watched->results.MarkDelivered(1);
   noting.events.clear();
   watched->recognition.CarPasses(Trigger::kVideo, "AB124CD");
-  EXPECT_THAT(noting.events, testing::Contains("synced camera.db-wal"));
+  EXPECT_EQ(noting.events, (Lines{"synced unfinished", "synced unfinished", "synced pictures",
+                                  "synced camera.db-wal", "announced BUS_SRV_IVS_RESULT"}));
 }
 
 TEST_F(Durable, LostCarsAreCounted) {
