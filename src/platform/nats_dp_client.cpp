@@ -25,6 +25,15 @@ constexpr int kNotListening = -1;
 /// How long to wait for the server to confirm that it has noted a topic.
 constexpr std::int64_t kConfirmation_ms = 500;
 
+void Accept(BusInbox* inbox, const std::shared_ptr<const BusTopic>& topic, natsMsg* message) {
+  try {
+    inbox->Accept(topic, natsMsg_GetData(message),
+                  static_cast<std::size_t>(natsMsg_GetDataLength(message)));
+  } catch (const std::exception& error) {
+    SYS_LOG(kLogError, "message of %s lost: %s", topic->name.c_str(), error.what());
+  }
+}
+
 }  // namespace
 
 boost::shared_ptr<DpClient> DpClient::CreateDpClient(boost::shared_ptr<EventService> event_service,
@@ -139,15 +148,7 @@ NatsSubscription NatsDpClient::Subscribe(const std::shared_ptr<const BusTopic>& 
   natsStatus status = NATS_OK;
   auto subscription = link_->Subscribe(
       BusSubject(topic->name), "",
-      [inbox = inbox_, topic](natsMsg* message) {
-        try {
-          inbox->Accept(topic, natsMsg_GetData(message),
-                        static_cast<std::size_t>(natsMsg_GetDataLength(message)));
-        } catch (const std::exception& error) {
-          SYS_LOG(kLogError, "message of %s lost: %s", topic->name.c_str(), error.what());
-        }
-      },
-      &status);
+      [inbox = inbox_, topic](natsMsg* message) { Accept(inbox.get(), topic, message); }, &status);
   if (status != NATS_OK) {
     SYS_LOG(kLogError, "cannot listen to %s: %s", topic->name.c_str(), natsStatus_GetText(status));
   }

@@ -60,11 +60,7 @@ void BusServer::Subscribe(const std::string& name, bool is_queue, Handler handle
   auto subscription = link_->Subscribe(
       tarvex::BusSubject(name), is_queue ? name : "",
       [this, is_queue, shared = std::make_shared<Handler>(std::move(handler))](natsMsg* message) {
-        try {
-          Accept(message, is_queue, shared);
-        } catch (const std::exception& error) {
-          SYS_LOG(kLogError, "message of %s lost: %s", natsMsg_GetSubject(message), error.what());
-        }
+        Accept(message, is_queue, shared);
       },
       &status);
   if (status != NATS_OK) {
@@ -105,7 +101,8 @@ bool BusServer::Announce(const std::string& topic, const std::string& body) {
   return IsConnected() && link_->Publish(tarvex::BusSubject(topic), body) == NATS_OK;
 }
 
-void BusServer::Accept(natsMsg* message, bool is_queue, const std::shared_ptr<Handler>& handler) {
+void BusServer::Accept(natsMsg* message, bool is_queue,
+                       const std::shared_ptr<Handler>& handler) try {
   const char* reply_to = natsMsg_GetReply(message);
   if (reply_to == nullptr && is_queue) {
     return;  // nobody waits for an answer: not a request
@@ -131,6 +128,8 @@ void BusServer::Accept(natsMsg* message, bool is_queue, const std::shared_ptr<Ha
         --mailbox->waiting;
         (*handler)(request, reply);
       });
+} catch (const std::exception& error) {
+  SYS_LOG(kLogError, "message of %s lost: %s", natsMsg_GetSubject(message), error.what());
 }
 
 }  // namespace virtual_camera
