@@ -4,6 +4,9 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <json/writer.h>
+
+#include "support/any_json.h"
 
 namespace {
 
@@ -38,6 +41,33 @@ TEST(WrittenJson, MayBeAnyKindOfValue) {
   EXPECT_EQ(Written("text"), R"("text")");
   EXPECT_EQ(Written(Json::Value(Json::objectValue)), "{}");
   EXPECT_EQ(Written(std::numeric_limits<Json::UInt64>::max()), "18446744073709551615");
+}
+
+/// What jsoncpp's compact writer gives.
+std::string JsoncppText(const Json::Value& value) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["commentStyle"] = "None";
+  builder["emitUTF8"] = true;
+  return Json::writeString(builder, value);
+}
+
+TEST(WrittenJson, IsThatOfJsoncpp) {
+  AnyJson any(0x7F);
+  for (int i = AnyJson::Documents(3000); i > 0; --i) {
+    Json::Value document = any.Document(3);
+    document["list"].append(any.Document(1));
+    document["list"].append(any.Value());
+    ASSERT_EQ(Written(document), JsoncppText(document));
+  }
+}
+
+TEST(WrittenJson, IsJsonWhateverBytesATextHas) {
+  AnyJson any;
+  for (int i = 0; i < 3000; ++i) {
+    const std::string text = Written(any.Document(2));
+    ASSERT_TRUE(IsJson(text)) << text;
+  }
 }
 
 TEST(WrittenJson, EscapesLinesAndControlCharacters) {
