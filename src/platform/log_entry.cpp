@@ -1,8 +1,6 @@
 #include "platform/log_entry.h"
 
 #include <array>
-#include <cstdio>
-#include <cstring>
 #include <ctime>
 
 namespace tarvex {
@@ -14,18 +12,17 @@ const char* PriorityName(int priority) {
   return priority >= 0 && priority < 8 ? kNames[static_cast<std::size_t>(priority)] : "unknown";
 }
 
-std::string LocalTime(std::chrono::system_clock::time_point time) {
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-  const auto since_1970 = time.time_since_epoch();
-  const auto milliseconds =
-      std::chrono::duration_cast<std::chrono::milliseconds>(since_1970).count() % 1000;
-  std::tm fields{};
-  localtime_r(&seconds, &fields);
-  std::array<char, 32> day{};
-  (void)std::strftime(day.data(), day.size(), "%Y-%m-%d %H:%M:%S", &fields);
-  std::array<char, 40> text{};
-  (void)std::snprintf(text.data(), text.size(), "%s.%03d", day.data(),
-                      static_cast<int>(milliseconds));
+/// To the second. Kept until the next one: to make it costs more than the rest of an entry.
+const char* LocalSecond(std::time_t seconds) {
+  // Nothing that dies: static objects may log as they do.
+  thread_local std::time_t known = -1;
+  thread_local std::array<char, 32> text{};
+  if (seconds != known) {
+    std::tm fields{};
+    localtime_r(&seconds, &fields);
+    (void)std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &fields);
+    known = seconds;
+  }
   return text.data();
 }
 
@@ -33,7 +30,14 @@ std::string LocalTime(std::chrono::system_clock::time_point time) {
 
 std::string LogEntry(std::chrono::system_clock::time_point time, int priority, const char* source,
                      const char* function, int line, const std::string& text) {
-  std::string entry = LocalTime(time);
+  const auto since_1970 = time.time_since_epoch();
+  const auto milliseconds =
+      std::chrono::duration_cast<std::chrono::milliseconds>(since_1970).count() % 1000;
+  std::string entry;
+  entry.reserve(text.size() + 100);
+  entry.append(LocalSecond(std::chrono::system_clock::to_time_t(time)));
+  // Three digits.
+  entry.append(".").append(std::to_string(1000 + milliseconds), 1);
   entry.append(" ").append(PriorityName(priority));
   entry.append(" ").append(source == nullptr ? "-" : source);
   entry.append(" ").append(function == nullptr ? "-" : function);

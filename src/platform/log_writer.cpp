@@ -1,6 +1,7 @@
 #include "platform/log_writer.h"
 
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +13,16 @@
 #include "platform/log_entry.h"
 
 namespace tarvex {
+namespace {
+
+bool IsFile(int descriptor) {
+  struct stat about {};
+  return fstat(descriptor, &about) == 0 && S_ISREG(about.st_mode);
+}
+
+}  // namespace
+
+LogWriter::LogWriter(int descriptor) : descriptor_(descriptor), is_file_(IsFile(descriptor)) {}
 
 void LogWriter::Write(const std::string& entry) {
   const std::lock_guard<std::mutex> lock(mutex_);
@@ -50,6 +61,9 @@ bool LogWriter::WriteRest() {
 
 /// An end that is broken has room: writing tells.
 bool LogWriter::HasRoom() const {
+  if (is_file_) {
+    return true;
+  }
   pollfd writable{descriptor_, POLLOUT, 0};
   return poll(&writable, 1, 0) != 0;
 }

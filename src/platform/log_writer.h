@@ -13,7 +13,7 @@ namespace tarvex {
 class LogWriter {
  public:
   /// @param descriptor stays as it is: no flag of it is changed.
-  explicit LogWriter(int descriptor) : descriptor_(descriptor) {}
+  explicit LogWriter(int descriptor);
 
   /// @param entry ends with a newline.
   void Write(const std::string& entry);
@@ -23,6 +23,7 @@ class LogWriter {
   bool HasRoom() const;
 
   const int descriptor_;
+  const bool is_file_;       // which always has room
   std::mutex mutex_;         // guards what follows
   std::string rest_;         // of what was begun
   std::size_t dropped_ = 0;  // since an entry was written

@@ -230,6 +230,8 @@ void MqttConnection::OnConnack(int reason_code) {
     error_ = "the broker refuses: " + ReasonText(reason_code);
     return;
   }
+  // From here on the library would only tell of each packet, and format that each time.
+  mosquitto_log_callback_set(client_, nullptr);
   subscribe_deadline_ = Clock::now() + std::chrono::seconds(options_.subscribe_timeout_s);
   // No retained request is wanted: what it asks for may be long out of date.
   const int options =
