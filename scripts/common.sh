@@ -89,7 +89,7 @@ show_progress() {
 matching_tests() {
   ctest --test-dir "$1" --show-only | WANTED=$2 awk '
     function plain(text) { text = tolower(text); gsub(/[-_ ]/, "", text); return text }
-    match($0, /^ *Test +#[0-9]+: /) {
+    match($0, /^ *Test +#[0-9]+: /) && substr($0, RLENGTH + 1) !~ /^all\./ {
       number = substr($0, 1, RLENGTH)
       gsub(/[^0-9]/, "", number)
       if (plain(substr($0, RLENGTH + 1)) ~ plain(ENVIRON["WANTED"])) printf ",%s", number
@@ -100,7 +100,7 @@ matching_tests() {
 # fails the run.
 # usage: run_tests DIRECTORY [NAME | CTEST OPTIONS]
 run_tests() {
-  local directory=build/$1 options=() numbers temporary left at_once status=0
+  local directory=build/$1 options=() which=(--label-exclude single) numbers temporary left at_once status=0
   shift
   while [ $# -gt 0 ]; do
     case "$1" in
@@ -109,7 +109,7 @@ run_tests() {
       *)
         numbers=$(matching_tests "$directory" "$1") || fail "cannot look for tests named $1"
         [ -n "$numbers" ] || fail "no test is named like $1"
-        options+=(--tests-information "0,0,0$numbers")
+        which=(--tests-information "0,0,0$numbers")
         ;;
     esac
     shift
@@ -120,7 +120,7 @@ run_tests() {
   at_once=$(($(nproc) * 4))
   [[ $directory != build/?san ]] || at_once=$(nproc)
   TMPDIR=$temporary "${runner[@]}" ctest --test-dir "$directory" --parallel "$at_once" --output-on-failure \
-    --no-tests=error "${options[@]}" || status=$?
+    --no-tests=error "${which[@]}" "${options[@]}" || status=$?
   left=$(cd "$temporary" && find . -mindepth 1)
   rm -rf "$temporary"
   [ -z "$left" ] || fail "left in the temporary directory after the tests:"$'\n'"$left"
