@@ -11,9 +11,8 @@
 namespace virtual_camera {
 
 /// One connection, in WAL mode and synchronous at every commit: what was committed
-/// survives a kill and loss of power, but for what Unsynced() commits. Used on one thread. Every
-/// failure
-/// throws std::runtime_error with the file name and SQLite's reason.
+/// survives a kill and loss of power, but for what Unsynced() commits. Used on one thread.
+/// Every failure throws std::runtime_error with the file name and SQLite's reason.
 class Database {
  public:
   /// Opens the file, or creates it.
