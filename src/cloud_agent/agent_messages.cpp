@@ -47,6 +47,7 @@ bool WriteBody(const Json::Value& id, const Json::Value& payload, const std::str
   if (!Json::Json2String(payload, part)) {
     return false;
   }
+  text->reserve(text->size() + part.size() + version.size() + 64);
   text->append(R"("payload":)").append(part);
   text->append(R"(,"tag":)").append(std::to_string(tag));
   if (!Json::Json2String(version, part)) {

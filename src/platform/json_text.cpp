@@ -1,7 +1,9 @@
 #include "json_text.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
+#include <cstddef>
 #include <exception>
 #include <memory>
 #include <sstream>
@@ -13,6 +15,9 @@
 
 namespace Json {
 namespace {
+
+// A plate result has less.
+constexpr std::size_t kUsualLength = 1024;
 
 StreamWriterBuilder CompactWriter() {
   StreamWriterBuilder builder;
@@ -45,12 +50,23 @@ void AppendByJsoncpp(const Value& value, std::string& text) {
 template <class Number>
 void AppendNumber(Number number, std::string& text) {
   char digits[24];
-  text.append(digits, std::to_chars(digits, digits + sizeof(digits), number).ptr);
+  const char* const end = std::to_chars(digits, digits + sizeof(digits), number).ptr;
+  text.append(digits, static_cast<std::size_t>(end - digits));
+}
+
+/// Whether a byte of a text stands in JSON as it is.
+constexpr std::array<bool, 256> PlainBytes() {
+  std::array<bool, 256> plain{};
+  for (std::size_t byte = 0x20; byte < plain.size(); ++byte) {
+    plain[byte] = byte != '"' && byte != '\\';
+  }
+  return plain;
 }
 
 void AppendText(const char* begin, const char* end, std::string& text) {
+  static constexpr std::array<bool, 256> kPlain = PlainBytes();
   for (const char* c = begin; c != end; ++c) {
-    if (static_cast<unsigned char>(*c) < 0x20 || *c == '"' || *c == '\\') {
+    if (!kPlain[static_cast<unsigned char>(*c)]) {
       AppendByJsoncpp(Value(begin, end), text);
       return;
     }
@@ -138,6 +154,7 @@ void MakeUtf8(std::string& text) {
 bool Json2String(const Json::Value& value, std::string& text) {
   try {
     text.clear();
+    text.reserve(kUsualLength);
     Append(value, text);
     MakeUtf8(text);
     return true;
