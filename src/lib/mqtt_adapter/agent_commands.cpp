@@ -1,7 +1,5 @@
 // Requests to the camera's own agent services. Each service's queue is named like
 // its request.
-#include <optional>
-
 #include "json_access.h"
 #include "json_text.h"
 #include "log.h"
@@ -16,45 +14,36 @@ struct MQTTAdapter::AgentQuery {
   const char* name;     ///< of the request and of the publication
   const char* service;
   PublishTag tag;
-  /// What the service is to get as its "body", from the request's: null for none at all,
-  /// nothing where the request lacks a part of it.
-  std::optional<Json::Value> (*parameters)(const Json::Value& body);
+  /// Puts into the service's request what it is to get of the cloud's "body".
+  /// @return false where that lacks a part of it.
+  bool (*fill)(const Json::Value& body, Json::Value& request);
 };
 
 namespace {
 
-std::optional<Json::Value> NoParameters(const Json::Value& /*body*/) { return Json::Value(); }
+bool FillNothing(const Json::Value& /*body*/, Json::Value& /*request*/) { return true; }
 
-std::optional<Json::Value> StreamParameters(const Json::Value& body) {
+bool FillStream(const Json::Value& body, Json::Value& request) {
   const Json::Value& sn = Member(body, "sn");
   if (sn.isNull()) {
-    return std::nullopt;
+    return false;
   }
-  Json::Value parameters;
-  parameters["sn"] = sn.asString();
-  return parameters;
+  request["body"]["sn"] = sn.asString();
+  return true;
 }
 
-std::optional<Json::Value> TalkbackParameters(const Json::Value& body) {
-  const Json::Value& sn = Member(body, "sn");
+bool FillTalkback(const Json::Value& body, Json::Value& request) {
   const Json::Value& window_size = Member(body, "window_size");
-  if (sn.isNull() || window_size.isNull()) {
-    return std::nullopt;
+  if (window_size.isNull() || !FillStream(body, request)) {
+    return false;
   }
-  Json::Value parameters;
-  parameters["sn"] = sn.asString();
-  parameters["window_size"] = window_size.asInt();
-  return parameters;
+  request["body"]["window_size"] = window_size.asInt();
+  return true;
 }
 
-std::string AgentRequest(const char* type, const Json::Value& parameters) {
-  Json::Value request;
-  request["type"] = type;
-  if (!parameters.isNull()) {
-    request["body"] = parameters;
-  }
+std::string Text(const Json::Value& value) {
   std::string text;
-  Json::Json2String(request, text);
+  Json::Json2String(value, text);
   return text;
 }
 
@@ -76,11 +65,11 @@ bool MQTTAdapter::QueryAgentService(const AgentQuery& query, const Json::Value& 
   if (!IsRequest(payload, query.name, query.handler)) {
     return false;
   }
-  const std::optional<Json::Value> parameters = query.parameters(Member(payload, "body"));
-  if (!parameters) {
+  Json::Value& kept_request = KeptRequest(query.service);
+  if (!query.fill(Member(payload, "body"), kept_request)) {
     return false;
   }
-  const std::string request = AgentRequest(query.service, *parameters);
+  const std::string request = Text(kept_request);
   std::string reply;
   if (version != kVersion ||
       !SendToAgentService(query.handler, query.service, request, kAgentTimeout_ms, &reply)) {
@@ -91,9 +80,7 @@ bool MQTTAdapter::QueryAgentService(const AgentQuery& query, const Json::Value& 
   Json::Value result;
   result["body"] = TakeMember(answer, "body");
   result["state_code"] = kStateOk;
-  std::string text;
-  Json::Json2String(result, text);
-  ADAPTER_LOG_AS(query.handler, kLogInfo, "%s:%s\n", query.name, text.c_str());
+  ADAPTER_LOG_AS(query.handler, kLogInfo, "%s:%s\n", query.name, Text(result).c_str());
   Publish(query.name, result, query.tag);
   return true;
 }
@@ -101,21 +88,21 @@ bool MQTTAdapter::QueryAgentService(const AgentQuery& query, const Json::Value& 
 bool MQTTAdapter::DoCmdBindDeviceList(const Json::Value& payload, const std::string& version,
                                       Json::Value& /*response*/) {
   return QueryAgentService(
-      {__func__, "bind_device_list", "user_get_mate_info", kTagBindDeviceList, NoParameters},
+      {__func__, "bind_device_list", "user_get_mate_info", kTagBindDeviceList, FillNothing},
       payload, version);
 }
 
 bool MQTTAdapter::DoCmdAgentRtspUrl(const Json::Value& payload, const std::string& version,
                                     Json::Value& /*response*/) {
   return QueryAgentService(
-      {__func__, "agent_rtsp_url", "user_get_rtsp_info", kTagAgentRtspUrl, StreamParameters},
-      payload, version);
+      {__func__, "agent_rtsp_url", "user_get_rtsp_info", kTagAgentRtspUrl, FillStream}, payload,
+      version);
 }
 
 bool MQTTAdapter::DoCmdAgentTalkbackPort(const Json::Value& payload, const std::string& version,
                                          Json::Value& /*response*/) {
   return QueryAgentService({__func__, "agent_talkback_port", "user_request_talkback",
-                            kTagAgentTalkbackPort, TalkbackParameters},
+                            kTagAgentTalkbackPort, FillTalkback},
                            payload, version);
 }
 
@@ -129,7 +116,10 @@ bool MQTTAdapter::DoCmdAgentLanectrlResultCfg(const Json::Value& payload,
   if (!body.isArray()) {
     return false;
   }
-  const std::string request = AgentRequest("stay_event_enable", body);
+  Json::Value service_request;
+  service_request["type"] = "stay_event_enable";
+  service_request["body"] = body;
+  const std::string request = Text(service_request);
   std::string reply;
   if (version != kVersion ||
       !SendToAgentService(__func__, "stay_event_enable", request, kStayEventTimeout_ms, &reply)) {
