@@ -20,6 +20,7 @@ class CamerasOnOneBus : public testing::Test {
   };
 
   void Start(Running& camera, const std::string& prefix = "") {
+    camera.process.reset();  // ends the one before it, which has the data
     camera.process = std::make_unique<ChildProcess>(
         std::vector<std::string>{VIRTUAL_CAMERA, "--data", camera.data.path().string(),
                                  "--picture-width", "64", "--reboot-seconds", "60"},
