@@ -51,6 +51,18 @@ TEST(LogEntryText, NamesTimePrioritySourceFunctionAndLine) {
             "2026-01-30 23:59:59.045 error mqtt_adapter Initialize:12 text\n");
 }
 
+TEST(LogEntryText, FollowsTheClock) {
+  const ScopedEnvironment zone("TZ", "UTC");
+  tzset();
+  const auto time_at = [](int milliseconds) {
+    const std::chrono::system_clock::time_point time{std::chrono::milliseconds(milliseconds)};
+    return tarvex::LogEntry(time, 3, "s", "f", 1, "").substr(11, 12);
+  };
+  EXPECT_EQ(time_at(59000), "00:00:59.000");
+  EXPECT_EQ(time_at(59999), "00:00:59.999");
+  EXPECT_EQ(time_at(60000), "00:01:00.000");
+}
+
 TEST(LogEntryText, NamesEveryPriority) {
   const auto name = [](int priority) {
     return tarvex::LogEntry({}, priority, "s", "f", 1, "").substr(24);
