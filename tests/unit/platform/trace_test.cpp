@@ -3,6 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <string>
+
 #include "json_text.h"
 #include "platform/nats_handle.h"
 #include "platform/nats_link.h"
@@ -118,16 +123,15 @@ TEST_F(BusTraceSinkTest, NeverWaitsForABusThatDoesNotRead) {
     return std::chrono::steady_clock::now() - begin;
   };
   // More than the socket's buffers and the sink together hold.
-  const auto told = time_of([&] {
-    for (int i = 0; i < 200; ++i) {
-      sink(text);
-    }
-  });
+  auto longest = std::chrono::steady_clock::duration::zero();
+  for (int i = 0; i < 200; ++i) {
+    longest = std::max(longest, time_of([&] { sink(text); }));
+  }
   const auto published = time_of([&] {
     while (natsConnection_PublishString(listener_->get(), "s", text.c_str()) == NATS_OK) {
     }
   });
-  EXPECT_LT(told, published);
+  EXPECT_LT(longest, published);
   server_.Thaw();
 }
 
