@@ -3,10 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "json_text.h"
 #include "platform/nats_handle.h"
@@ -122,16 +123,18 @@ TEST_F(BusTraceSinkTest, NeverWaitsForABusThatDoesNotRead) {
     action();
     return std::chrono::steady_clock::now() - begin;
   };
-  // More than the socket's buffers and the sink together hold.
-  auto longest = std::chrono::steady_clock::duration::zero();
-  for (int i = 0; i < 200; ++i) {
-    longest = std::max(longest, time_of([&] { sink(text); }));
-  }
+  // More than the socket's buffers and the sink together hold. Not copied while the time runs.
+  std::vector<std::string> texts(200, text);
+  const auto told = time_of([&] {
+    for (std::string& next : texts) {
+      sink(std::move(next));
+    }
+  });
   const auto published = time_of([&] {
     while (natsConnection_PublishString(listener_->get(), "s", text.c_str()) == NATS_OK) {
     }
   });
-  EXPECT_LT(longest, published);
+  EXPECT_LT(told, published);
   server_.Thaw();
 }
 
