@@ -84,7 +84,7 @@ show_progress() {
 }
 
 # Numbers of the tests whose names match an extended regular expression, without regard
-# to case, '_' and '-', each after a comma.
+# to case, '_' and '-', each after a comma. Not those that run a whole program, "all.PROGRAM".
 # usage: matching_tests BUILD_DIRECTORY NAME
 matching_tests() {
   ctest --test-dir "$1" --show-only | WANTED=$2 awk '

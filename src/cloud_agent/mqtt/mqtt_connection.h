@@ -4,7 +4,6 @@
 // is ever retransmitted or acknowledged late.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <mutex>
