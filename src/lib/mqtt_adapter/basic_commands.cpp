@@ -176,7 +176,7 @@ bool MQTTAdapter::DoCmdGetIoOutStatus(const Json::Value& payload, const std::str
     return false;
   }
   // What counts is the reply, not the result of the send.
-  const std::optional<Json::Value> status =
+  const boost::optional<Json::Value> status =
       AskForJson(kQueueDevices, request_text, kIoOutStatusTimeout_ms);
   if (!status) {
     return false;

@@ -1,6 +1,6 @@
 // Where bus messages and posted messages go.
 #include <cstring>
-#include <iterator>
+#include <type_traits>
 
 #include "entry_guard.h"
 #include "json_access.h"
@@ -29,7 +29,7 @@ const MQTTAdapter::PostedRow MQTTAdapter::kPosted[] = {
 
 void MQTTAdapter::OnDpMessage(boost::shared_ptr<tarvex::DpClient> /*client*/,
                               boost::shared_ptr<tarvex::DpMessage> msg) try {
-  static_assert(std::size(kTopics) == 6, "every topic has its row");
+  static_assert(std::extent<decltype(kTopics)>::value == 6, "every topic has its row");
   if (!msg) {
     return;
   }
@@ -46,7 +46,8 @@ void MQTTAdapter::OnDpMessage(boost::shared_ptr<tarvex::DpClient> /*client*/,
 }
 
 void MQTTAdapter::OnMessage(tarvex::Message* msg) try {
-  static_assert(std::size(kPosted) == 4, "every message that is acted on has its row");
+  static_assert(std::extent<decltype(kPosted)>::value == 4,
+                "every message that is acted on has its row");
   if (msg == nullptr) {
     return;
   }

@@ -5,9 +5,8 @@
 // would keep pointers into this library, and the host's copies die with it.
 #pragma once
 
-#include <string_view>
-
 #include <json/value.h>
+#include <boost/utility/string_view.hpp>
 
 namespace qex {
 
@@ -31,11 +30,11 @@ inline Json::Value TakeMember(Json::Value& value, const char* key) {
 }
 
 /// Whether `value` is that very text.
-inline bool IsText(const Json::Value& value, std::string_view text) {
+inline bool IsText(const Json::Value& value, boost::string_view text) {
   const char* begin = nullptr;
   const char* end = nullptr;
   return value.isString() && value.getString(&begin, &end) &&
-         std::string_view(begin, static_cast<size_t>(end - begin)) == text;
+         boost::string_view(begin, static_cast<size_t>(end - begin)) == text;
 }
 
 /// Whether `value` is an object with that member, null or not.

@@ -9,13 +9,13 @@
 #include <list>
 #include <map>
 #include <memory>
-#include <optional>
 #include <set>
 #include <string>
-#include <string_view>
 
 #include <json/value.h>
+#include <boost/optional.hpp>
 #include <boost/shared_ptr.hpp>
+#include <boost/utility/string_view.hpp>
 
 #include "base_adapter.h"
 #include "cache/kvdb_client.h"
@@ -157,11 +157,11 @@ class MQTTAdapter : public BaseAdapter,
   using RequestHandler = bool (MQTTAdapter::*)(const Json::Value& payload,
                                                const std::string& version, Json::Value& response);
   struct RequestRow {
-    std::string_view name;
+    boost::string_view name;
     RequestHandler handler;
   };
   struct TopicRow {
-    std::string_view topic;
+    boost::string_view topic;
     void (MQTTAdapter::*handler)(const std::string& body);
   };
   struct PostedRow {
@@ -182,9 +182,9 @@ class MQTTAdapter : public BaseAdapter,
   /// object and has a "type", of any kind. @return that, or null
   static const Json::Value* TypeOf(const Json::Value& payload, const char* function);
   /// TypeOf, and whether it is the string `name`.
-  static bool IsRequest(const Json::Value& payload, std::string_view name, const char* function);
+  static bool IsRequest(const Json::Value& payload, boost::string_view name, const char* function);
   /// Whether the "type" of an object is the string `name`. Logs nothing.
-  static bool TypeIs(const Json::Value& payload, std::string_view name);
+  static bool TypeIs(const Json::Value& payload, boost::string_view name);
   /// A bus request whose members are always the same, kept from one use to the next. Not for lists
   /// of the cloud's: they would be kept as well. @param type a literal
   Json::Value& KeptRequest(const char* type);
@@ -192,10 +192,10 @@ class MQTTAdapter : public BaseAdapter,
   int SendBusRequest(const char* queue, const std::string& request, int timeout_ms,
                      std::string* reply);
   /// A service's reply as JSON; nothing where it is empty or not JSON.
-  static std::optional<Json::Value> ParsedReply(const std::string& reply);
+  static boost::optional<Json::Value> ParsedReply(const std::string& reply);
   /// Sends one bus request. @return its reply as JSON, whatever the send returned.
-  std::optional<Json::Value> AskForJson(const char* queue, const std::string& request,
-                                        int timeout_ms);
+  boost::optional<Json::Value> AskForJson(const char* queue, const std::string& request,
+                                          int timeout_ms);
   void Publish(const char* name, const Json::Value& payload, unsigned long long tag);
 
   // bus_events.cpp
@@ -259,7 +259,7 @@ class MQTTAdapter : public BaseAdapter,
   std::unique_ptr<StyledDocument> m_plate_payload_;
   std::map<const char*, Json::Value> m_kept_requests_;  ///< by the address of their type
   std::string m_network_settings_;                      ///< "net_rj45" as last read
-  std::optional<std::string> m_network_ip_;             ///< the address in it
+  boost::optional<std::string> m_network_ip_;           ///< the address in it
 };
 
 }  // namespace qex

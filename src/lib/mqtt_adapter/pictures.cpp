@@ -68,7 +68,7 @@ bool MQTTAdapter::DoCmdGetImageById(const Json::Value& payload, const std::strin
     return false;
   }
   // What counts is the reply, not the result of the send; the snapshot's counts.
-  const std::optional<Json::Value> reply = AskForJson(kQueueResults, text, kPictureTimeout_ms);
+  const boost::optional<Json::Value> reply = AskForJson(kQueueResults, text, kPictureTimeout_ms);
   if (!reply) {
     return false;
   }
@@ -101,7 +101,7 @@ bool MQTTAdapter::DoCmdSnapshot(const Json::Value& payload, const std::string& v
     ADAPTER_LOG(kLogError, "send dp failed:%s", text.c_str());
     return false;
   }
-  const std::optional<Json::Value> parsed = ParsedReply(reply);
+  const boost::optional<Json::Value> parsed = ParsedReply(reply);
   const Json::Value& path = parsed ? ImagePath(*parsed) : Json::Value::nullSingleton();
   if (path.isNull()) {
     return false;

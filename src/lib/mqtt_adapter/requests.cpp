@@ -1,7 +1,7 @@
 // The names that the adapter deals in, subscription, the dispatch of requests, and
 // what the request handlers share.
 #include <cstdio>
-#include <iterator>
+#include <type_traits>
 
 #include "entry_guard.h"
 #include "json_access.h"
@@ -41,7 +41,7 @@ constexpr PublishRow kPublishes[] = {
     {"get_ad_voice", nullptr, nullptr},
     {"get_lcd_bright", nullptr, nullptr},
 };
-static_assert(std::size(kPublishes) == 18, "every published name has its row");
+static_assert(std::extent<decltype(kPublishes)>::value == 18, "every published name has its row");
 
 const PublishRow* FindPublish(const std::string& name) {
   for (const PublishRow& row : kPublishes) {
@@ -83,10 +83,10 @@ const MQTTAdapter::RequestRow MQTTAdapter::kRequests[] = {
 
 void MQTTAdapter::GetMessageNames(std::set<std::string>& requests,
                                   std::set<std::string>& publishes) try {
-  static_assert(std::size(kRequests) == 23, "every request has its row");
+  static_assert(std::extent<decltype(kRequests)>::value == 23, "every request has its row");
   puts("\033[31m GetMessageNames \033[0m ");
   for (const RequestRow& row : kRequests) {
-    requests.emplace(row.name);
+    requests.insert(row.name.to_string());
   }
   for (const PublishRow& row : kPublishes) {
     publishes.insert(row.name);
@@ -152,21 +152,21 @@ const Json::Value* MQTTAdapter::TypeOf(const Json::Value& payload, const char* f
     ADAPTER_LOG_AS(function, kLogWarning, "invalid payload, not json object");
     return nullptr;
   }
-  static constexpr std::string_view kType = "type";
-  const Json::Value* type = payload.find(kType.data(), kType.data() + kType.size());
+  static constexpr char kType[] = "type";
+  const Json::Value* type = payload.find(kType, kType + sizeof(kType) - 1);
   if (type == nullptr) {
     ADAPTER_LOG_AS(function, kLogWarning, "payload parameter is incomplete and type is missing");
   }
   return type;
 }
 
-bool MQTTAdapter::IsRequest(const Json::Value& payload, std::string_view name,
+bool MQTTAdapter::IsRequest(const Json::Value& payload, boost::string_view name,
                             const char* function) {
   const Json::Value* type = TypeOf(payload, function);
   return type != nullptr && IsText(*type, name);
 }
 
-bool MQTTAdapter::TypeIs(const Json::Value& payload, std::string_view name) {
+bool MQTTAdapter::TypeIs(const Json::Value& payload, boost::string_view name) {
   return IsText(Member(payload, "type"), name);
 }
 
@@ -191,16 +191,16 @@ int MQTTAdapter::SendBusRequest(const char* queue, const std::string& request, i
   return m_dp_client_->SendRequest(queue, 0, request.data(), request.size(), reply, timeout_ms);
 }
 
-std::optional<Json::Value> MQTTAdapter::ParsedReply(const std::string& reply) {
+boost::optional<Json::Value> MQTTAdapter::ParsedReply(const std::string& reply) {
   Json::Value parsed;
   if (reply.empty() || !Json::String2Json(reply, parsed)) {
-    return std::nullopt;
+    return boost::none;
   }
   return parsed;
 }
 
-std::optional<Json::Value> MQTTAdapter::AskForJson(const char* queue, const std::string& request,
-                                                   int timeout_ms) {
+boost::optional<Json::Value> MQTTAdapter::AskForJson(const char* queue, const std::string& request,
+                                                     int timeout_ms) {
   std::string reply;
   SendBusRequest(queue, request, timeout_ms, &reply);
   return ParsedReply(reply);

@@ -1,7 +1,6 @@
 #include "styled_document.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace qex {
 namespace {
@@ -12,10 +11,23 @@ std::string Marker(size_t number) { return "@" + std::to_string(number) + "@"; }
 /// Whether a character stands in JSON as it is.
 bool IsPlain(char c) { return c >= 0x20 && c < 0x7F && c != '"' && c != '\\'; }
 
-template <class Number>
-void AppendNumber(Number number, std::string& text) {
-  char digits[24];
-  text.append(digits, std::to_chars(digits, digits + sizeof(digits), number).ptr);
+void AppendNumber(Json::LargestUInt number, std::string& text) {
+  char digits[20];  // of 2^64
+  char* const end = digits + sizeof(digits);
+  char* begin = end;
+  do {
+    *--begin = static_cast<char>('0' + number % 10);
+    number /= 10;
+  } while (number != 0);
+  text.append(begin, end);
+}
+
+void AppendNumber(Json::LargestInt number, std::string& text) {
+  const auto bits = static_cast<Json::LargestUInt>(number);
+  if (number < 0) {
+    text += '-';
+  }
+  AppendNumber(number < 0 ? 0 - bits : bits, text);
 }
 
 /// @return false where the value is of a kind that is not written here.

@@ -111,7 +111,7 @@ int MQTTAdapter::SelectWlInfo(const Json::Value& body, Json::Value& result) {
     if (Json::Json2String(request, text)) {
       SendBusRequest(kQueueWhiteList, text, kWhiteListSelectTimeout_ms, &reply);
     }
-    if (const std::optional<Json::Value> parsed = ParsedReply(reply)) {
+    if (const boost::optional<Json::Value> parsed = ParsedReply(reply)) {
       ADAPTER_LOG(kLogInfo, "Select:%s", reply.c_str());
       // "state_code" stays as it is: deliberate.
       result["dldb_rec"] = Member(Member(*parsed, "body"), "white_list_rec");
@@ -167,7 +167,8 @@ int MQTTAdapter::SendWLCheckStatus() {
   if (!Json::Json2String(KeptRequest("get_wl_check_status"), text)) {
     return 0;
   }
-  const std::optional<Json::Value> status = AskForJson(kQueueWhiteList, text, kWhiteListTimeout_ms);
+  const boost::optional<Json::Value> status =
+      AskForJson(kQueueWhiteList, text, kWhiteListTimeout_ms);
   if (!status) {
     return 0;
   }
