@@ -1,7 +1,8 @@
-# Compiler warnings for the project's own code; they are errors.
-add_library(project_warnings INTERFACE)
+# Compiler warnings for the project's own code. They are errors, but not to another project, whose
+# compiler may have more of them.
+add_library(mqttadapter_project_warnings INTERFACE)
 target_compile_options(
-  project_warnings
+  mqttadapter_project_warnings
   INTERFACE -Wall
             -Wextra
             -Wpedantic
@@ -13,4 +14,4 @@ target_compile_options(
             -Wnon-virtual-dtor
             -Wcast-qual
             -Wformat=2
-            -Werror)
+            $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>)

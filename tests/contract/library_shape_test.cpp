@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -12,13 +13,15 @@
 #include <string>
 #include <vector>
 
+#include "adapter_test.h"
+
 namespace {
 
 using Names = std::set<std::string>;
 
 /// The lines that a tool prints about the library.
 std::vector<std::string> LinesOf(const std::string& tool) {
-  const std::string command = tool + " '" + MQTTADAPTER_LIBRARY + "'";
+  const std::string command = tool + " '" + LibraryFile() + "'";
   const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
   std::vector<std::string> lines;
   char line[4096];
@@ -29,14 +32,22 @@ std::vector<std::string> LinesOf(const std::string& tool) {
   return lines;
 }
 
+/// The lines of the dynamic section's entries of one kind.
+std::vector<std::string> DynamicLines(const std::string& kind) {
+  std::vector<std::string> lines = LinesOf(READELF_TOOL " --dynamic --wide");
+  const auto is_other = [&kind](const std::string& line) {
+    return line.find("(" + kind + ")") == std::string::npos;
+  };
+  lines.erase(std::remove_if(lines.begin(), lines.end(), is_other), lines.end());
+  return lines;
+}
+
 /// The values in brackets of the dynamic section's entries of one kind.
 Names Dynamic(const std::string& kind) {
   Names values;
-  for (const std::string& line : LinesOf(READELF_TOOL " --dynamic --wide")) {
+  for (const std::string& line : DynamicLines(kind)) {
     const size_t from = line.find('[');
-    if (line.find("(" + kind + ")") != std::string::npos && from != std::string::npos) {
-      values.insert(line.substr(from + 1, line.find(']') - from - 1));
-    }
+    values.insert(line.substr(from + 1, line.find(']') - from - 1));
   }
   return values;
 }
@@ -83,8 +94,10 @@ TEST(LibraryShape, ExportsTwoFunctionsAndNothingElse) {
 }
 
 TEST(LibraryShape, NeedsJsoncppAndTheRuntimeOnly) {
-  const Names allowed = {"libjsoncpp.so", "libstdc++.so", "libgcc_s.so",
-                         "libc.so",       "libm.so",      "ld-linux-x86-64.so"};
+  // A hardened build takes the stack protector's guard from the loader.
+  const Names allowed = {
+      "libjsoncpp.so",      "libstdc++.so",      "libgcc_s.so",         "libc.so",    "libm.so",
+      "ld-linux-x86-64.so", "ld-linux-armhf.so", "ld-linux-aarch64.so", "ld-linux.so"};
   Names needed;
   for (const std::string& library : Dynamic("NEEDED")) {
     needed.insert(Plain(library));
@@ -96,6 +109,12 @@ TEST(LibraryShape, NeedsJsoncppAndTheRuntimeOnly) {
 TEST(LibraryShape, NamesNoPlaceToSearchForLibraries) {
   EXPECT_EQ(Dynamic("RUNPATH"), Names{});
   EXPECT_EQ(Dynamic("RPATH"), Names{});
+}
+
+TEST(LibraryShape, IsRefusedAsItIsLoadedWhereAPlatformSymbolIsMissing) {
+  const std::vector<std::string> flags = DynamicLines("FLAGS_1");
+  ASSERT_EQ(flags.size(), 1U);
+  EXPECT_NE(flags[0].find(" NOW"), std::string::npos) << flags[0];
 }
 
 TEST(LibraryShape, LeavesThePlatformsSymbolsAndNoOthersToTheProcess) {

@@ -174,7 +174,7 @@ TEST_F(Lifecycle, ADisconnectionEndsListeningToTheNameWhateverBecomesOfTheAddres
 }
 
 TEST_F(Lifecycle, DestroyingNothingHasNoEffect) {
-  void* library = dlopen(MQTTADAPTER_LIBRARY, RTLD_NOW);
+  void* library = dlopen(LibraryFile(), RTLD_NOW);
   ASSERT_NE(library, nullptr) << dlerror();
   reinterpret_cast<decltype(&destory_adapter)>(dlsym(library, "destory_adapter"))(nullptr);
   dlclose(library);

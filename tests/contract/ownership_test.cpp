@@ -60,7 +60,7 @@ class Ownership : public AdapterTest {
     CloudSends("set_ad_voice", R"({"body":{"media_voice_time_ctrl":1}})");
   }
   static bool IsLoaded() {
-    void* library = dlopen(MQTTADAPTER_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
+    void* library = dlopen(LibraryFile(), RTLD_NOW | RTLD_NOLOAD);
     if (library != nullptr) {
       dlclose(library);
     }

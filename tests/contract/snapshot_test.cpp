@@ -78,7 +78,7 @@ TEST_F(Snapshot, KeepsCountingWhileTheLibraryIsLoaded) {
   Take();
   BusHeard();
   Published();
-  void* kept = dlopen(MQTTADAPTER_LIBRARY, RTLD_NOW);
+  void* kept = dlopen(LibraryFile(), RTLD_NOW);
   Destroy();
   Start();
   dlclose(kept);

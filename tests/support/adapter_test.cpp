@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
@@ -56,6 +57,11 @@ void ForEachText(const Json::Value& value, const std::function<void(const char*)
 
 }  // namespace
 
+const char* LibraryFile() {
+  const char* named = getenv("MQTTADAPTER_LIBRARY");
+  return named != nullptr ? named : MQTTADAPTER_LIBRARY;
+}
+
 Json::Value Parsed(const std::string& text) {
   Json::Value value;
   if (!Json::String2Json(text, value)) {
@@ -87,7 +93,7 @@ void AdapterTest::TearDown() {
 }
 
 void AdapterTest::Create() {
-  library_ = dlopen(MQTTADAPTER_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+  library_ = dlopen(LibraryFile(), RTLD_NOW | RTLD_LOCAL);
   if (library_ == nullptr) {
     throw std::runtime_error(dlerror());
   }

@@ -48,6 +48,10 @@ class RecordBytes {
   std::string bytes_;
 };
 
+/// The file under test: this build's, or the one that the environment names as MQTTADAPTER_LIBRARY,
+/// which another compiler may have made.
+const char* LibraryFile();
+
 Json::Value Parsed(const std::string& text);
 std::string Compact(const Json::Value& value);
 
