@@ -2,26 +2,28 @@
 # shellcheck shell=bash
 
 # The packages of some lists that are not there. The second word of a line is a command: where
-# there is one already, the package is not needed.
+# there is one already, the package is not needed. A package is this machine's, or NAME:ARCHITECTURE.
 # usage: missing_packages FILE...
 missing_packages() {
-  local installed name command
-  # A package of several architectures has several lines.
-  installed=$(dpkg-query -W -f='${Package} ${db:Status-Status}\n')
+  local installed name command own
+  own=$(dpkg --print-architecture)
+  installed=$(dpkg-query -W -f='${Package}:${Architecture} ${db:Status-Status}\n')
   while read -r name command; do
     if [ -z "$command" ] || ! command -v "$command" >/dev/null; then
-      grep -qx "$name installed" <<<"$installed" || echo "$name"
+      grep -qxF -e "$name installed" -e "$name:$own installed" -e "$name:all installed" <<<"$installed" ||
+        echo "$name"
     fi
   done < <(sed -e 's/#.*//' -e '/^ *$/d' "$@")
 }
 
 # An index that cannot be fetched is no failure where the packages can be installed without.
-# usage: need_packages run|test|lint|bench   each needs what running and the tests need
+# usage: need_packages run|test|lint|bench|arm   all but arm need what running and the tests need
 need_packages() {
-  local lists=(scripts/packages.txt) missing as_root=() update=""
+  local lists=(scripts/packages.txt) missing as_root=() update="" architecture
   case "$1" in
     test) lists+=(scripts/packages-test.txt) ;;
     bench) lists+=(scripts/packages-test.txt scripts/packages-bench.txt) ;;
+    arm) lists=(scripts/packages-arm.txt) ;;
     lint) lists+=(scripts/packages-test.txt scripts/packages-lint.txt) ;;
   esac
   mapfile -t missing < <(missing_packages "${lists[@]}")
@@ -33,6 +35,9 @@ need_packages() {
   fi
   say "installing ${missing[*]}"
   mkdir -p build
+  for architecture in $(printf '%s\n' "${missing[@]}" | sed -n 's/.*://p' | sort -u); do
+    "${as_root[@]}" dpkg --add-architecture "$architecture"
+  done
   "${as_root[@]}" apt-get update >build/apt-update.log 2>&1 ||
     update="; apt-get update failed too: $(tail -n 1 build/apt-update.log)"
   "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
