@@ -69,6 +69,22 @@ class Packages(ScriptTest):
         for name in ("nats-server", "libgtest-dev", "clang-tidy"):
             self.assertIn(name, self.installed())
 
+    def test_of_arm_are_those_and_no_others(self):
+        self.apt_get(update="true", install="true")
+        self.tool("dpkg", "echo amd64")
+        self.bash("need_packages arm")
+        self.assertIn("qemu-user", self.installed())
+        self.assertNotIn("nats-server", self.installed())
+
+    def test_of_another_architecture_are_not_this_machines_own(self):
+        self.apt_get(update="true", install="true")
+        self.tool("dpkg", 'echo amd64; echo "$@" >>dpkg_got')
+        self.tool("dpkg-query", "echo libjsoncpp-dev:amd64 installed; echo googletest:all installed")
+        self.bash("need_packages arm")
+        self.assertIn("libjsoncpp-dev:armhf", self.installed())
+        self.assertNotIn("googletest", self.installed())
+        self.assertIn("--add-architecture armhf", (self.folder / "dpkg_got").read_text())
+
 
 class Building(ScriptTest):
     def ninja(self, script):
