@@ -17,6 +17,9 @@ namespace {
 
 using std::chrono::steady_clock;
 
+/// Messages that are delivered before the sockets are looked at again. One leads to the next.
+constexpr int kMostInARow = 8;
+
 bool IsUsableScale(double scale) { return std::isfinite(scale) && scale > 0; }
 
 /// A task waits in line as a message to a handler that runs it.
@@ -49,8 +52,11 @@ void AsioEventService::Post(MessageHandler* handler, unsigned int id,
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     pending_.Add(Message{handler, id, std::move(data)}, time_sensitive);
+    if (thread_ == std::this_thread::get_id()) {
+      return;  // Run() looks for messages after whatever it runs
+    }
   }
-  ScheduleDelivery(1);
+  WakeThread();
 }
 
 void AsioEventService::PostDelayed(int delay_ms, MessageHandler* handler, unsigned int id,
@@ -90,24 +96,26 @@ void AsioEventService::PostTaskAfter(std::chrono::milliseconds delay, std::funct
 }
 
 void AsioEventService::Run() {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    thread_ = std::this_thread::get_id();
+  }
   while (!is_stopped_) {
-    Guarded([this] { context_.run_one(); });
+    Guarded([this] { HasMessage() ? context_.poll_one() : context_.run_one(); });
+    for (int i = 0; i < kMostInARow && !is_stopped_ && HasMessage(); ++i) {
+      Guarded([this] { DeliverNext(); });
+    }
   }
 }
 
 void AsioEventService::Stop() {
   is_stopped_ = true;
-  boost::asio::post(context_, [] {});  // wakes the thread
+  WakeThread();
 }
 
 bool AsioEventService::WaitUntil(TimePoint deadline, const std::function<bool()>& is_over) {
-  const bool was_waiting = std::exchange(is_waiting_, true);
   while (!is_over() && steady_clock::now() < deadline) {
     Guarded([&] { context_.run_one_until(deadline); });
-  }
-  is_waiting_ = was_waiting;
-  if (!is_waiting_) {
-    ScheduleDelivery(std::exchange(put_off_, 0));
   }
   return is_over();
 }
@@ -131,18 +139,17 @@ std::chrono::nanoseconds AsioEventService::Scaled(int delay_ms) const {
       std::min(Milliseconds(delay_ms / clock_scale_), kNever));
 }
 
-/// One delivery per message: one whose message was cleared finds nothing to do.
-void AsioEventService::ScheduleDelivery(std::size_t count) {
-  for (; count > 0; --count) {
-    boost::asio::post(context_, [this] { DeliverNext(); });
-  }
+/// Has Run() go round once more, from wherever it waits.
+void AsioEventService::WakeThread() {
+  boost::asio::post(context_, [] {});
+}
+
+bool AsioEventService::HasMessage() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return pending_.HasNext();
 }
 
 void AsioEventService::DeliverNext() {
-  if (is_waiting_) {
-    ++put_off_;
-    return;
-  }
   std::optional<Message> message;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -169,14 +176,10 @@ void AsioEventService::ArmTimer() {
 }
 
 void AsioEventService::OnTimer() {
-  std::size_t count = 0;
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    armed_for_.reset();
-    count = pending_.TakeDue(steady_clock::now());
-    ArmTimer();
-  }
-  ScheduleDelivery(count);
+  const std::lock_guard<std::mutex> lock(mutex_);
+  armed_for_.reset();
+  pending_.TakeDue(steady_clock::now());
+  ArmTimer();
 }
 
 double ClockScaleFromEnvironment() {

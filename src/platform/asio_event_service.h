@@ -3,11 +3,11 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstddef>
 #include <functional>
 #include <list>
 #include <mutex>
 #include <optional>
+#include <thread>
 
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
@@ -58,7 +58,8 @@ class AsioEventService : public SocketService {
 
  private:
   std::chrono::nanoseconds Scaled(int delay_ms) const;
-  void ScheduleDelivery(std::size_t count);
+  void WakeThread();
+  bool HasMessage();
   void DeliverNext();
   template <class Step>
   void Guarded(Step step);
@@ -67,9 +68,8 @@ class AsioEventService : public SocketService {
 
   const double clock_scale_;
   std::atomic<bool> is_stopped_{false};
-  bool is_waiting_ = false;  // event thread only, as the next: within WaitUntil()
-  std::size_t put_off_ = 0;  // deliveries that came up meanwhile
-  std::mutex mutex_;         // guards the pending messages and the timer
+  std::mutex mutex_;        // guards the three that follow, and the timer
+  std::thread::id thread_;  // in Run(); none before
   PendingMessages pending_;
   std::optional<PendingMessages::TimePoint> armed_for_;
   boost::asio::io_context context_;

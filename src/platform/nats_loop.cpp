@@ -67,7 +67,7 @@ natsStatus NatsLoop::OnRead(void* self, bool add) {
 natsStatus NatsLoop::OnWrite(void* self, bool add) {
   const std::shared_ptr<NatsLoop>& loop = Loop(self);
   loop->wants_to_write_ = add;
-  if (add) {
+  if (add && !loop->writes_anyway_) {
     try {
       boost::asio::post(loop->service_.context(), [loop] { loop->Write(); });
     } catch (const std::exception&) {
@@ -225,7 +225,9 @@ natsStatus NatsLoop::Request(const char* subject, const char* data, int length,
   std::string reply;
   natsStatus status = NextInbox(&reply);
   if (status == NATS_OK) {
+    writes_anyway_ = true;
     status = natsConnection_PublishRequest(connection_, subject, reply.c_str(), data, length);
+    writes_anyway_ = false;
   }
   return AwaitAnswer(status, reply, timeout_ms, take);
 }
@@ -242,13 +244,13 @@ natsStatus NatsLoop::Flush(std::int64_t timeout_ms) {
 
 natsStatus NatsLoop::AwaitAnswer(natsStatus sent, const std::string& subject,
                                  std::int64_t timeout_ms, const Taker& take) {
+  const unsigned losses = losses_;
+  Write();
   if (sent != NATS_OK) {
     return sent;
   }
-  const unsigned losses = losses_;
   awaited_ = subject;
   is_unserved_ = false;
-  Write();
   service_.WaitUntil(std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms),
                      [&] { return answer_ != nullptr || is_unserved_ || losses_ != losses; });
   awaited_.clear();

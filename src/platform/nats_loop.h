@@ -79,6 +79,7 @@ class NatsLoop : public std::enable_shared_from_this<NatsLoop> {
   std::atomic<bool> is_attached_{false};  // the library's socket is to be read and written here
   std::atomic<unsigned> losses_{0};       // of connections
   std::atomic<bool> wants_to_write_{false};
+  std::atomic<bool> writes_anyway_{false};  // soon: no need to be told to
   std::mutex mutex_;                      // guards the next
   std::shared_ptr<Socket> fresh_;         // attached, not watched yet
   natsConnection* connection_ = nullptr;  // the link's

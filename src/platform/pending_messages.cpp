@@ -38,14 +38,14 @@ std::optional<PendingMessages::TimePoint> PendingMessages::NextDue() const {
   return delayed_.begin()->first;
 }
 
-std::size_t PendingMessages::TakeDue(TimePoint now) {
-  std::size_t count = 0;
-  for (; !delayed_.empty() && delayed_.begin()->first <= now; ++count) {
+void PendingMessages::TakeDue(TimePoint now) {
+  while (!delayed_.empty() && delayed_.begin()->first <= now) {
     ordinary_.push_back(std::move(delayed_.begin()->second));
     delayed_.erase(delayed_.begin());
   }
-  return count;
 }
+
+bool PendingMessages::HasNext() const { return !urgent_.empty() || !ordinary_.empty(); }
 
 std::optional<Message> PendingMessages::TakeNext() {
   std::list<Message>& line = urgent_.empty() ? ordinary_ : urgent_;

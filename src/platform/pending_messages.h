@@ -2,7 +2,6 @@
 #pragma once
 
 #include <chrono>
-#include <cstddef>
 #include <list>
 #include <map>
 #include <optional>
@@ -27,8 +26,10 @@ class PendingMessages {
   std::optional<TimePoint> NextDue() const;
 
   /// Puts what is due at `now` in line, by due time.
-  /// @return how many messages that were.
-  std::size_t TakeDue(TimePoint now);
+  void TakeDue(TimePoint now);
+
+  /// Whether a message is in line.
+  bool HasNext() const;
 
   /// Takes the message at the head of the line; empty without one.
   std::optional<Message> TakeNext();
