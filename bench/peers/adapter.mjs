@@ -96,7 +96,6 @@ class Pictures {
   // The URL of a copy; empty without one.
   async store(source, name) {
     if (source.length === 0) {
-      process.stderr.write(`no picture for ${name}\n`);
       return "";
     }
     const { name: stem, ext } = path.parse(name);

@@ -188,7 +188,6 @@ class Pictures:
     def store(self, source, name):
         """The URL of a copy; empty without one."""
         if not source:
-            print(f"no picture for {name}", file=sys.stderr)
             return ""
         stem, extension = os.path.splitext(name)
         name = f"{stem}_{secrets.token_hex(4)}{extension}"

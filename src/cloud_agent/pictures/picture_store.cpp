@@ -143,7 +143,7 @@ PictureStore::Picture PictureStore::Store(const std::string& source,
     return {};
   }
   if (source.empty()) {
-    SYS_LOG(kLogWarning, "no picture for %s", name.c_str());
+    SYS_LOG(kLogDebug, "no picture for %s", name.c_str());  // not every record has one
     return {};
   }
   const std::string unique_name = UniqueName(name);
