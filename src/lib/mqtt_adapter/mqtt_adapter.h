@@ -67,12 +67,12 @@ class MQTTAdapter : public BaseAdapter,
 
   // --- plate_json.cpp: one recognition result as JSON. The callers hold
   // m_result_mutex_; every TH_PlateResult is the head of a whole record. ---
-  int PackPlateLicenseInfo(const IVS_RESULT_PARAM* record, Json::Value& result, int isoffline);
-  int PackPlateTimestapInfo(const TH_PlateResult* plate, Json::Value& plate_result);
-  int PackPlateDetailInfo(const TH_PlateResult* plate, Json::Value& plate_result);
-  int PackPlateLocationInfo(const TH_PlateResult* plate, Json::Value& plate_result);
-  int PackPlateExtInfo(const TH_PlateResult* plate, Json::Value& plate_result);
-  int PackPlateImgInfo(const IVS_RESULT_PARAM* record, Json::Value& plate_result);
+  int PackPlateLicenseInfo(const IVS_RESULT_PARAM* record, const Members& result, int isoffline);
+  int PackPlateTimestapInfo(const TH_PlateResult* plate, const Members& plate_result);
+  int PackPlateDetailInfo(const TH_PlateResult* plate, const Members& plate_result);
+  int PackPlateLocationInfo(const TH_PlateResult* plate, const Members& plate_result);
+  int PackPlateExtInfo(const TH_PlateResult* plate, const Members& plate_result);
+  int PackPlateImgInfo(const IVS_RESULT_PARAM* record, const Members& plate_result);
   std::string GetPlateInfoJson(const IVS_RESULT_PARAM* record);
 
   // --- plate_events.cpp: recognition results published, the last one on request ---
@@ -213,7 +213,7 @@ class MQTTAdapter : public BaseAdapter,
 
   // plate_json.cpp: the whole payload. Takes a copy of the record: the host's image
   // function may lead back to here and have the caller's confirmed and freed.
-  void PackPlateResult(IVS_RESULT_PARAM record, int isoffline, Json::Value& body);
+  void PackPlateResult(IVS_RESULT_PARAM record, int isoffline, const Members& body);
 
   // plate_events.cpp: the kept payload, or a new one
   std::unique_ptr<StyledDocument> TakePlatePayload();

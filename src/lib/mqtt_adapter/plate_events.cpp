@@ -39,7 +39,7 @@ void MQTTAdapter::OnIvsResultEvent(const IVS_RESULT_PARAM* record, int isoffline
   }
   ScopedLock lock(&m_result_mutex_);
   std::unique_ptr<StyledDocument> payload = TakePlatePayload();
-  PackPlateResult(*record, isoffline, payload->body);
+  PackPlateResult(*record, isoffline, payload->Fill());
   // The format asks for a second text; there is none.
   ADAPTER_LOG(kLogDebug, "ivs_result:%s :%s", payload->Text().c_str(), "");
   Publish("ivs_result", payload->body, isoffline != 0 ? kTagOfflineResult : kTagIvsResult);
@@ -52,7 +52,7 @@ void MQTTAdapter::SendIvsResultEvent(const IVS_RESULT_PARAM* record) {
   }
   ScopedLock lock(&m_result_mutex_);
   std::unique_ptr<StyledDocument> payload = TakePlatePayload();
-  PackPlateResult(*record, 0, payload->body);
+  PackPlateResult(*record, 0, payload->Fill());
   Publish("get_last_result", payload->body, kTagGetLastResult);
   m_plate_payload_ = std::move(payload);
 }

@@ -6,6 +6,7 @@
 #include "log.h"
 #include "mqtt_adapter.h"
 #include "protocol.h"
+#include "styled_document.h"
 #include "tarvex/base64.h"
 
 namespace qex {
@@ -14,7 +15,7 @@ namespace {
 /// Numbers the pictures of plates: one counter for the whole process, never reset.
 uint32_t g_plate_image_counter = 0;
 
-void PackRect(const Rect& rect, Json::Value& out) {
+void PackRect(const Rect& rect, const Members& out) {
   out["bottom"] = rect.bottom;
   out["left"] = rect.left;
   out["right"] = rect.right;
@@ -30,12 +31,11 @@ std::string NextPictureName(const IVS_RESULT_PARAM& record, const std::string& s
 
 }  // namespace
 
-void MQTTAdapter::PackPlateResult(IVS_RESULT_PARAM record, int isoffline, Json::Value& body) {
-  Json::Value& alarm = body["AlarmInfoPlate"];
-  GetDevInfoJson(alarm);
-  Json::Value& result = alarm["result"];
+void MQTTAdapter::PackPlateResult(IVS_RESULT_PARAM record, int isoffline, const Members& body) {
+  GetDevInfoJson(body["AlarmInfoPlate"]);
+  const Members result = body.Of("AlarmInfoPlate").Of("result");
   PackPlateLicenseInfo(&record, result, isoffline);
-  Json::Value& plate_result = result["PlateResult"];
+  const Members plate_result = result.Of("PlateResult");
   PackPlateTimestapInfo(&record.plate, plate_result);
   PackPlateDetailInfo(&record.plate, plate_result);
   PackPlateLocationInfo(&record.plate, plate_result);
@@ -43,10 +43,10 @@ void MQTTAdapter::PackPlateResult(IVS_RESULT_PARAM record, int isoffline, Json::
   PackPlateImgInfo(&record, plate_result);
 }
 
-int MQTTAdapter::PackPlateLicenseInfo(const IVS_RESULT_PARAM* record, Json::Value& result,
+int MQTTAdapter::PackPlateLicenseInfo(const IVS_RESULT_PARAM* record, const Members& result,
                                       int isoffline) {
   const TH_PlateResult& plate = record->plate;
-  Json::Value& out = result["PlateResult"];
+  const Members out = result.Of("PlateResult");
   Json::Value& outputs = out["gioouts"];
   if (outputs.isNull()) {
     outputs.resize(0);
@@ -65,8 +65,8 @@ int MQTTAdapter::PackPlateLicenseInfo(const IVS_RESULT_PARAM* record, Json::Valu
   return kStateOk;
 }
 
-int MQTTAdapter::PackPlateTimestapInfo(const TH_PlateResult* plate, Json::Value& plate_result) {
-  Json::Value& time = plate_result["timeStamp"]["Timeval"];
+int MQTTAdapter::PackPlateTimestapInfo(const TH_PlateResult* plate, const Members& plate_result) {
+  const Members time = plate_result.Of("timeStamp").Of("Timeval");
   time["decyear"] = plate->dec_year;
   time["decmon"] = plate->dec_mon;
   time["decday"] = plate->dec_day;
@@ -78,7 +78,7 @@ int MQTTAdapter::PackPlateTimestapInfo(const TH_PlateResult* plate, Json::Value&
   return kStateOk;
 }
 
-int MQTTAdapter::PackPlateDetailInfo(const TH_PlateResult* plate, Json::Value& plate_result) {
+int MQTTAdapter::PackPlateDetailInfo(const TH_PlateResult* plate, const Members& plate_result) {
   const std::string color = RecordText(WholeRecord(*plate), offsetof(TH_PlateResult, color_value));
   plate_result["bright"] = plate->bright;
   plate_result["carBright"] = plate->car_bright;
@@ -88,18 +88,18 @@ int MQTTAdapter::PackPlateDetailInfo(const TH_PlateResult* plate, Json::Value& p
   return kStateOk;
 }
 
-int MQTTAdapter::PackPlateLocationInfo(const TH_PlateResult* plate, Json::Value& plate_result) {
-  PackRect(plate->location, plate_result["location"]["RECT"]);
+int MQTTAdapter::PackPlateLocationInfo(const TH_PlateResult* plate, const Members& plate_result) {
+  PackRect(plate->location, plate_result.Of("location").Of("RECT"));
   plate_result["timeUsed"] = plate->time_used;
   return kStateOk;
 }
 
-int MQTTAdapter::PackPlateExtInfo(const TH_PlateResult* plate, Json::Value& plate_result) {
+int MQTTAdapter::PackPlateExtInfo(const TH_PlateResult* plate, const Members& plate_result) {
   plate_result["plate_true_width"] = plate->plate_true_width;
   plate_result["plate_distance"] = plate->plate_distance;
   plate_result["is_fake_plate"] = plate->is_fake_plate;
-  PackRect(plate->car_location, plate_result["car_location"]["RECT"]);
-  Json::Value& brand = plate_result["car_brand"];
+  PackRect(plate->car_location, plate_result.Of("car_location").Of("RECT"));
+  const Members brand = plate_result.Of("car_brand");
   brand["brand"] = plate->car_brand;
   brand["year"] = plate->car_year;
   brand["type"] = plate->car_type;
@@ -108,7 +108,7 @@ int MQTTAdapter::PackPlateExtInfo(const TH_PlateResult* plate, Json::Value& plat
   return kStateOk;
 }
 
-int MQTTAdapter::PackPlateImgInfo(const IVS_RESULT_PARAM* record, Json::Value& plate_result) {
+int MQTTAdapter::PackPlateImgInfo(const IVS_RESULT_PARAM* record, const Members& plate_result) {
   if (!m_image_func_) {
     return 0;
   }

@@ -58,6 +58,32 @@ bool Append(const Json::Value& value, std::string& text) {
 
 }  // namespace
 
+Json::Value& Members::operator[](const char* name) const {
+  return document_ != nullptr ? document_->Member(*object_, name) : (*object_)[name];
+}
+
+Members Members::Of(const char* name) const {
+  Members of_member = *this;
+  of_member.object_ = &(*this)[name];
+  return of_member;
+}
+
+Members StyledDocument::Fill() {
+  next_place_ = 0;
+  return Members(body, *this);
+}
+
+Json::Value& StyledDocument::Member(Json::Value& object, const char* name) {
+  if (next_place_ == places_.size()) {
+    places_.push_back({nullptr, nullptr, nullptr});
+  }
+  Place& place = places_[next_place_++];
+  if (place.object != &object || place.name != name) {
+    place = {&object, name, &object[name]};
+  }
+  return *place.member;
+}
+
 void StyledDocument::FindSlots(const Json::Value& value, Json::Value& marked) {
   if (value.isObject() && !value.empty()) {
     for (auto member = value.begin(); member != value.end(); ++member) {

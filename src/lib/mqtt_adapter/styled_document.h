@@ -1,12 +1,34 @@
 // A JSON document that is filled in again and again, and its styled text.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
 #include <json/value.h>
 
 namespace qex {
+
+class StyledDocument;
+
+/// The members of an object that is filled in: as those of Json::Value, but found without a search
+/// where a document has kept their places.
+class Members {
+ public:
+  /// Of any object, or of null. A packer takes either, so this is no explicit conversion.
+  Members(Json::Value& object) : object_(&object) {}
+  Members(Json::Value& object, StyledDocument& document) : object_(&object), document_(&document) {}
+
+  /// @param name a literal: the document compares where it stands, not its text.
+  Json::Value& operator[](const char* name) const;
+
+  /// The members of a member.
+  Members Of(const char* name) const;
+
+ private:
+  Json::Value* object_;
+  StyledDocument* document_ = nullptr;
+};
 
 /// Keeps its members while their values change, so that none is made anew, and writes the text
 /// that Value::toStyledString writes.
@@ -20,8 +42,12 @@ class StyledDocument {
   StyledDocument(const StyledDocument&) = delete;
   StyledDocument& operator=(const StyledDocument&) = delete;
 
-  /// Whose members, and arrays, stay as they are once Text has been called.
+  /// Whose members stay, and whose arrays stay as they are, once Text or Fill has been called.
   Json::Value body;
+
+  /// The body's members, to be named in the same order as the time before. Where that differs
+  /// they are searched for.
+  Members Fill();
 
   /// @return what body.toStyledString() returns; the caller's until the next call.
   const std::string& Text();
@@ -32,9 +58,19 @@ class StyledDocument {
     const Json::Value* value;
     std::string before;
   };
+  /// A member that was named when the document was filled in.
+  struct Place {
+    const Json::Value* object;
+    const char* name;
+    Json::Value* member;
+  };
+  friend class Members;
+  Json::Value& Member(Json::Value& object, const char* name);
   void FindSlots(const Json::Value& value, Json::Value& marked);
   void TakeLayout();
 
+  std::vector<Place> places_;  ///< in the order of filling in
+  size_t next_place_ = 0;
   std::vector<Slot> slots_;  ///< in the order of the text; empty before the first text
   std::string after_;        ///< what follows the last value
   std::string text_;

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
+#include "adapter_fixture.h"
 #include "any_json.h"
 
 namespace {
@@ -65,6 +67,60 @@ TEST_F(StyledText, FollowsAValueThatLooksLikeThoseTheLayoutIsTakenWith) {
     document.body["@1@"] = text;
     EXPECT_EQ(document.Text(), document.body.toStyledString());
   }
+}
+
+class FilledInDocument : public testing::Test {
+ protected:
+  /// Names these members in this order, a dot before one that is in a member object.
+  void Fill(const std::vector<const char*>& names) {
+    const qex::Members body = document_.Fill();
+    for (const char* name : names) {
+      (name[0] == '.' ? body.Of("object")[name] : body[name]) = ++value_;
+    }
+  }
+  std::string Body() const { return Compact(document_.body); }
+
+  qex::StyledDocument document_;
+  int value_ = 0;
+};
+
+TEST_F(FilledInDocument, KeepsItsMembersInOneOrder) {
+  Fill({"b", ".a", "a"});
+  const Json::Value* const member = &document_.body["object"][".a"];
+  Fill({"b", ".a", "a"});
+  EXPECT_EQ(Body(), "{\"a\":6,\"b\":4,\"object\":{\".a\":5}}");
+  EXPECT_EQ(&document_.body["object"][".a"], member);
+}
+
+TEST_F(FilledInDocument, FindsItsMembersInAnotherOrder) {
+  Fill({"a", "b", ".a"});
+  Fill({".a", "b", "a"});
+  EXPECT_EQ(Body(), "{\"a\":6,\"b\":5,\"object\":{\".a\":4}}");
+}
+
+TEST_F(FilledInDocument, TellsObjectsApartThatHaveTheSameNames) {
+  const char* const name = "a";
+  for (const bool is_first : {true, false}) {
+    const qex::Members body = document_.Fill();
+    const qex::Members named = body.Of(is_first ? "first" : "second");
+    named[name] = is_first;
+  }
+  EXPECT_EQ(Body(), "{\"first\":{\"a\":true},\"second\":{\"a\":false}}");
+}
+
+TEST_F(FilledInDocument, TakesMembersThatWereNotNamedBefore) {
+  Fill({"a"});
+  Fill({"a", "b"});
+  Fill({"a", "b"});
+  EXPECT_EQ(Body(), "{\"a\":4,\"b\":5}");
+}
+
+TEST(Members, AreThoseOfAnyObject) {
+  Json::Value object;
+  const qex::Members members(object);
+  members["a"] = 1;
+  members.Of("b")["c"] = 2;
+  EXPECT_EQ(Compact(object), "{\"a\":1,\"b\":{\"c\":2}}");
 }
 
 }  // namespace
