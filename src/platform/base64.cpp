@@ -151,16 +151,16 @@ std::string Base64::Encode(const std::string& data) {
 
 void Base64::EncodeFromArray(const void* data, size_t length, std::string* result) {
   const auto* bytes = static_cast<const unsigned char*>(data);
-  std::string text;  // not `result` itself, which may own the data
-  text.reserve((length + 2) / 3 * 4);
-  for (std::size_t start = 0; start < length; start += 3) {
+  std::string text((length + 2) / 3 * 4, '=');  // not `result` itself, which may own the data
+  char* to = text.data();
+  for (std::size_t start = 0; start < length; start += 3, to += 4) {
     const std::size_t count = length - start < 3 ? length - start : 3;
     std::uint32_t bits = 0;
     for (std::size_t index = 0; index < 3; ++index) {
       bits = bits << 8U | (index < count ? bytes[start + index] : 0U);
     }
-    for (std::size_t index = 0; index < 4; ++index) {
-      text.push_back(index <= count ? kAlphabet[bits >> (18 - 6 * index) & 0x3FU] : '=');
+    for (std::size_t index = 0; index <= count; ++index) {
+      to[index] = kAlphabet[bits >> (18 - 6 * index) & 0x3FU];
     }
   }
   result->swap(text);

@@ -7,6 +7,7 @@
 #include <exception>
 #include <memory>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 #include <json/reader.h>
@@ -36,22 +37,54 @@ CharReaderBuilder PlainJsonReader() {
   return builder;
 }
 
+/// A text that is written from its beginning on. Its room grows in steps, so that a byte more costs
+/// no call of a function.
+class Output {
+ public:
+  explicit Output(std::string& text) : text_(text) { text_.resize(kUsualLength); }
+
+  /// @return where the next bytes go. That many fit; Advance tells how many were written.
+  char* Room(std::size_t bytes) {
+    if (text_.size() - length_ < bytes) {
+      text_.resize(2 * text_.size() + bytes);
+    }
+    return &text_[length_];
+  }
+  void Advance(const char* end) { length_ = static_cast<std::size_t>(end - text_.data()); }
+
+  void Append(char c) {
+    *Room(1) = c;
+    ++length_;
+  }
+  void Append(std::string_view bytes) {
+    bytes.copy(Room(bytes.size()), bytes.size());
+    length_ += bytes.size();
+  }
+
+  /// Takes what has room only off the text.
+  void Finish() { text_.resize(length_); }
+
+ private:
+  std::string& text_;
+  std::size_t length_ = 0;
+};
+
 /// As jsoncpp writes it. Its writer is made once for each thread: that costs more than a short
 /// text does.
-void AppendByJsoncpp(const Value& value, std::string& text) {
+void AppendByJsoncpp(const Value& value, Output& output) {
   thread_local const std::unique_ptr<StreamWriter> writer(CompactWriter().newStreamWriter());
   thread_local std::ostringstream stream;
   stream.clear();  // of a failure to grow, which must not outlive its text
   stream.str(std::string());
   writer->write(value, &stream);
-  text += stream.str();
+  output.Append(stream.str());
 }
 
 template <class Number>
-void AppendNumber(Number number, std::string& text) {
-  char digits[24];
-  const char* const end = std::to_chars(digits, digits + sizeof(digits), number).ptr;
-  text.append(digits, static_cast<std::size_t>(end - digits));
+void AppendNumber(Number number, Output& output) {
+  constexpr std::size_t kMostDigits = 24;
+  char* const begin = output.Room(kMostDigits);
+  output.Advance(std::to_chars(begin, begin + kMostDigits, number).ptr);
 }
 
 /// Whether a byte of a text stands in JSON as it is.
@@ -63,64 +96,67 @@ constexpr std::array<bool, 256> PlainBytes() {
   return plain;
 }
 
-void AppendText(const char* begin, const char* end, std::string& text) {
+void AppendText(const char* begin, const char* end, Output& output) {
   static constexpr std::array<bool, 256> kPlain = PlainBytes();
+  constexpr std::size_t kQuotes = 2;
+  char* to = output.Room(static_cast<std::size_t>(end - begin) + kQuotes);
+  *to++ = '"';
   for (const char* c = begin; c != end; ++c) {
     if (!kPlain[static_cast<unsigned char>(*c)]) {
-      AppendByJsoncpp(Value(begin, end), text);
+      AppendByJsoncpp(Value(begin, end), output);
       return;
     }
+    *to++ = *c;
   }
-  text += '"';
-  text.append(begin, static_cast<std::size_t>(end - begin));
-  text += '"';
+  *to++ = '"';
+  output.Advance(to);
 }
 
 /// The text that jsoncpp's compact writer gives, in a fraction of its time. What another of its
 /// versions may write in another way is left to it.
-void Append(const Value& value, std::string& text) {
+void Append(const Value& value, Output& output) {
   switch (value.type()) {
     case intValue:
-      AppendNumber(value.asLargestInt(), text);
+      AppendNumber(value.asLargestInt(), output);
       return;
     case uintValue:
-      AppendNumber(value.asLargestUInt(), text);
+      AppendNumber(value.asLargestUInt(), output);
       return;
     case booleanValue:
-      text += value.asBool() ? "true" : "false";
+      output.Append(value.asBool() ? "true" : "false");
       return;
     case stringValue: {
       const char* begin = nullptr;
       const char* end = nullptr;
       value.getString(&begin, &end);
-      AppendText(begin, end, text);
+      AppendText(begin, end, output);
       return;
     }
     case arrayValue: {
       char separator = '[';
       for (const Value& element : value) {
-        text += std::exchange(separator, ',');
-        Append(element, text);
+        output.Append(std::exchange(separator, ','));
+        Append(element, output);
       }
-      text += value.empty() ? "[]" : "]";
+      output.Append(value.empty() ? "[]" : "]");
       return;
     }
     case objectValue: {
       char separator = '{';
       const auto last = value.end();
       for (auto member = value.begin(); member != last; ++member) {
-        text += std::exchange(separator, ',');
+        output.Append(std::exchange(separator, ','));
         const char* name_end = nullptr;
         const char* const name = member.memberName(&name_end);
-        AppendText(name, name_end, text);
-        text += ':';
-        Append(*member, text);
+        AppendText(name, name_end, output);
+        output.Append(':');
+        Append(*member, output);
       }
-      text += value.empty() ? "{}" : "}";
+      output.Append(value.empty() ? "{}" : "}");
       return;
     }
     default:
-      AppendByJsoncpp(value, text);
+      AppendByJsoncpp(value, output);
   }
 }
 
@@ -153,9 +189,9 @@ void MakeUtf8(std::string& text) {
 
 bool Json2String(const Json::Value& value, std::string& text) {
   try {
-    text.clear();
-    text.reserve(kUsualLength);
-    Append(value, text);
+    Output output(text);
+    Append(value, output);
+    output.Finish();
     MakeUtf8(text);
     return true;
   } catch (const std::exception&) {

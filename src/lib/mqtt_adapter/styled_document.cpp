@@ -19,7 +19,7 @@ void AppendNumber(Json::LargestUInt number, std::string& text) {
     *--begin = static_cast<char>('0' + number % 10);
     number /= 10;
   } while (number != 0);
-  text.append(begin, end);
+  text.append(begin, static_cast<size_t>(end - begin));
 }
 
 void AppendNumber(Json::LargestInt number, std::string& text) {
@@ -47,7 +47,7 @@ bool Append(const Json::Value& value, std::string& text) {
       const char* end = nullptr;
       value.getString(&begin, &end);
       text += '"';
-      text.append(begin, end);
+      text.append(begin, static_cast<size_t>(end - begin));
       text += '"';
       return std::all_of(begin, end, IsPlain);
     }
