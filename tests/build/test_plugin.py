@@ -151,7 +151,8 @@ class WithinAnotherProject(PluginTest):
         self.assertFalse((self.directory / "lib").exists())
 
     def test_does_all_that_it_does_else(self):
-        status, said = run(BUILD / "bin/contract_tests", "--gtest_brief=1",
+        # But what the compiler adds only as it optimises.
+        status, said = run(BUILD / "bin/contract_tests", "--gtest_brief=1", "--gtest_filter=-Hardening.*",
                            env=os.environ | {"MQTTADAPTER_LIBRARY": str(self.library)})
         self.assertEqual(status, 0, said)
 

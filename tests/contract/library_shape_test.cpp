@@ -1,5 +1,5 @@
-// The shipped file as a loader sees it: its name, what it exports, what it needs, and
-// what it leaves to the process that loads it.
+// The shipped file as a loader sees it: its name, what it exports, what it needs, what it
+// leaves to the process that loads it, and what keeps an overrun from going far.
 #include <cxxabi.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -50,6 +50,23 @@ Names Dynamic(const std::string& kind) {
     values.insert(line.substr(from + 1, line.find(']') - from - 1));
   }
   return values;
+}
+
+/// The flags of a segment, such as "RW"; empty where there is none.
+std::string SegmentFlags(const std::string& type) {
+  for (const std::string& line : LinesOf(READELF_TOOL " --program-headers --wide")) {
+    std::istringstream words(line);
+    std::string word;
+    words >> word;
+    if (word == type) {
+      for (int column = 0; column < 5; ++column) {
+        words >> word;  // offset, addresses, sizes
+      }
+      words >> word;
+      return word;
+    }
+  }
+  return "";
 }
 
 /// A library's name without its version: "libc.so" of "libc.so.6".
@@ -141,6 +158,42 @@ TEST(LibraryShape, LeavesThePlatformsSymbolsAndNoOthersToTheProcess) {
   for (void* library : needed) {
     dlclose(library);
   }
+}
+
+/// Of a library that is built as it ships, so not of one that is not optimised.
+class Hardening : public testing::Test {
+ protected:
+  /// Clang takes no part in the C library's checks of what C++ prints.
+  static bool IsOfClang() {
+    const std::vector<std::string> lines = LinesOf(READELF_TOOL " --string-dump=.comment");
+    return std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
+      return line.find("clang") != std::string::npos;
+    });
+  }
+};
+
+TEST_F(Hardening, HasNoRelocationsInCode) {
+  EXPECT_TRUE(DynamicLines("TEXTREL").empty());
+  for (const std::string& line : DynamicLines("FLAGS")) {
+    EXPECT_EQ(line.find("TEXTREL"), std::string::npos) << line;
+  }
+}
+
+TEST_F(Hardening, MakesWhatTheLoaderHasFilledInReadOnly) {
+  EXPECT_EQ(SegmentFlags("GNU_RELRO"), "R");
+  EXPECT_EQ(DynamicLines("FLAGS_1").size(), 1U) << "all of it is filled in at once";
+}
+
+TEST_F(Hardening, HasAStackThatIsNotExecuted) { EXPECT_EQ(SegmentFlags("GNU_STACK"), "RW"); }
+
+TEST_F(Hardening, GuardsItsStack) { EXPECT_EQ(Undefined().count("__stack_chk_fail"), 1U); }
+
+TEST_F(Hardening, ChecksWhatItWritesIntoBuffers) {
+  if (IsOfClang()) {
+    GTEST_SKIP() << "built with clang";
+  }
+  EXPECT_EQ(Undefined().count("__snprintf_chk"), 1U);
+  EXPECT_EQ(Undefined().count("snprintf"), 0U);
 }
 
 }  // namespace
