@@ -23,9 +23,13 @@
 /// SubscribeMessage per name and RequestMessage per request, the notifications as
 /// the link changes, destory_adapter last.
 ///
-/// What a host may rely on: arguments, in either direction, live for the call only.
-/// A payload and a response own their memory, keys included: a copy outlives the
-/// adapter, and the library when that is unloaded.
+/// No slot, image function or function of the platform destroys the adapter that is
+/// calling it: the call goes on with the adapter's members. It may post a message to the
+/// event service that does.
+///
+/// What a host may rely on: no thread is started; arguments, in either direction, live for the call
+/// only. A payload and a response own their memory, keys included: a copy outlives the adapter, and
+/// the library when that is unloaded.
 class BaseAdapter {
  public:
   /// @param event_service the host's event service, shared with the adapter.
@@ -40,7 +44,9 @@ class BaseAdapter {
   /// Connects the adapter to the device. Called once.
   /// @param func the host's image function: (image source, file name) to the
   ///             text under which the cloud finds the picture. May be empty.
-  /// @return 0, or non-zero when the adapter could not be set up completely.
+  /// @return 0, also without a bus client: then SubscribeMessage is false for every name.
+  ///         Non-zero when the adapter could not be set up completely. It can be called all
+  ///         the same, and knows neither settings nor stored results.
   virtual int Initialize(
       std::function<std::string(const std::string&, const std::string&)> func) = 0;
 
@@ -49,14 +55,16 @@ class BaseAdapter {
   virtual void GetMessageNames(std::set<std::string>& requests,
                                std::set<std::string>& publishes) = 0;
 
-  /// Starts the events behind a published message name.
+  /// Starts the events behind a published message name. For "offline_record" it asks the
+  /// device and publishes the answer: up to 5 seconds.
   /// @return false: no such name, or the device refused.
   virtual bool SubscribeMessage(const std::string& name) = 0;
 
   /// Stops the events behind a published message name.
   virtual void UnsubscribeMessage(const std::string& name) = 0;
 
-  /// Carries out one cloud request. May block for the request's own timeout.
+  /// Carries out one cloud request. Blocks until the device has answered, for up to 10
+  /// seconds by the request's name (docs/porting.md).
   /// @param payload  {"type": name, "body": ...}, of any shape.
   /// @param version  version of the message format, such as "1.0".
   /// @param response filled by those requests that answer directly; the host's own.
@@ -70,7 +78,8 @@ class BaseAdapter {
   /// The link to the broker stands.
   virtual void OnMQTTConnected() = 0;
 
-  /// The broker has acknowledged a message that the adapter published.
+  /// The broker has acknowledged a message that the adapter published. Tells the device's
+  /// store of a recognition result: up to 5 seconds, for a re-delivered one up to 10.
   /// @param tag the tag that came with SignalPushMessage.
   virtual void OnMessagePublished(unsigned long long tag) = 0;
 

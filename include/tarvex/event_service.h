@@ -26,8 +26,10 @@ class EventService {
   virtual void PostDelayed(int delay_ms, MessageHandler* handler, unsigned int id,
                            boost::shared_ptr<MessageData> data) = 0;
 
-  /// Drops the pending messages of a handler that carry an id, delayed ones too.
-  /// @param removed receives the dropped messages when it is not null.
+  /// Drops the pending messages of a handler that carry an id, delayed ones too. They are
+  /// released, their data included, when this returns: the code of its destructor may be
+  /// unloaded right after.
+  /// @param removed receives the dropped messages when it is not null; they are the caller's then.
   virtual void Clear(MessageHandler* handler, unsigned int id, std::list<Message>* removed) = 0;
 };
 

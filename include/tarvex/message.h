@@ -7,7 +7,7 @@
 namespace tarvex {
 
 /// Base of whatever a message carries. Shared between the sender and the event
-/// service, which lets go of it after delivery.
+/// service, which lets go of it after delivery, before it delivers the next.
 class MessageData : public boost::enable_shared_from_this<MessageData> {
  public:
   virtual ~MessageData() {}

@@ -48,6 +48,14 @@ class Lifecycle : public AdapterTest {
     }
   }
 
+  /// Destroys the adapter as its message is delivered.
+  struct Destroyer : tarvex::MessageHandler {
+    explicit Destroyer(std::function<void()> how) : destroy(std::move(how)) {}
+    void OnMessage(tarvex::Message* /*msg*/) override { destroy(); }
+    std::function<void()> destroy;
+  };
+
+  Destroyer destroyer_{[this] { Destroy(); }};
   std::string console_;
 };
 
@@ -104,6 +112,49 @@ TEST_F(Lifecycle, WithoutTheUserDatabaseInitializeAnswersOne) {
   EXPECT_EQ(Initialize(), 1);
   EXPECT_EQ(Logged(3, "ASSERT (!m_ukvdb_client_) is true, then return MQTT_ADAPTER_INIT_FAILED"),
             1U);
+}
+
+TEST_F(Lifecycle, AHostNoticesThatThereIsNoBusAsItSubscribesToAnAnswer) {
+  platform().has_bus = false;
+  Create();
+  Initialize();
+  EXPECT_FALSE(adapter_->SubscribeMessage("get_sn"));
+}
+
+TEST_F(Lifecycle, AHostNoticesThatThereIsABusAsItSubscribesToAnAnswer) {
+  Start();
+  EXPECT_TRUE(adapter_->SubscribeMessage("get_sn"));
+}
+
+TEST_F(Lifecycle, WithoutADatabaseResultsArePublishedAllTheSame) {
+  platform().missing_databases = {"skvdb"};
+  Create();
+  Initialize();
+  EXPECT_TRUE(adapter_->SubscribeMessage("ivs_result"));
+  Deliver("BUS_SRV_IVS_RESULT", RecordBytes());
+  RunPosted();
+  EXPECT_EQ(PublishedHead(), "ivs_result 11");
+  PublishedPayload();
+}
+
+TEST_F(Lifecycle, AfterAFailureAnotherAdapterIsInitialised) {
+  platform().missing_databases = {"skvdb"};
+  Create();
+  Initialize();
+  Destroy();
+  platform().missing_databases.clear();
+  Create();
+  EXPECT_EQ(Initialize(), 0);
+}
+
+TEST_F(Lifecycle, APublicationMayHaveItsAdapterDestroyedLater) {
+  Start();
+  on_publication_ = [this] { events_->Post(&destroyer_, 1, {}, false); };
+  EXPECT_TRUE(CloudSends("get_sn", R"({"type":"get_sn"})"));
+  RunPosted();
+  EXPECT_EQ(adapter_, nullptr);
+  EXPECT_EQ(PublishedHead(), "get_sn 25");
+  PublishedPayload();
 }
 
 TEST_F(Lifecycle, AConnectionIsOnlyLogged) {

@@ -129,6 +129,23 @@ TEST_F(AsioEventServiceTest, HandsBackWhatWasCleared) {
   EXPECT_TRUE(removed.front().data);
 }
 
+TEST_F(AsioEventServiceTest, HasReleasedWhatWasClearedWhenThatReturns) {
+  const auto data = boost::make_shared<tarvex::MessageData>();
+  service_.Post(&noting_, 1, data, false);
+  service_.Post(&noting_, 1, data, true);
+  service_.PostDelayed(1000000, &noting_, 1, data);
+  service_.Clear(&noting_, 1, nullptr);
+  EXPECT_EQ(data.use_count(), 1);
+}
+
+TEST_F(AsioEventServiceTest, HasReleasedAMessageBeforeItDeliversTheNext) {
+  auto data = boost::make_shared<tarvex::MessageData>();
+  service_.Post(&noting_, 1, data, false);
+  Handler next([&](Message*) { EXPECT_EQ(data.use_count(), 1); });
+  service_.Post(&next, 2, {}, false);
+  RunToTheEnd();
+}
+
 TEST_F(AsioEventServiceTest, LetsAHandlerClearItselfFromWithinADelivery) {
   Handler clearing([this, &clearing](Message* msg) {
     arrived_.push_back(msg->message_id);

@@ -1,0 +1,167 @@
+// How long a call keeps the host's thread at the most: what it waits for on the bus, where a
+// service is silent, and where each answers in the last moment.
+#include <fstream>
+#include <map>
+#include <regex>
+
+#include "offline_fixture.h"
+
+namespace {
+
+class Blocking : public OfflineTest {
+ protected:
+  /// Notes how many milliseconds everything asked within a call may take together.
+  void WaitFor(const std::string& name, const std::function<void()>& call) {
+    Console(call);
+    int waited_ms = 0;
+    for (const fake::BusRequest& request : platform().requests) {
+      waited_ms += request.timeout_ms;
+    }
+    platform().requests.clear();
+    ClaimPublications();
+    waited_[name] = std::max(waited_[name], waited_ms);
+  }
+  void ClaimPublications() {
+    while (PublishedHead() != "nothing") {
+      PublishedPayload();
+    }
+  }
+  void EveryServiceAnswers() {
+    for (const char* service :
+         {"SS_BUS_REQUEST", "EVS_BUS_REQUEST", "EVS_GPIO_CONTROL", "EVS_RS485_WRITE",
+          "ALG_REQUEST_MESSAGE", "AD_HTTP_REQUESTION", "BUS_REQUEST_MESSAGE", "BUS_GET_IVS_INFO",
+          "BUS_WHITE_LIST_INFO", "user_get_mate_info", "user_get_rtsp_info",
+          "user_request_talkback", "stay_event_enable"}) {
+      Answers(service, R"({"body":{"img_path":"/now"},"state":200})");
+    }
+  }
+  void WaitForRequest(const std::string& name, const std::string& body) {
+    WaitFor(name, [&] {
+      CloudSends(name, R"({"type":")" + name + R"(","body":)" + body + "}");
+      response_ = Json::Value();
+    });
+  }
+  void WaitForEveryRequest() {
+    WaitForRequest("agent_rtsp_url", R"({"sn":"M1"})");
+    WaitForRequest("agent_talkback_port", R"({"sn":"M1","window_size":1})");
+    WaitForRequest("bind_device_list", "{}");
+    WaitForRequest("check_offline_record", R"({"enable":"push","max_count":5})");
+    WaitForRequest("check_offline_record", R"({"enable":"clear"})");
+    WaitForRequest("get_ad_voice", "{}");
+    WaitForRequest("get_device_timestamp", "{}");
+    WaitForRequest("get_image_by_id", R"({"id":5})");
+    WaitForRequest("get_io_out_status", R"({"gpio":1})");
+    WaitForRequest("get_last_result", "{}");
+    WaitForRequest("get_lcd_bright", "{}");
+    WaitForRequest("get_sn", "{}");
+    WaitForRequest("gpio_out", R"({"io":0,"value":2,"delay":500})");
+    WaitForRequest("ivs_trigger", "{}");
+    WaitForRequest("lanectrl_result_cfg", "[1]");
+    WaitForRequest("reboot_dev", "{}");
+    WaitForRequest("serial_data",
+                   R"({"serialData":[{"serialChannel":0,"data":"QQ==","dataLen":1}]})");
+    WaitForRequest("set_ad_voice", R"({"media_voice_time_ctrl":[]})");
+    WaitForRequest("set_cloud_ctrl", R"({"type":2})");
+    WaitForRequest("set_lcd_bright", R"({"lcd_bright_time_ctrl":[],"lcd_bright_mode":1})");
+    WaitForRequest("set_time", R"({"year":2026,"month":1,"day":2,"hour":3,"min":4,"sec":5})");
+    WaitForRequest("snapshot", "{}");
+    WaitForRequest("white_list_operator", R"({"operator_type":"delete","plate":"A"})");
+    WaitForRequest("white_list_operator", R"({"operator_type":"update_or_add","dldb_rec":{}})");
+    WaitForRequest("wl_check_status", R"({"cmd":"set","filter_enable":1})");
+  }
+  void WaitForEveryNotice() {
+    WaitFor("OnMessagePublished(11)", [this] {
+      Deliver("BUS_SRV_IVS_RESULT", RecordBytes());
+      adapter_->OnMessagePublished(11);
+      events_->pending.clear();
+    });
+    WaitFor("OnMessagePublished(16)", [this] {
+      Push(2);
+      StoreHandsOut(stored_);
+      adapter_->OnMessagePublished(16);
+      events_->pending.clear();
+    });
+    WaitFor("SubscribeMessage", [this] {
+      std::set<std::string> requests;
+      std::set<std::string> publishes;
+      adapter_->GetMessageNames(requests, publishes);
+      publishes.erase("offline_record");
+      for (const std::string& name : publishes) {
+        adapter_->SubscribeMessage(name);
+        adapter_->UnsubscribeMessage(name);
+      }
+    });
+    WaitFor("SubscribeMessage(\"offline_record\")",
+            [this] { adapter_->SubscribeMessage("offline_record"); });
+  }
+  void WaitForEveryPostedMessage() {
+    Deliver("BUS_SRV_IVS_RESULT", RecordBytes());
+    WaitFor("199401", [this] { RunPosted(); });
+    WaitFor("199402", [this] {
+      CloudSends("check_offline_record",
+                 R"({"type":"check_offline_record","body":{"enable":"stop"}})");
+      Push(2);
+      StoreCounts(static_cast<int>(stored_.size()));
+      StoreHandsOut(stored_);
+      RunPosted();
+    });
+    events_->pending.clear();
+    WaitFor("199403", [this] { Post(199403); });
+    Answers("BUS_REQUEST_MESSAGE", "{}");
+    CloudSends("set_cloud_ctrl", R"({"type":"set_cloud_ctrl","body":{"type":2}})");
+    platform().requests.clear();
+    WaitFor("199405", [this] { events_->Tick(500); });
+  }
+  void Post(unsigned int id) {
+    events_->Post(Handler(), id, {}, false);
+    RunPosted();
+  }
+  /// The adapter as the event service knows it.
+  tarvex::MessageHandler* Handler() {
+    auto* handler = dynamic_cast<tarvex::MessageHandler*>(adapter_);
+    EXPECT_NE(handler, nullptr);
+    return handler;
+  }
+  void WaitForEverything() {
+    WaitForEveryRequest();
+    WaitForEveryNotice();
+    WaitForEveryPostedMessage();
+  }
+  /// The rows of the table that hosts are given: "call" to milliseconds, of one of its columns.
+  static std::map<std::string, int> Promised(size_t column) {
+    std::ifstream document(PORTING_DOCUMENT);
+    const std::regex row(R"(\| `([^`]+)`[^|]*\| (\d+) \| (\d+) \|.*)");
+    std::map<std::string, int> promised;
+    std::smatch cells;
+    for (std::string line; std::getline(document, line);) {
+      if (std::regex_match(line, cells, row)) {
+        promised[cells[1]] = std::stoi(cells[1 + column]);
+      }
+    }
+    return promised;
+  }
+
+  std::vector<unsigned int> stored_;   ///< what the store hands out
+  std::map<std::string, int> waited_;  ///< the longest of each call
+};
+
+TEST_F(Blocking, OfASilentServiceIsAsHostsAreTold) {
+  WaitForEverything();
+  EXPECT_EQ(waited_, Promised(1));
+}
+
+TEST_F(Blocking, IsAtMostWhatHostsAreTold) {
+  WaitForEverything();
+  EveryServiceAnswers();
+  stored_ = {1, 2};
+  WaitForEverything();
+  EXPECT_EQ(waited_, Promised(2));
+}
+
+TEST_F(Blocking, OfSerialDataIsThatOfEachPiece) {
+  WaitForRequest("serial_data", R"({"serialData":[{"serialChannel":0,"data":"QQ==","dataLen":1},)"
+                                R"({"serialChannel":1,"data":"QQ==","dataLen":1}]})");
+  EXPECT_EQ(waited_["serial_data"], 2 * Promised(1)["serial_data"]);
+}
+
+}  // namespace
