@@ -52,7 +52,9 @@ class Bus : public tarvex::DpClient, public boost::enable_shared_from_this<Bus> 
         {type, flags, std::string(data, length), timeout_ms, reply->empty()});
     std::deque<BusAnswer>& scripted = platform.scripted_answers[type];
     BusAnswer answer = {0, ""};
-    if (!scripted.empty()) {
+    if (platform.camera) {
+      answer = platform.camera(platform.requests.back());
+    } else if (!scripted.empty()) {
       answer = scripted.front();
       scripted.pop_front();
     } else if (platform.standing_answers.count(type) != 0) {
@@ -146,7 +148,7 @@ void EventService::Clear(tarvex::MessageHandler* handler, unsigned int id,
 }
 
 void EventService::Tick(int elapsed_ms) {
-  const int end_ms = now_ms_ + elapsed_ms;
+  const std::int64_t end_ms = now_ms_ + elapsed_ms;
   for (;;) {
     auto next = pending.end();
     for (auto it = pending.begin(); it != pending.end(); ++it) {

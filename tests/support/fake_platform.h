@@ -3,7 +3,9 @@
 // clock, logs and databases are plain containers.
 #pragma once
 
+#include <cstdint>
 #include <deque>
+#include <functional>
 #include <list>
 #include <map>
 #include <optional>
@@ -55,7 +57,7 @@ class EventService : public tarvex::EventService {
   void Tick(int elapsed_ms);
 
   struct Pending {
-    int due_ms;
+    std::int64_t due_ms;
     bool time_sensitive;
     tarvex::Message message;
   };
@@ -65,7 +67,7 @@ class EventService : public tarvex::EventService {
   unsigned int throw_on_clear = 0;  ///< id whose clearing throws
 
  private:
-  int now_ms_ = 0;
+  std::int64_t now_ms_ = 0;
 };
 
 /// Everything the plug-in can see of the device. One instance; reset for each test.
@@ -77,6 +79,8 @@ struct Platform {
   std::map<std::string, std::map<std::string, std::string>> databases;
   std::map<std::string, std::deque<BusAnswer>> scripted_answers;  ///< per queue, used up first
   std::map<std::string, BusAnswer> standing_answers;              ///< per queue
+  /// Where it is set it answers every request, whatever the two above say; may throw.
+  std::function<BusAnswer(const BusRequest& request)> camera;
   int listen_result = 0;
   std::string sn = "SN0001";
   unsigned long long now_s = 1700000000;
