@@ -1,0 +1,55 @@
+#!/usr/bin/env bash
+# ./dev fuzz: input of any kind to the plug-in, the agent and the camera.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+# shellcheck source=scripts/common.sh
+. scripts/common.sh
+
+mapfile -t all < <(sed -n 's/^add_fuzz_target(\([a-z0-9_]*\).*/\1/p' tests/fuzz/CMakeLists.txt)
+
+usage() {
+  cat <<HELP
+usage: ./dev fuzz [TARGET]... [SECONDS]
+
+  Tries inputs for that long, 30 s, with each target, or these: ${all[*]}.
+  What was learned is in build/fuzz/corpus, and the next run goes on from it. An input that ends a
+  target is in build/fuzz/findings.
+HELP
+}
+
+# usage: try_inputs TARGET SECONDS
+try_inputs() {
+  local target=$1 seconds=$2 directory=build/fuzz finding
+  local program=$directory/bin/fuzz_$target log=$directory/$target.log marker=$directory/$target.began
+  mkdir -p "$directory/corpus/$target" "$directory/findings"
+  touch "$marker"
+  "$program" -max_total_time="$seconds" -max_len=4096 -timeout=10 -dict=tests/fuzz/words.dict \
+    -artifact_prefix="$directory/findings/$target-" -print_final_stats=1 \
+    "$directory/corpus/$target" "tests/fuzz/corpus/$target" >"$log" 2>&1 || {
+    grep -aE 'does not hold|runtime error|ERROR|SUMMARY' "$log" | cut -c1-2000 >&2
+    finding=$(find "$directory/findings" -name "$target-*" -newer "$marker" | head -n 1)
+    fail "$target: see $log${finding:+; again with: $program $finding}"
+  }
+  say "$target: $(sed -n 's/^stat::number_of_executed_units: *//p' "$log") inputs," \
+    "$(grep -aoE 'cov: [0-9]+' "$log" | tail -n 1 | grep -oE '[0-9]+') places of the code reached"
+}
+
+seconds=30
+targets=()
+for argument in "$@"; do
+  case "$argument" in
+    -h | --help) usage; exit ;;
+    *[!0-9]*)
+      [[ " ${all[*]} " == *" $argument "* ]] || fail "no target is named $argument: ${all[*]}"
+      targets+=("$argument")
+      ;;
+    *) seconds=$argument ;;
+  esac
+done
+[ ${#targets[@]} -gt 0 ] || targets=("${all[@]}")
+
+need_packages fuzz
+build fuzz "$(printf 'fuzz_%s\n' "${targets[@]}")" -DCMAKE_CXX_COMPILER=clang++ -DMQTTADAPTER_FUZZ=ON
+for target in "${targets[@]}"; do
+  try_inputs "$target" "$seconds"
+done
