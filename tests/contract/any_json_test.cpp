@@ -2,73 +2,9 @@
 // nothing is thrown, the contract's result where it fixes one, and the next good
 // request works.
 #include "adapter_test.h"
+#include "support/good_requests.h"
 
 namespace {
-
-struct Request {
-  const char* name;
-  const char* good;        ///< a payload that is carried out
-  const char* queue;       ///< where its request goes; "" if nowhere
-  const char* good_reply;  ///< what is answered there
-  bool needs_object;       ///< whether a payload that is no object is refused
-  bool checks_type;
-  bool checks_version;
-  bool needs_json_reply;  ///< whether a reply that is no JSON makes it fail
-};
-
-const Request kRequests[] = {
-    {"ivs_trigger", "{}", "ALG_REQUEST_MESSAGE", "{}", false, false, true, false},
-    {"gpio_out", R"({"type":"gpio_out","body":{"io":1,"value":2,"delay":3}})", "EVS_GPIO_CONTROL",
-     "", true, true, false, false},
-    {"serial_data",
-     R"({"type":"serial_data","body":{"serialData":[)"
-     R"({"serialChannel":1,"data":"YQ==","dataLen":1},{"data":"Yg=="}]}})",
-     "EVS_RS485_WRITE", "", true, true, false, false},
-    {"set_time",
-     R"({"type":"set_time","body":{"year":"2024","month":"1","day":"2","hour":"3","min":"4",)"
-     R"("sec":"5"}})",
-     "SS_BUS_REQUEST", "{}", true, true, true, false},
-    {"snapshot", R"({"type":"snapshot"})", "ALG_REQUEST_MESSAGE", R"({"body":{"img_path":"/a"}})",
-     true, true, true, true},
-    {"reboot_dev", R"({"type":"reboot_dev"})", "SS_BUS_REQUEST", "{}", true, true, true, false},
-    {"check_offline_record",
-     R"({"type":"check_offline_record","body":{"enable":"push","max_count":1,"min_id":1}})", "", "",
-     true, true, true, false},
-    {"bind_device_list", R"({"type":"bind_device_list"})", "user_get_mate_info",
-     R"({"body":{"a":1}})", true, true, true, false},
-    {"agent_rtsp_url", R"({"type":"agent_rtsp_url","body":{"sn":"M1"}})", "user_get_rtsp_info",
-     R"({"body":{"a":1}})", true, true, true, false},
-    {"agent_talkback_port", R"({"type":"agent_talkback_port","body":{"sn":"M1","window_size":8}})",
-     "user_request_talkback", R"({"body":{"a":1}})", true, true, true, false},
-    {"lanectrl_result_cfg", R"({"type":"lanectrl_result_cfg","body":[{"a":1}]})",
-     "stay_event_enable", "{}", true, true, true, false},
-    {"get_image_by_id", R"({"type":"get_image_by_id","body":{"id":5}})", "BUS_GET_IVS_INFO",
-     R"({"body":{"img_path":"/a"}})", true, true, true, true},
-    {"white_list_operator",
-     R"({"type":"white_list_operator","body":{"operator_type":"update_or_add","plate":"A",)"
-     R"("dldb_rec":[{"plate":"A"}]}})",
-     "BUS_WHITE_LIST_INFO", R"({"body":{"a":1}})", true, true, true, true},
-    {"get_device_timestamp", R"({"type":"get_device_timestamp"})", "", "", true, true, true, false},
-    {"wl_check_status", R"({"type":"wl_check_status","body":{"cmd":"set","filter_enable":1}})",
-     "BUS_WHITE_LIST_INFO", R"({"body":{"filter_enable":1}})", true, true, true, true},
-    {"get_sn", R"({"type":"get_sn"})", "", "", true, true, true, false},
-    {"get_last_result", R"({"type":"get_last_result"})", "BUS_GET_IVS_INFO", "record", true, true,
-     true, false},
-    {"get_io_out_status", R"({"type":"get_io_out_status","body":{"gpio":1}})", "EVS_BUS_REQUEST",
-     R"({"body":{"gpio_out_status":1}})", true, true, true, true},
-    {"get_ad_voice", "{}", "AD_HTTP_REQUESTION", R"({"body":{"media_voice_time_ctrl":{"a":1}}})",
-     false, false, false, true},
-    {"set_ad_voice", R"({"body":{"media_voice_time_ctrl":{"a":[1]}}})", "AD_HTTP_REQUESTION",
-     R"({"body":{"media_voice_time_ctrl":{"a":1}}})", true, false, false, true},
-    {"get_lcd_bright", "{}", "AD_HTTP_REQUESTION",
-     R"({"body":{"led_bright_mode":1,"led_bright_time_ctrl":[1]}})", false, false, false, true},
-    {"set_lcd_bright", R"({"body":{"lcd_bright_mode":1,"lcd_bright_time_ctrl":[1]}})",
-     "AD_HTTP_REQUESTION", R"({"body":{"led_bright_mode":1,"led_bright_time_ctrl":[1]}})", true,
-     false, false, true},
-    {"set_cloud_ctrl", R"({"type":"set_cloud_ctrl","body":{"type":2,"value":5}})",
-     "BUS_REQUEST_MESSAGE", R"({"body":{"a":1}})", true, false, true, true},
-};
-static_assert(sizeof(kRequests) / sizeof(kRequests[0]) == 23, "every request has its row");
 
 const char* const kValues[] = {"null",
                                "true",
@@ -121,7 +57,7 @@ void ForEachPlace(const Json::Value& document, const Json::Value& value,
   }
 }
 
-class AnyJson : public AdapterTest, public testing::WithParamInterface<Request> {
+class AnyJson : public AdapterTest, public testing::WithParamInterface<GoodRequest> {
  protected:
   void SetUp() override {
     Start();
@@ -147,7 +83,7 @@ class AnyJson : public AdapterTest, public testing::WithParamInterface<Request> 
   }
   bool SendGood() {
     response_ = Json::Value();
-    return Send(Parsed(GetParam().good));
+    return Send(Parsed(GetParam().payload));
   }
 };
 
@@ -168,7 +104,7 @@ TEST_P(AnyJson, AsThePayload) {
 TEST_P(AnyJson, AsTheType) {
   for (const char* value : kValues) {
     SCOPED_TRACE(value);
-    Json::Value payload = Parsed(GetParam().good);
+    Json::Value payload = Parsed(GetParam().payload);
     payload["type"] = Parsed(value);
     EXPECT_EQ(Send(payload), !GetParam().checks_type);
     EXPECT_TRUE(SendGood());
@@ -176,7 +112,7 @@ TEST_P(AnyJson, AsTheType) {
 }
 
 TEST_P(AnyJson, InEveryPlaceOfThePayload) {
-  const Json::Value good = Parsed(GetParam().good);
+  const Json::Value good = Parsed(GetParam().payload);
   for (const char* value : kValues) {
     ForEachPlace(good, Parsed(value), [&](const Json::Value& payload) {
       SCOPED_TRACE(Compact(payload));
@@ -189,7 +125,7 @@ TEST_P(AnyJson, InEveryPlaceOfThePayload) {
 TEST_P(AnyJson, AsTheBodyOfAGoodType) {
   for (const char* value : kValues) {
     SCOPED_TRACE(value);
-    Json::Value payload = Parsed(GetParam().good);
+    Json::Value payload = Parsed(GetParam().payload);
     payload["body"] = Parsed(value);
     Send(payload);
     EXPECT_TRUE(SendGood());
@@ -201,7 +137,7 @@ TEST_P(AnyJson, AsTheReply) {
     for (const int result : {1, 0, -1}) {
       SCOPED_TRACE(value);
       Answers(GetParam().queue, value, result);
-      Send(Parsed(GetParam().good));
+      Send(Parsed(GetParam().payload));
       AnswerWell();
       EXPECT_TRUE(SendGood());
     }
@@ -217,7 +153,7 @@ TEST_P(AnyJson, InEveryPlaceOfTheReply) {
     ForEachPlace(reply, Parsed(value), [&](const Json::Value& changed) {
       SCOPED_TRACE(Compact(changed));
       Answers(GetParam().queue, Compact(changed));
-      Send(Parsed(GetParam().good));
+      Send(Parsed(GetParam().payload));
     });
     AnswerWell();
     EXPECT_TRUE(SendGood()) << value;
@@ -228,7 +164,7 @@ TEST_P(AnyJson, IsMissedInAReplyWhereItIsNeededOnly) {
   for (const char* garbage : kGarbage) {
     SCOPED_TRACE(garbage);
     Answers(GetParam().queue, garbage);
-    EXPECT_EQ(Send(Parsed(GetParam().good)), !GetParam().needs_json_reply);
+    EXPECT_EQ(Send(Parsed(GetParam().payload)), !GetParam().needs_json_reply);
     AnswerWell();
     EXPECT_TRUE(SendGood());
   }
@@ -238,7 +174,7 @@ TEST_P(AnyJson, AsTheResponseOfTheHost) {
   for (const char* value : kValues) {
     SCOPED_TRACE(value);
     response_ = Parsed(value);
-    Send(Parsed(GetParam().good));
+    Send(Parsed(GetParam().payload));
     EXPECT_TRUE(SendGood());
   }
 }
@@ -250,7 +186,7 @@ TEST_P(AnyJson, OfGreatDepthIsSurvived) {
     outer[0U].swap(deep);
     deep.swap(outer);
   }
-  const Json::Value good = Parsed(GetParam().good);
+  const Json::Value good = Parsed(GetParam().payload);
   ForEachPlace(good, deep, [&](const Json::Value& payload) { Send(payload); });
   Send(deep);
   EXPECT_TRUE(SendGood());
@@ -259,12 +195,12 @@ TEST_P(AnyJson, OfGreatDepthIsSurvived) {
 TEST_P(AnyJson, UnderAnotherVersionIsRefusedByThoseThatCheckIt) {
   for (const char* version : {"1.1", "", "1", "1.0 ", "2.0"}) {
     response_ = Json::Value();
-    EXPECT_EQ(Send(Parsed(GetParam().good), version), !GetParam().checks_version) << version;
+    EXPECT_EQ(Send(Parsed(GetParam().payload), version), !GetParam().checks_version) << version;
   }
   EXPECT_TRUE(SendGood());
 }
 
-INSTANTIATE_TEST_SUITE_P(EveryRequest, AnyJson, testing::ValuesIn(kRequests),
+INSTANTIATE_TEST_SUITE_P(EveryRequest, AnyJson, testing::ValuesIn(kGoodRequests),
                          [](const auto& param) { return std::string(param.param.name); });
 
 }  // namespace

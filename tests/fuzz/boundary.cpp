@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "fuzz_host.h"
+#include "support/good_requests.h"
 
 namespace {
 
@@ -165,8 +166,8 @@ class Play {
   }
 
   void Good(int number) {
-    const auto index = static_cast<std::size_t>(abs(number % 23));
-    const fuzz::GoodRequest& request = fuzz::kRequests[index];
+    const auto index = static_cast<std::size_t>(abs(number % int{std::size(kGoodRequests)}));
+    const GoodRequest& request = kGoodRequests[index];
     host_.Request(request.name, fuzz::AnyValue(request.payload), "1.0");
   }
 

@@ -192,38 +192,6 @@ std::uint32_t PlateIdOf(const std::string& record) {
 
 }  // namespace
 
-const GoodRequest kRequests[kGoodRequests] = {
-    {"ivs_trigger", "{}"},
-    {"gpio_out", R"({"type":"gpio_out","body":{"io":1,"value":2,"delay":3}})"},
-    {"serial_data", R"({"type":"serial_data","body":{"serialData":[)"
-                    R"({"serialChannel":1,"data":"YQ==","dataLen":1},{"data":"Yg=="}]}})"},
-    {"set_time",
-     R"({"type":"set_time","body":{"year":"2024","month":"1","day":"2","hour":"3","min":"4",)"
-     R"("sec":"5"}})"},
-    {"snapshot", R"({"type":"snapshot"})"},
-    {"reboot_dev", R"({"type":"reboot_dev"})"},
-    {"check_offline_record",
-     R"({"type":"check_offline_record","body":{"enable":"push","max_count":3,"min_id":1}})"},
-    {"bind_device_list", R"({"type":"bind_device_list"})"},
-    {"agent_rtsp_url", R"({"type":"agent_rtsp_url","body":{"sn":"M1"}})"},
-    {"agent_talkback_port", R"({"type":"agent_talkback_port","body":{"sn":"M1","window_size":8}})"},
-    {"lanectrl_result_cfg", R"({"type":"lanectrl_result_cfg","body":[{"a":1}]})"},
-    {"get_image_by_id", R"({"type":"get_image_by_id","body":{"id":5}})"},
-    {"white_list_operator",
-     R"({"type":"white_list_operator","body":{"operator_type":"update_or_add","plate":"A",)"
-     R"("dldb_rec":[{"plate":"A"}]}})"},
-    {"get_device_timestamp", R"({"type":"get_device_timestamp"})"},
-    {"wl_check_status", R"({"type":"wl_check_status","body":{"cmd":"set","filter_enable":1}})"},
-    {"get_sn", R"({"type":"get_sn"})"},
-    {"get_last_result", R"({"type":"get_last_result"})"},
-    {"get_io_out_status", R"({"type":"get_io_out_status","body":{"gpio":1}})"},
-    {"get_ad_voice", "{}"},
-    {"set_ad_voice", R"({"body":{"media_voice_time_ctrl":{"a":[1]}}})"},
-    {"get_lcd_bright", "{}"},
-    {"set_lcd_bright", R"({"body":{"lcd_bright_mode":1,"lcd_bright_time_ctrl":[1]}})"},
-    {"set_cloud_ctrl", R"({"type":"set_cloud_ctrl","body":{"type":2,"value":5}})"},
-};
-
 Json::Value AnyValue(const std::string& text) {
   Json::Value value;
   return Json::String2Json(text, value) ? value : Json::Value(text);

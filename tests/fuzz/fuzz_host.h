@@ -27,14 +27,6 @@ std::string RecordOf(const std::string& head);
 /// Answers every request as the device's services do.
 fake::BusAnswer GoodCamera(const fake::BusRequest& request);
 
-/// The requests that the plug-in serves, each with a payload that it carries out.
-struct GoodRequest {
-  const char* name;
-  const char* payload;
-};
-constexpr std::size_t kGoodRequests = 23;
-extern const GoodRequest kRequests[kGoodRequests];
-
 /// One plug-in with its host. Holds, after every call:
 /// - nothing is thrown;
 /// - a bus request goes to a queue of the table, is of one of its kinds, and waits as long as that

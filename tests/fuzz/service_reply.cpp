@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "fuzz_host.h"
+#include "support/good_requests.h"
 
 namespace {
 
@@ -81,9 +82,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       host.Acknowledge(tag);
     }
   };
-  const fuzz::GoodRequest* wanted = &fuzz::kRequests[any % fuzz::kGoodRequests];
+  const GoodRequest* wanted = &kGoodRequests[any % std::size(kGoodRequests)];
   bool is_request = any % 2 == 0;
-  for (const fuzz::GoodRequest& request : fuzz::kRequests) {
+  for (const GoodRequest& request : kGoodRequests) {
     if (name == request.name) {
       wanted = &request;
       is_request = true;

@@ -92,16 +92,23 @@ void AdapterTest::TearDown() {
                                   << published_.front().name;
 }
 
-void AdapterTest::Create() {
+void AdapterTest::LoadLibrary() {
   library_ = dlopen(LibraryFile(), RTLD_NOW | RTLD_LOCAL);
   if (library_ == nullptr) {
     throw std::runtime_error(dlerror());
   }
-  const auto create =
-      reinterpret_cast<decltype(&create_adapter)>(dlsym(library_, "create_adapter"));
+  create_ = reinterpret_cast<decltype(&create_adapter)>(dlsym(library_, "create_adapter"));
   destroy_ = reinterpret_cast<decltype(&destory_adapter)>(dlsym(library_, "destory_adapter"));
-  library_file_ = FileOf(reinterpret_cast<const void*>(create));
-  adapter_ = create(events_, 7);
+  library_file_ = FileOf(reinterpret_cast<const void*>(create_));
+}
+
+void AdapterTest::Create() {
+  LoadLibrary();
+  CreateAdapter();
+}
+
+void AdapterTest::CreateAdapter() {
+  adapter_ = create_(events_, 7);
   adapter_->SignalPushMessage.connect(this, &AdapterTest::OnPush);
 }
 
@@ -263,6 +270,7 @@ fake::Platform& AdapterTest::platform() { return fake::ThePlatform(); }
 
 void AdapterTest::OnPush(const std::string& name, const Json::Value& payload,
                          const std::string& version, unsigned long long tag) {
+  const fake::Undisturbed host;
   ExpectOwnedByTheHost(payload);
   if (!has_response_of_the_test_) {
     ExpectMessageInContract(name, payload, version, tag);

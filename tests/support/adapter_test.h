@@ -61,6 +61,10 @@ class AdapterTest : public testing::Test, public sigslot::has_slots<sigslot::sin
   ~AdapterTest() override;
   void TearDown() override;
 
+  /// Loads the library alone.
+  void LoadLibrary();
+  /// Creates an adapter of the library that is loaded.
+  void CreateAdapter();
   /// Loads the library and creates an adapter, not initialised.
   void Create();
   /// Create, then Initialize with `image_func_`; forgets what was logged and listened.
@@ -110,6 +114,8 @@ class AdapterTest : public testing::Test, public sigslot::has_slots<sigslot::sin
 
   fake::Platform& platform();
 
+  decltype(&create_adapter) create_ = nullptr;  ///< the library's
+  decltype(&destory_adapter) destroy_ = nullptr;
   boost::shared_ptr<fake::EventService> events_;
   BaseAdapter* adapter_ = nullptr;
   Json::Value response_;
@@ -139,7 +145,6 @@ class AdapterTest : public testing::Test, public sigslot::has_slots<sigslot::sin
 
   void* library_ = nullptr;
   const void* library_file_ = nullptr;
-  void (*destroy_)(BaseAdapter*) = nullptr;
   std::deque<Publication> published_;
   /// A host passes an empty response. What a test put into it is not in the contract, and
   /// some requests publish that very object.

@@ -21,6 +21,18 @@
 
 namespace fake {
 
+/// Where it is above 0, nothing of this thread is to fail for want of memory.
+inline thread_local int undisturbed = 0;
+
+/// A scope of the platform's or the host's own, in which memory does not run out.
+class Undisturbed {
+ public:
+  Undisturbed() { ++undisturbed; }
+  ~Undisturbed() { --undisturbed; }
+  Undisturbed(const Undisturbed&) = delete;
+  Undisturbed& operator=(const Undisturbed&) = delete;
+};
+
 /// One request that the plug-in sent over the bus.
 struct BusRequest {
   std::string queue;

@@ -32,9 +32,9 @@ bool MQTTAdapter::ReadAdRecord(Json::Value* record) {
 
 bool MQTTAdapter::WriteAdRecord(const Json::Value& request, Json::Value& response) {
   std::string text;
-  Json::Json2String(request, text);
   std::string reply;
-  if (SendBusRequest(kQueueAdSettings, text, kAdSettingsTimeout_ms, &reply) == 0) {
+  if (!Json::Json2String(request, text) ||
+      SendBusRequest(kQueueAdSettings, text, kAdSettingsTimeout_ms, &reply) == 0) {
     return false;
   }
   // "state" here, not "state_code" as elsewhere: deliberate.

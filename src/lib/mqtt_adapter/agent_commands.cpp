@@ -69,9 +69,9 @@ bool MQTTAdapter::QueryAgentService(const AgentQuery& query, const Json::Value& 
   if (!query.fill(Member(payload, "body"), kept_request)) {
     return false;
   }
-  const std::string request = Text(kept_request);
+  std::string request;
   std::string reply;
-  if (version != kVersion ||
+  if (!Json::Json2String(kept_request, request) || version != kVersion ||
       !SendToAgentService(query.handler, query.service, request, kAgentTimeout_ms, &reply)) {
     return false;
   }
@@ -119,9 +119,9 @@ bool MQTTAdapter::DoCmdAgentLanectrlResultCfg(const Json::Value& payload,
   Json::Value service_request;
   service_request["type"] = "stay_event_enable";
   service_request["body"] = body;
-  const std::string request = Text(service_request);
+  std::string request;
   std::string reply;
-  if (version != kVersion ||
+  if (!Json::Json2String(service_request, request) || version != kVersion ||
       !SendToAgentService(__func__, "stay_event_enable", request, kStayEventTimeout_ms, &reply)) {
     return false;
   }

@@ -111,9 +111,8 @@ bool MQTTAdapter::DoCmdSetTime(const Json::Value& payload, const std::string& ve
   Json::Value& request = KeptRequest("ss_set_timing");
   request["body"]["datetime"] = text;
   std::string request_text;
-  Json::Json2String(request, request_text);
-  // Only now, with the request already built: deliberate.
-  if (version != kVersion) {
+  // The version only now, with the request already built: deliberate.
+  if (!Json::Json2String(request, request_text) || version != kVersion) {
     return false;
   }
   std::string reply;
@@ -131,9 +130,9 @@ bool MQTTAdapter::DoCmdReboot(const Json::Value& payload, const std::string& ver
     return false;
   }
   std::string request_text;
-  Json::Json2String(KeptRequest("reboot_dev"), request_text);
   std::string reply;
-  return SendBusRequest(kQueueSystem, request_text, kRebootTimeout_ms, &reply) > 0;
+  return Json::Json2String(KeptRequest("reboot_dev"), request_text) &&
+         SendBusRequest(kQueueSystem, request_text, kRebootTimeout_ms, &reply) > 0;
 }
 
 bool MQTTAdapter::DoCmdGetSn(const Json::Value& payload, const std::string& version,

@@ -60,11 +60,14 @@ std::string MQTTAdapter::GetDeviceIpFromDb() {
   }
   if (text != m_network_settings_) {  // every result asks; they hardly ever change
     Json::Value settings;
-    m_network_ip_.reset();
-    if (Json::String2Json(text, settings) && Member(settings, "ip").isString()) {
-      m_network_ip_ = settings["ip"].asString();
+    boost::optional<std::string> ip;
+    const bool is_json = Json::String2Json(text, settings);
+    if (is_json && Member(settings, "ip").isString()) {
+      ip = settings["ip"].asString();
     }
-    m_network_settings_ = text;
+    // What is no JSON is read again the next time: memory may have run out.
+    m_network_settings_ = is_json ? text : std::string();
+    m_network_ip_.swap(ip);
   }
   if (m_network_ip_) {
     m_dev_ip_ = *m_network_ip_;

@@ -41,7 +41,7 @@ int MqttOfflineMgr::GetCountOfflineRecords() {
   Json::Value request;
   request["type"] = "STP_GET_MQTT_OFFLINE_COUNT";
   Json::Value reply;
-  if (!Json::String2Json(AskStore(request.toStyledString()), reply)) {
+  if (!Json::String2Json(AskStore(StyledText(request)), reply)) {
     return 0;
   }
   const Json::Value& count = Member(Member(reply, "body"), "offline_count");
@@ -60,20 +60,22 @@ int MqttOfflineMgr::StartCheckOfflineRecords() {
   request["type"] = "STP_SELECT_MQTT_OFFLINE_RECORD";
   request["body"]["count"] = std::min(m_remain_count_, kBatchSize);
   request["body"]["id"] = m_min_id_;
-  const std::string reply = AskStore(request.toStyledString());
+  const std::string reply = AskStore(StyledText(request));
   if (reply.size() % sizeof(IvsOfflineInfo) != 0) {
     return 0;
   }
   const size_t fetched = reply.size() / sizeof(IvsOfflineInfo);
+  // Backwards, so that the first record of the reply is the next to be delivered. All of them or,
+  // where memory runs out, none.
+  std::list<IvsOfflineInfo> records;
+  for (size_t i = fetched; i-- > 0;) {
+    records.emplace_back();
+    memcpy(&records.back(), reply.data() + i * sizeof(IvsOfflineInfo), sizeof(IvsOfflineInfo));
+  }
   // Deliberately not clamped: more records than asked for wrap the count.
   m_remain_count_ -= static_cast<uint32_t>(fetched);
   OFFLINE_LOG("get %d mqtt offline record from db.", static_cast<int>(fetched));
-  // Backwards, so that the first record of the reply is the next to be delivered.
-  for (size_t i = fetched; i-- > 0;) {
-    m_offline_records_.emplace_back();
-    memcpy(&m_offline_records_.back(), reply.data() + i * sizeof(IvsOfflineInfo),
-           sizeof(IvsOfflineInfo));
-  }
+  m_offline_records_.splice(m_offline_records_.end(), records);
   return static_cast<int>(fetched);
 }
 
@@ -85,12 +87,15 @@ IvsOfflineInfo* MqttOfflineMgr::GetFirstOfflieRecord() {
 }
 
 int MqttOfflineMgr::SetOfflinePushSuccess(uint32_t plate_id, bool is_offline) {
-  Json::Value& request = m_status_request_.body;
-  if (request.isNull()) {
+  Json::Value& kept = m_status_request_.body;
+  if (kept.isNull()) {
+    Json::Value request;  // whole before it is kept
     request["type"] = "STP_SET_MQTT_OFFLINE_STATUS";
     request["body"]["push_status"] = 0;
+    request["body"]["plate_id"] = plate_id;
+    kept.swap(request);
   }
-  request["body"]["plate_id"] = plate_id;
+  kept["body"]["plate_id"] = plate_id;
   AskStore(m_status_request_.Text());
   if (is_offline && !m_offline_records_.empty()) {
     // The current record's own id decides, whatever `plate_id` says.
@@ -107,7 +112,7 @@ int MqttOfflineMgr::SetOfflinePushSuccess(uint32_t plate_id, bool is_offline) {
 int MqttOfflineMgr::ClearAllOfflineRecord() {
   Json::Value request;
   request["type"] = "STP_CLEAR_MQTT_OFFLINE";
-  AskStore(request.toStyledString());
+  AskStore(StyledText(request));
   return kStateOk;
 }
 

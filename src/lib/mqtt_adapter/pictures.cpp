@@ -62,9 +62,8 @@ bool MQTTAdapter::DoCmdGetImageById(const Json::Value& payload, const std::strin
   Json::Value& request = KeptRequest("get_img_path_by_id");
   request["body"]["plateid"] = id;
   std::string text;
-  Json::Json2String(request, text);
-  // Only now, with the id logged and the request built: deliberate.
-  if (version != kVersion) {
+  // The version only now, with the id logged and the request built: deliberate.
+  if (!Json::Json2String(request, text) || version != kVersion) {
     return false;
   }
   // What counts is the reply, not the result of the send; the snapshot's counts.
@@ -92,8 +91,7 @@ bool MQTTAdapter::DoCmdSnapshot(const Json::Value& payload, const std::string& v
     return false;
   }
   std::string text;
-  Json::Json2String(KeptRequest("AV_SRV_GET_SNAPSHOT"), text);
-  if (version != kVersion) {
+  if (!Json::Json2String(KeptRequest("AV_SRV_GET_SNAPSHOT"), text) || version != kVersion) {
     return false;
   }
   std::string reply;

@@ -2,6 +2,7 @@
 // what the request handlers share.
 #include <cstdio>
 #include <type_traits>
+#include <utility>
 
 #include "entry_guard.h"
 #include "json_access.h"
@@ -176,11 +177,14 @@ bool MQTTAdapter::CheckPayloadIsValid(const Json::Value& payload) {
 }
 
 Json::Value& MQTTAdapter::KeptRequest(const char* type) {
-  Json::Value& request = m_kept_requests_[type];
-  if (request.isNull()) {
+  auto kept = m_kept_requests_.find(type);
+  if (kept == m_kept_requests_.end()) {
+    // Whole before it is kept: where memory runs out in between, the next use makes it anew.
+    Json::Value request;
     request["type"] = type;
+    kept = m_kept_requests_.emplace(type, std::move(request)).first;
   }
-  return request;
+  return kept->second;
 }
 
 int MQTTAdapter::SendBusRequest(const char* queue, const std::string& request, int timeout_ms,

@@ -1,6 +1,9 @@
 #include "styled_document.h"
 
 #include <algorithm>
+#include <new>
+
+#include "json_text.h"
 
 namespace qex {
 namespace {
@@ -84,29 +87,41 @@ Json::Value& StyledDocument::Member(Json::Value& object, const char* name) {
   return *place.member;
 }
 
-void StyledDocument::FindSlots(const Json::Value& value, Json::Value& marked) {
+std::string StyledText(const Json::Value& document) {
+  std::string text = document.toStyledString();
+  Json::Value whole;
+  if (!Json::String2Json(text, whole)) {
+    throw std::bad_alloc();
+  }
+  return text;
+}
+
+void StyledDocument::FindSlots(const Json::Value& value, Json::Value& marked,
+                               std::vector<Slot>& slots) {
   if (value.isObject() && !value.empty()) {
     for (auto member = value.begin(); member != value.end(); ++member) {
-      FindSlots(*member, marked[member.name()]);
+      FindSlots(*member, marked[member.name()], slots);
     }
   } else if (!value.isArray()) {
-    marked = Marker(slots_.size());
-    slots_.push_back({&value, std::string()});
+    marked = Marker(slots.size());
+    slots.push_back({&value, std::string()});
   }
 }
 
 void StyledDocument::TakeLayout() {
   Json::Value marked = body;
-  FindSlots(body, marked);
-  const std::string text = marked.toStyledString();
+  std::vector<Slot> slots;
+  FindSlots(body, marked, slots);
+  const std::string text = StyledText(marked);
   size_t from = 0;
-  for (size_t i = 0; i < slots_.size(); ++i) {
+  for (size_t i = 0; i < slots.size(); ++i) {
     const std::string marker = '"' + Marker(i) + '"';
     const size_t at = text.find(marker, from);
-    slots_[i].before = text.substr(from, at - from);
+    slots[i].before = text.substr(from, at - from);
     from = at + marker.size();
   }
   after_ = text.substr(from);
+  slots_.swap(slots);  // the last: a layout is whole, or there is none yet
 }
 
 const std::string& StyledDocument::Text() {

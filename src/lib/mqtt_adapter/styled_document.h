@@ -9,6 +9,10 @@
 
 namespace qex {
 
+/// What document.toStyledString() returns. Throws std::bad_alloc where that is no JSON: when memory
+/// runs out, jsoncpp's stream loses the rest without a word.
+std::string StyledText(const Json::Value& document);
+
 class StyledDocument;
 
 /// The members of an object that is filled in: as those of Json::Value, but found without a search
@@ -66,7 +70,7 @@ class StyledDocument {
   };
   friend class Members;
   Json::Value& Member(Json::Value& object, const char* name);
-  void FindSlots(const Json::Value& value, Json::Value& marked);
+  static void FindSlots(const Json::Value& value, Json::Value& marked, std::vector<Slot>& slots);
   void TakeLayout();
 
   std::vector<Place> places_;  ///< in the order of filling in
