@@ -195,6 +195,7 @@ bool Json2String(const Json::Value& value, std::string& text) {
     MakeUtf8(text);
     return true;
   } catch (const std::exception&) {
+    text.clear();
     return false;
   }
 }
