@@ -1,10 +1,16 @@
 // How long a call keeps the host's thread at the most: what it waits for on the bus, where a
 // service is silent, and where each answers in the last moment.
-#include <fstream>
 #include <map>
 #include <regex>
+#include <sstream>
 
 #include "offline_fixture.h"
+
+/// docs/porting.md, embedded.
+extern "C" {
+extern const char porting_document[];      // NOLINT(modernize-avoid-c-arrays)
+extern const char porting_document_end[];  // NOLINT(modernize-avoid-c-arrays)
+}
 
 namespace {
 
@@ -129,7 +135,7 @@ class Blocking : public OfflineTest {
   }
   /// The rows of the table that hosts are given: "call" to milliseconds, of one of its columns.
   static std::map<std::string, int> Promised(size_t column) {
-    std::ifstream document(PORTING_DOCUMENT);
+    std::istringstream document(std::string(porting_document, porting_document_end));
     const std::regex row(R"(\| `([^`]+)`[^|]*\| (\d+) \| (\d+) \|.*)");
     std::map<std::string, int> promised;
     std::smatch cells;

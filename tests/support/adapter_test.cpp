@@ -57,11 +57,6 @@ void ForEachText(const Json::Value& value, const std::function<void(const char*)
 
 }  // namespace
 
-const char* LibraryFile() {
-  const char* named = getenv("MQTTADAPTER_LIBRARY");
-  return named != nullptr ? named : MQTTADAPTER_LIBRARY;
-}
-
 Json::Value Parsed(const std::string& text) {
   Json::Value value;
   if (!Json::String2Json(text, value)) {

@@ -48,8 +48,7 @@ class RecordBytes {
   std::string bytes_;
 };
 
-/// The file under test: this build's, or the one that the environment names as MQTTADAPTER_LIBRARY,
-/// which another compiler may have made.
+/// The file under test: each program of tests has its own way to say which it is.
 const char* LibraryFile();
 
 Json::Value Parsed(const std::string& text);

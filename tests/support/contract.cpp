@@ -13,6 +13,12 @@
 
 #include "json_text.h"
 
+/// contract/asyncapi.json, embedded.
+extern "C" {
+extern const char contract_document[];      // NOLINT(modernize-avoid-c-arrays)
+extern const char contract_document_end[];  // NOLINT(modernize-avoid-c-arrays)
+}
+
 namespace {
 
 using valijson::adapters::JsonCppAdapter;
@@ -71,11 +77,8 @@ Contract& Contract::Instance() {
 }
 
 Contract::Contract() : schemas_(std::make_unique<Schemas>()) {
-  std::ifstream file(CONTRACT_FILE);
-  std::ostringstream text;
-  text << file.rdbuf();
-  if (!file || !Json::String2Json(text.str(), document_)) {
-    throw std::runtime_error(std::string("cannot read ") + CONTRACT_FILE);
+  if (!Json::String2Json(std::string(contract_document, contract_document_end), document_)) {
+    throw std::runtime_error("the contract is no JSON");
   }
   root_["components"]["schemas"] = document_["components"]["schemas"];
   MakeStrict(root_);

@@ -12,7 +12,7 @@
 class Contract {
  public:
   /// Read once per process, each schema when it is first asked for. Any thread may use it.
-  /// Throws std::runtime_error when the file cannot be read.
+  /// Throws std::runtime_error when it is no JSON.
   static Contract& Instance();
 
   /// What of a document a schema does not allow, a line each; empty when it holds.
