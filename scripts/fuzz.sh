@@ -17,19 +17,26 @@ usage: ./dev fuzz [TARGET]... [SECONDS]
 HELP
 }
 
+# Where the camera has its data: what it writes, it waits for.
+in_memory=/dev/shm
+[ -w "$in_memory" ] || in_memory=/tmp
+
 # usage: try_inputs TARGET SECONDS
 try_inputs() {
-  local target=$1 seconds=$2 directory=build/fuzz finding
+  local target=$1 seconds=$2 directory=build/fuzz finding temporary
   local program=$directory/bin/fuzz_$target log=$directory/$target.log marker=$directory/$target.began
   mkdir -p "$directory/corpus/$target" "$directory/findings"
   touch "$marker"
-  "$program" -max_total_time="$seconds" -max_len=4096 -timeout=10 -dict=tests/fuzz/words.dict \
+  temporary=$(mktemp -d -p "$in_memory")
+  TMPDIR=$temporary "$program" -max_total_time="$seconds" -max_len=4096 -timeout=10 -dict=tests/fuzz/words.dict \
     -artifact_prefix="$directory/findings/$target-" -print_final_stats=1 \
     "$directory/corpus/$target" "tests/fuzz/corpus/$target" >"$log" 2>&1 || {
     grep -aE 'does not hold|runtime error|ERROR|SUMMARY' "$log" | cut -c1-2000 >&2
     finding=$(find "$directory/findings" -name "$target-*" -newer "$marker" | head -n 1)
+    rm -rf "$temporary"
     fail "$target: see $log${finding:+; again with: $program $finding}"
   }
+  rm -rf "$temporary"
   say "$target: $(sed -n 's/^stat::number_of_executed_units: *//p' "$log") inputs," \
     "$(grep -aoE 'cov: [0-9]+' "$log" | tail -n 1 | grep -oE '[0-9]+') places of the code reached"
 }

@@ -13,6 +13,9 @@ constexpr int kMostSteps =
     40;                      // of one input, a result being one: enough to have more than may wait
 constexpr int kDeepest = 3;  // calls within calls
 
+/// What a text begins with; 0 where that is no number.
+int Number(const std::string& text) { return static_cast<int>(strtol(text.c_str(), nullptr, 10)); }
+
 class Play {
  public:
   explicit Play(std::string input) : input_(std::move(input)), host_(Camera(), Lacking()) {
@@ -101,7 +104,7 @@ class Play {
         break;
       }
       case 'g':  // a good request, by its number
-        Good(atoi(rest.c_str()));
+        Good(Number(rest));
         break;
       case 'b': {  // a bus message: topic and body
         const std::string topic = fuzz::TakeUpTo(' ', &rest);
@@ -112,7 +115,7 @@ class Play {
         host_.Deliver("BUS_SRV_IVS_RESULT", fuzz::RecordOf(rest));
         break;
       case 'n':  // as many plate results, with other ids
-        for (int left = atoi(rest.c_str()) % 32; left > 0 && steps_ < kMostSteps; --left) {
+        for (int left = Number(rest) % 32; left > 0 && steps_ < kMostSteps; --left) {
           std::string record = fuzz::RecordOf("N");
           ++steps_;
           record[80] = static_cast<char>(++plate_id_);
@@ -124,7 +127,7 @@ class Play {
         break;
       case 't':  // time passes, at most ten minutes
         if (depth_ == 1) {
-          host_.Tick(abs(atoi(rest.c_str()) % 600000));
+          host_.Tick(std::abs(Number(rest) % 600000));
         }
         break;
       case 's':
@@ -146,13 +149,13 @@ class Play {
         answers_.push_back(rest);
         break;
       case 'F':  // as many bus requests throw
-        failures_ = atoi(rest.c_str()) % 8;
+        failures_ = Number(rest) % 8;
         break;
       case 'i':  // what the image function returns; "throw" and "step": it does that
         picture_ = rest;
         break;
       case 'w':  // so many publications have the next step happen within
-        steps_within_ = atoi(rest.c_str()) % 8;
+        steps_within_ = Number(rest) % 8;
         break;
       case 'D': {  // what a database has: the database, the key and the value
         const std::string database = fuzz::TakeUpTo(' ', &rest);
