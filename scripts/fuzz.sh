@@ -28,7 +28,8 @@ try_inputs() {
   mkdir -p "$directory/corpus/$target" "$directory/findings"
   touch "$marker"
   temporary=$(mktemp -d -p "$in_memory")
-  TMPDIR=$temporary "$program" -max_total_time="$seconds" -max_len=4096 -timeout=10 -dict=tests/fuzz/words.dict \
+  TMPDIR=$temporary "$program" -max_total_time="$seconds" -max_len=4096 -timeout=10 -report_slow_units=10 \
+    -dict=tests/fuzz/words.dict \
     -artifact_prefix="$directory/findings/$target-" -print_final_stats=1 \
     "$directory/corpus/$target" "tests/fuzz/corpus/$target" >"$log" 2>&1 || {
     grep -aE 'does not hold|runtime error|ERROR|SUMMARY' "$log" | cut -c1-2000 >&2

@@ -115,6 +115,9 @@ class AllocationFailure : public AdapterTest,
     std::string wrong;
     Console([&] {
       for (const bool is_used : {false, true}) {
+        if (is_used && GetParam() == FailingAllocation::kAllFromThere) {
+          break;  // takes its time, and leaves what the first use leaves
+        }
         const auto begin = [&] {
           Renew();
           for (int left = is_used ? 2 : 1; left > 0; --left) {
@@ -133,8 +136,8 @@ class AllocationFailure : public AdapterTest,
         const Lines next = Sent();
         const Lines result = GoodResult();
         std::size_t number = scene.spared;
-        std::size_t count = number + 1;
-        while (wrong.empty() && ++number <= count) {
+        std::size_t count = number;
+        while (wrong.empty() && ++number <= count + 1) {
           begin();
           wrong = PlayOnce(scene, number, &count, whole, next, result);
         }
@@ -321,7 +324,7 @@ TEST_P(AllocationFailure, WhileTheNamesAreAskedFor) {
 
 TEST_P(AllocationFailure, WhileTheAdapterIsMade) {
   std::size_t count = 1;
-  for (std::size_t number = 1; number <= count; ++number) {
+  for (std::size_t number = 1; count + 1 >= number; ++number) {
     NewPlatform();
     const FailingAllocation failing(number, GetParam());
     EXPECT_NO_THROW(adapter_ = create_(events_, 7));
@@ -334,7 +337,7 @@ TEST_P(AllocationFailure, WhileItIsInitialized) {
   std::vector<int> results;
   Console([&] {
     std::size_t count = 1;
-    for (std::size_t number = 1; number <= count; ++number) {
+    for (std::size_t number = 1; count + 1 >= number; ++number) {
       Renew();
       destroy_(adapter_);
       NewPlatform();
@@ -353,7 +356,7 @@ TEST_P(AllocationFailure, WhileItIsInitialized) {
 TEST_P(AllocationFailure, WhileItIsDestroyed) {
   Console([this] {
     std::size_t count = 1;
-    for (std::size_t number = 1; number <= count; ++number) {
+    for (std::size_t number = 1; count + 1 >= number; ++number) {
       Renew();
       GoodResult();
       Arrive(4);
