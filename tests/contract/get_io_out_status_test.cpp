@@ -99,6 +99,12 @@ TEST_F(GetIoOutStatus, LeavesTheResponseAsItIs) {
   EXPECT_EQ(Compact(response_), R"({"kept":1})");
 }
 
+TEST_F(GetIoOutStatus, AsksNothingWhenItCannotBeSerialised) {
+  platform().serialising_fails = true;
+  EXPECT_FALSE(Ask());
+  EXPECT_EQ(BusHeard(), "nothing");
+}
+
 class GetIoOutStatusWithoutBus : public AdapterTest {};
 
 TEST_F(GetIoOutStatusWithoutBus, IsRefused) {

@@ -26,6 +26,14 @@ TEST_F(IvsResult, IsLoggedInStyledForm) {
       1U);
 }
 
+TEST_F(IvsResult, IsLoggedInStyledFormWithNumbersBelowZero) {
+  Deliver("BUS_SRV_IVS_RESULT", RecordBytes().Word(44, 0xFFFFFFFB).Word(48, 0x80000000));
+  RunPosted();
+  const std::string styled = PublishedPayload().toStyledString();
+  EXPECT_NE(styled.find(" : -5,"), std::string::npos);
+  EXPECT_EQ(Logged(7, "ivs_result:" + styled + " :"), 1U);
+}
+
 TEST_F(IvsResult, IsLoggedInStyledFormWhateverIsInIt) {
   Deliver("BUS_SRV_IVS_RESULT", RecordBytes());
   RunPosted();

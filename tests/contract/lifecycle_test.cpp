@@ -276,6 +276,16 @@ TEST_F(Lifecycle, WithoutAnEventServiceSurvivesEveryCall) {
   ClaimEverything();
 }
 
+TEST_F(Lifecycle, WithoutAnEventServiceATimedMoveIsCarriedOutAndNeverStopped) {
+  events_.reset();
+  Create();
+  events_.reset(new fake::EventService);  // not the adapter's
+  Initialize();
+  Answers("BUS_REQUEST_MESSAGE", "{}");
+  EXPECT_TRUE(CloudSends("set_cloud_ctrl", R"({"type":"set_cloud_ctrl","body":{"type":2}})"));
+  EXPECT_EQ(BusHeard().substr(0, 19), "BUS_REQUEST_MESSAGE");
+}
+
 TEST_F(Lifecycle, WhatABusClientThrowsStaysInside) {
   Start();
   platform().throw_on_request = "SS_BUS_REQUEST";

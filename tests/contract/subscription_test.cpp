@@ -15,6 +15,12 @@ TEST_F(Subscription, OfResultsListensToTheirTopic) {
                                       "7  message:[ivs_result] listen BUS_SRV_IVS_RESULT ret=0"}));
 }
 
+TEST_F(Subscription, WithinWhichSomethingIsThrownIsRefused) {
+  platform().throw_on_request = "BUS_GET_IVS_INFO";
+  EXPECT_FALSE(adapter_->SubscribeMessage("offline_record"));
+  EXPECT_EQ(LoggedBy("SubscribeMessage", 3, "caught: thrown by the bus"), 1U);
+}
+
 TEST_F(Subscription, OfLaneControlListensToItsTopic) {
   EXPECT_TRUE(adapter_->SubscribeMessage("lanectrl_result"));
   EXPECT_EQ(platform().listened_topics.count("BUS_SRV_LANECTRL_RESULT"), 1U);
