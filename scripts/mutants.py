@@ -73,7 +73,7 @@ def passes():
 
 def prepare():
     """Copies what the plug-in is built of, and builds it, not optimised."""
-    shutil.rmtree(COPY, ignore_errors=True)
+    shutil.rmtree(BUILD, ignore_errors=True)
     for part in ("cmake", "include", SOURCES):
         shutil.copytree(ROOT / part, COPY / part)
     shutil.copy(ROOT / "CMakeLists.txt", COPY)
