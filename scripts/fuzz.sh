@@ -11,7 +11,8 @@ usage() {
   cat <<HELP
 usage: ./dev fuzz [TARGET]... [SECONDS]
 
-  Tries inputs for that long, 30 s, with each target, or these: ${all[*]}.
+  Tries inputs for that long, 30 s, with each target, or these: ${all[*]}; as many at a time as
+  there are cores.
   What was learned is in build/fuzz/corpus, and the next run goes on from it. An input that ends a
   target is in build/fuzz/findings.
 HELP
@@ -58,6 +59,19 @@ done
 
 need_packages fuzz
 build fuzz "$(printf 'fuzz_%s\n' "${targets[@]}")" -DCMAKE_CXX_COMPILER=clang++ -DMQTTADAPTER_FUZZ=ON
+
+# As many targets at a time as there are cores.
+running=0
+status=0
 for target in "${targets[@]}"; do
-  try_inputs "$target" "$seconds"
+  if [ "$running" -eq "$(nproc)" ]; then
+    wait -n || status=1
+    running=$((running - 1))
+  fi
+  try_inputs "$target" "$seconds" &
+  running=$((running + 1))
 done
+for ((; running > 0; running--)); do
+  wait -n || status=1
+done
+exit "$status"
