@@ -20,7 +20,8 @@ class Host : public sigslot::has_slots<sigslot::single_threaded> {
 };
 
 PlugIn Load() {
-  void* library = dlopen(MQTTADAPTER_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+  const char* named = getenv("MQTTADAPTER_LIBRARY");  // built in another way
+  void* library = dlopen(named != nullptr ? named : MQTTADAPTER_LIBRARY, RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) {
     fprintf(stderr, "%s\n", dlerror());
     exit(1);

@@ -80,10 +80,10 @@ class NatsLoop : public std::enable_shared_from_this<NatsLoop> {
   std::atomic<unsigned> losses_{0};       // of connections
   std::atomic<bool> wants_to_write_{false};
   std::atomic<bool> writes_anyway_{false};  // soon: no need to be told to
-  std::mutex mutex_;                      // guards the next
-  std::shared_ptr<Socket> fresh_;         // attached, not watched yet
-  natsConnection* connection_ = nullptr;  // the link's
-  std::shared_ptr<Socket> socket_;        // the library's, as a descriptor of its own
+  std::mutex mutex_;                        // guards the next
+  std::shared_ptr<Socket> fresh_;           // attached, not watched yet
+  natsConnection* connection_ = nullptr;    // the link's
+  std::shared_ptr<Socket> socket_;          // the library's, as a descriptor of its own
   bool awaits_writing_ = false;
   std::vector<std::pair<natsSubscription*, Taker>> takers_;
   std::string inbox_;
