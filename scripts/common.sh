@@ -35,14 +35,15 @@ only_to_run=(-DMQTTADAPTER_TESTS=OFF -DCMAKE_BUILD_TYPE=None)
 
 # usage: configure DIRECTORY [CMAKE OPTIONS]
 configure() {
-  local directory=build/$1
+  local directory=build/$1 type=(-DCMAKE_BUILD_TYPE=RelWithDebInfo)
   shift
+  [[ " $* " != *" --preset "* ]] || type=()
   mkdir -p "$directory"
   if [ -f "$directory/build.ninja" ] && { [[ $* == "${only_to_run[*]}" ]] ||
     ! grep -q '^MQTTADAPTER_TESTS:BOOL=OFF' "$directory/CMakeCache.txt"; }; then
     return 0
   fi
-  cmake -S . -B "$directory" -G Ninja -DMQTTADAPTER_TESTS=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" \
+  cmake -S . -B "$directory" -G Ninja -DMQTTADAPTER_TESTS=ON "${type[@]}" "$@" \
     >"$directory/configure.log" 2>&1 || {
     cat "$directory/configure.log" >&2
     fail "configuring $directory failed"
@@ -171,6 +172,7 @@ lint() {
   # clang-tidy reads what a build was told that has no precompiled headers: it has another compiler's,
   # and finds what a file uses and does not include.
   configure lint -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
+  ninja -C build/lint build.ninja >build/lint.log  # what is new since is known to it, too
   git ls-files -- '*.cpp' | xargs -P "$(nproc)" -n 1 clang-tidy -p build/lint --quiet \
     >build/tidy.log 2>/dev/null || {
     grep -E 'error|warning' build/tidy.log | sort -u | head -n 40 >&2

@@ -20,8 +20,7 @@ class Host : public sigslot::has_slots<sigslot::single_threaded> {
 };
 
 PlugIn Load() {
-  const char* named = getenv("MQTTADAPTER_LIBRARY");  // built in another way
-  void* library = dlopen(named != nullptr ? named : MQTTADAPTER_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+  void* library = dlopen(LibraryFile(), RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) {
     fprintf(stderr, "%s\n", dlerror());
     exit(1);
@@ -39,6 +38,11 @@ PlugIn Load() {
 }
 
 }  // namespace
+
+const char* LibraryFile() {
+  const char* named = getenv("MQTTADAPTER_LIBRARY");
+  return named != nullptr ? named : MQTTADAPTER_LIBRARY;
+}
 
 PlugIn& ThePlugIn() {
   static PlugIn plug_in = Load();

@@ -15,6 +15,9 @@ struct PlugIn {
   boost::shared_ptr<EventService> events;
 };
 
+/// This build's, or the one that the environment names as MQTTADAPTER_LIBRARY.
+const char* LibraryFile();
+
 /// Loaded on the first call, initialised with an image function that returns a short address, and
 /// kept until the process ends. Ends the process with a message where that fails.
 PlugIn& ThePlugIn();
