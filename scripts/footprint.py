@@ -42,8 +42,8 @@ def output(*command, **options):
 def built(architecture, way):
     """The library of an architecture, built in one of the ways, without what a debugger needs."""
     directory = BUILD / architecture / re.sub(r"\W+", "-", way)
-    output("cmake", "--no-warn-unused-cli", "-S", ".", "-B", directory, "-G", "Ninja", "-DMQTTADAPTER_PLUGIN_ONLY=ON",
-           "-DMQTTADAPTER_TESTS=OFF", *ARCHITECTURES[architecture], *WAYS[way], cwd=ROOT)
+    output("cmake", "--no-warn-unused-cli", "-S", ".", "-B", directory, "-G", "Ninja",
+           "-DMQTTADAPTER_PLUGIN_ONLY=ON", "-DMQTTADAPTER_TESTS=OFF", *ARCHITECTURES[architecture], *WAYS[way], cwd=ROOT)
     output("cmake", "--build", directory)
     strip = re.search("^CMAKE_STRIP:.*=(.*)", (directory / "CMakeCache.txt").read_text(), re.M)[1]
     library = directory / "libmqttadapter.so"
