@@ -5,14 +5,18 @@
 #include <sstream>
 
 #include "offline_fixture.h"
+#include "support/good_requests.h"
 
 /// docs/porting.md, embedded.
 extern "C" {
-extern const char porting_document[];      // NOLINT(modernize-avoid-c-arrays)
-extern const char porting_document_end[];  // NOLINT(modernize-avoid-c-arrays)
+extern const char porting_document[];
+extern const char porting_document_end[];
 }
 
 namespace {
+
+constexpr char kOnePiece[] = R"({"type":"serial_data","body":{"serialData":[)"
+                             R"({"serialChannel":0,"data":"QQ==","dataLen":1}]}})";
 
 class Blocking : public OfflineTest {
  protected:
@@ -23,57 +27,31 @@ class Blocking : public OfflineTest {
     for (const fake::BusRequest& request : platform().requests) {
       waited_ms += request.timeout_ms;
     }
-    platform().requests.clear();
-    ClaimPublications();
+    ClaimEverything();
     waited_[name] = std::max(waited_[name], waited_ms);
   }
-  void ClaimPublications() {
-    while (PublishedHead() != "nothing") {
-      PublishedPayload();
-    }
-  }
   void EveryServiceAnswers() {
-    for (const char* service :
-         {"SS_BUS_REQUEST", "EVS_BUS_REQUEST", "EVS_GPIO_CONTROL", "EVS_RS485_WRITE",
-          "ALG_REQUEST_MESSAGE", "AD_HTTP_REQUESTION", "BUS_REQUEST_MESSAGE", "BUS_GET_IVS_INFO",
-          "BUS_WHITE_LIST_INFO", "user_get_mate_info", "user_get_rtsp_info",
-          "user_request_talkback", "stay_event_enable"}) {
-      Answers(service, R"({"body":{"img_path":"/now"},"state":200})");
+    for (const GoodRequest& request : kGoodRequests) {
+      Answers(request.queue, R"({"body":{"img_path":"/now"},"state":200})");
     }
   }
-  void WaitForRequest(const std::string& name, const std::string& body) {
+  void WaitForRequest(const std::string& name, const std::string& payload) {
     WaitFor(name, [&] {
-      CloudSends(name, R"({"type":")" + name + R"(","body":)" + body + "}");
+      CloudSends(name, payload);
       response_ = Json::Value();
     });
   }
   void WaitForEveryRequest() {
-    WaitForRequest("agent_rtsp_url", R"({"sn":"M1"})");
-    WaitForRequest("agent_talkback_port", R"({"sn":"M1","window_size":1})");
-    WaitForRequest("bind_device_list", "{}");
-    WaitForRequest("check_offline_record", R"({"enable":"push","max_count":5})");
-    WaitForRequest("check_offline_record", R"({"enable":"clear"})");
-    WaitForRequest("get_ad_voice", "{}");
-    WaitForRequest("get_device_timestamp", "{}");
-    WaitForRequest("get_image_by_id", R"({"id":5})");
-    WaitForRequest("get_io_out_status", R"({"gpio":1})");
-    WaitForRequest("get_last_result", "{}");
-    WaitForRequest("get_lcd_bright", "{}");
-    WaitForRequest("get_sn", "{}");
-    WaitForRequest("gpio_out", R"({"io":0,"value":2,"delay":500})");
-    WaitForRequest("ivs_trigger", "{}");
-    WaitForRequest("lanectrl_result_cfg", "[1]");
-    WaitForRequest("reboot_dev", "{}");
-    WaitForRequest("serial_data",
-                   R"({"serialData":[{"serialChannel":0,"data":"QQ==","dataLen":1}]})");
-    WaitForRequest("set_ad_voice", R"({"media_voice_time_ctrl":[]})");
-    WaitForRequest("set_cloud_ctrl", R"({"type":2})");
-    WaitForRequest("set_lcd_bright", R"({"lcd_bright_time_ctrl":[],"lcd_bright_mode":1})");
-    WaitForRequest("set_time", R"({"year":2026,"month":1,"day":2,"hour":3,"min":4,"sec":5})");
-    WaitForRequest("snapshot", "{}");
-    WaitForRequest("white_list_operator", R"({"operator_type":"delete","plate":"A"})");
-    WaitForRequest("white_list_operator", R"({"operator_type":"update_or_add","dldb_rec":{}})");
-    WaitForRequest("wl_check_status", R"({"cmd":"set","filter_enable":1})");
+    for (const GoodRequest& request : kGoodRequests) {
+      if (request.name != std::string("serial_data")) {  // it has two pieces there
+        WaitForRequest(request.name, request.payload);
+      }
+    }
+    WaitForRequest("serial_data", kOnePiece);
+    WaitForRequest("check_offline_record",
+                   R"({"type":"check_offline_record","body":{"enable":"clear"}})");
+    WaitForRequest("white_list_operator", R"({"type":"white_list_operator",)"
+                                          R"("body":{"operator_type":"delete","plate":"A"}})");
   }
   void WaitForEveryNotice() {
     WaitFor("OnMessagePublished(11)", [this] {
@@ -165,8 +143,9 @@ TEST_F(Blocking, IsAtMostWhatHostsAreTold) {
 }
 
 TEST_F(Blocking, OfSerialDataIsThatOfEachPiece) {
-  WaitForRequest("serial_data", R"({"serialData":[{"serialChannel":0,"data":"QQ==","dataLen":1},)"
-                                R"({"serialChannel":1,"data":"QQ==","dataLen":1}]})");
+  WaitForRequest("serial_data", R"({"type":"serial_data","body":{"serialData":[)"
+                                R"({"serialChannel":0,"data":"QQ==","dataLen":1},)"
+                                R"({"serialChannel":1,"data":"QQ==","dataLen":1}]}})");
   EXPECT_EQ(waited_["serial_data"], 2 * Promised(1)["serial_data"]);
 }
 

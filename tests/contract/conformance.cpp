@@ -1,20 +1,18 @@
 // adapter_conformance: the contract's tests against a library that somebody else has built, on the
 // machine that it is for. The file is looked at first, so that what no test can run with is told
 // in one line.
-#include <cxxabi.h>
 #include <dlfcn.h>
 #include <elf.h>
 #include <gtest/gtest.h>
 #include <link.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <memory>
 #include <set>
 #include <string>
+
+#include <boost/core/demangle.hpp>
 
 #include "adapter_test.h"
 
@@ -28,7 +26,7 @@ constexpr char kUsage[] =
     "--help says the rest.\n"
     "exit status: 0 all hold, 1 some do not, 2 LIBRARY cannot be used\n";
 
-std::string g_library;  // NOLINT(runtime/string): set once, before the first test
+std::string g_library;  // set once, before the first test
 
 /// The head of an ELF file as far as it is the same for 32 and 64 bits.
 struct Machine {
@@ -64,12 +62,6 @@ std::string Name(const Machine& machine) {
   }
 }
 
-std::string Demangled(const std::string& symbol) {
-  const std::unique_ptr<char, void (*)(void*)> text(
-      abi::__cxa_demangle(symbol.c_str(), nullptr, nullptr, nullptr), free);
-  return text ? text.get() : symbol;
-}
-
 /// The files of jsoncpp that are loaded.
 std::set<std::string> LoadedJsoncpp() {
   std::set<std::string> files;
@@ -92,7 +84,8 @@ std::string WhyNotLoaded(const std::string& error) {
   if (symbol != std::string::npos) {
     const size_t begin = symbol + undefined.size();
     return "needs what neither it nor a platform has: " +
-           Demangled(error.substr(begin, error.find_first_of(" ,", begin) - begin));
+           boost::core::demangle(
+               error.substr(begin, error.find_first_of(" ,", begin) - begin).c_str());
   }
   const size_t jsoncpp = error.find("libjsoncpp.so");
   if (jsoncpp != std::string::npos && error.find("cannot open shared object") != error.npos) {

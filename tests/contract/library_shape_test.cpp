@@ -1,17 +1,17 @@
 // The shipped file as a loader sees it: its name, what it exports, what it needs, what it
 // leaves to the process that loads it, and what keeps an overrun from going far.
-#include <cxxabi.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <set>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <boost/core/demangle.hpp>
 
 #include "adapter_test.h"
 
@@ -89,9 +89,7 @@ Names Undefined() {
 
 /// A symbol's name as it is written, without its arguments and its ABI tag.
 std::string Written(const std::string& symbol) {
-  const std::unique_ptr<char, void (*)(void*)> text(
-      abi::__cxa_demangle(symbol.c_str(), nullptr, nullptr, nullptr), free);
-  const std::string written = text ? text.get() : symbol;
+  const std::string written = boost::core::demangle(symbol.c_str());
   return written.substr(0, written.find_first_of("(["));
 }
 

@@ -41,13 +41,6 @@ class Lifecycle : public AdapterTest {
     });
   }
 
-  void ClaimEverything() {
-    while (BusHeard() != "nothing") {
-    }
-    while (Published() != "nothing") {
-    }
-  }
-
   /// Destroys the adapter as its message is delivered.
   struct Destroyer : tarvex::MessageHandler {
     explicit Destroyer(std::function<void()> how) : destroy(std::move(how)) {}

@@ -14,13 +14,7 @@ class Traces : public AdapterTest {
     Answers("ALG_REQUEST_MESSAGE", R"({"body":{"img_path":"/now"}})");
     Answers("BUS_WHITE_LIST_INFO", R"({"body":{"white_list_rec":{"plate":"AB123"}}})");
   }
-  void TearDown() override {
-    while (BusHeard() != "nothing") {
-    }
-    while (PublishedHead() != "nothing") {
-      PublishedPayload();
-    }
-  }
+  void TearDown() override { ClaimEverything(); }
   /// A life of an adapter: each event, and each request that leaves a trace.
   void Live() {
     Create();

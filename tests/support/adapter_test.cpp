@@ -186,6 +186,13 @@ Json::Value AdapterTest::PublishedPayload() {
   return payload;
 }
 
+void AdapterTest::ClaimEverything() {
+  while (BusHeard() != "nothing") {
+  }
+  while (Published() != "nothing") {
+  }
+}
+
 void AdapterTest::Answers(const std::string& queue, const std::string& reply, int result) {
   platform().standing_answers[queue] = {result, reply};
 }

@@ -88,6 +88,9 @@ class AdapterTest : public testing::Test, public sigslot::has_slots<sigslot::sin
   /// "name tag" of the next unclaimed publication.
   std::string PublishedHead();
 
+  /// Claims whatever was sent and published.
+  void ClaimEverything();
+
   /// Has a service answer: every request, or (Next) the next one only.
   void Answers(const std::string& queue, const std::string& reply, int result = 1);
   void AnswersNext(const std::string& queue, const std::string& reply, int result = 1);

@@ -15,8 +15,8 @@
 
 /// contract/asyncapi.json, embedded.
 extern "C" {
-extern const char contract_document[];      // NOLINT(modernize-avoid-c-arrays)
-extern const char contract_document_end[];  // NOLINT(modernize-avoid-c-arrays)
+extern const char contract_document[];
+extern const char contract_document_end[];
 }
 
 namespace {
