@@ -91,18 +91,16 @@ Json::Value Listed(const Passport& passport) {
   return json;
 }
 
-std::string BusAddress() {
-  const tarvex::SocketAddress address =
-      tarvex::EffectiveAddress(tarvex::SocketAddress("127.0.0.1", 6101));
+std::string AddressOfBus() {
+  const tarvex::SocketAddress address = tarvex::EffectiveAddress(tarvex::BusAddress());
   return address.host() + ":" + std::to_string(address.port());
 }
 
 }  // namespace
 
 Console::Console(boost::asio::io_context& context, const ConsoleOptions& options)
-    : context_(context),
-      options_(options),
-      desk_({options.broker.host + ":" + std::to_string(options.broker.port), BusAddress()}),
+    : options_(options),
+      desk_({options.broker.host + ":" + std::to_string(options.broker.port), AddressOfBus()}),
       contract_(ReadFile(options.contract_file)),
       metrics_(RequestNames(contract_)),
       book_([this](const Passport& passport, const char* step) { OnStep(passport, step); }),

@@ -66,7 +66,6 @@ class Console {
   HttpResponse RestartAgent(const std::string& sn);
   HttpResponse ChangeLink(const std::string& text);
 
-  boost::asio::io_context& context_;
   const ConsoleOptions options_;
   const std::string token_ = MakeToken();
   Desk desk_;

@@ -11,8 +11,6 @@
 namespace console {
 namespace {
 
-constexpr double kSecond_us = 1000000.0;
-
 const prometheus::Histogram::BucketBoundaries kSeconds = {0.001, 0.0025, 0.005, 0.01, 0.025, 0.05,
                                                           0.1,   0.25,   0.5,   1,    2.5,   5};
 

@@ -94,6 +94,10 @@ class NatsLink {
   std::shared_ptr<Watcher> watcher_;
 };
 
+/// Where the bus is on a device, and its databases.
+SocketAddress BusAddress();
+SocketAddress KvAddress();
+
 /// Where the server of an address really is: TARVEX_BUS_ADDRESS ("host:port") stands in
 /// for 127.0.0.1:6101, TARVEX_KV_ADDRESS for 127.0.0.1:6102. After an error in the log,
 /// a malformed value gives an empty host with port 0, which NatsLink refuses.

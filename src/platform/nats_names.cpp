@@ -34,13 +34,21 @@ SocketAddress FromVariable(const char* variable, const SocketAddress& otherwise)
   return {"", 0};
 }
 
+bool IsSame(const SocketAddress& one, const SocketAddress& other) {
+  return one.host() == other.host() && one.port() == other.port();
+}
+
 }  // namespace
 
+SocketAddress BusAddress() { return {"127.0.0.1", 6101}; }
+
+SocketAddress KvAddress() { return {"127.0.0.1", 6102}; }
+
 SocketAddress EffectiveAddress(const SocketAddress& address) {
-  if (address.host() == "127.0.0.1" && address.port() == 6101) {
+  if (IsSame(address, BusAddress())) {
     return FromVariable("TARVEX_BUS_ADDRESS", address);
   }
-  if (address.host() == "127.0.0.1" && address.port() == 6102) {
+  if (IsSame(address, KvAddress())) {
     return FromVariable("TARVEX_KV_ADDRESS", address);
   }
   return address;

@@ -179,7 +179,7 @@ void Trace::Tell(const char* event, Json::Value members) const {
 }
 
 Trace::Sink BusTraceSink(const std::string& client_name) {
-  auto link = NatsLink::Connect(SocketAddress("127.0.0.1", 6101), client_name);
+  auto link = NatsLink::Connect(BusAddress(), client_name);
   if (!link) {
     return [](const std::string&) {};
   }

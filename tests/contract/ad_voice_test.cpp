@@ -3,7 +3,7 @@
 
 namespace {
 
-const char kRead[] =
+const char kReadVoice[] =
     R"(AD_HTTP_REQUESTION {"type":"get_ad_voice_config","module":"AD_CONFIG_REQUESTION"})"
     " timeout=5000";
 
@@ -16,7 +16,7 @@ class GetAdVoice : public AdapterTest {
 TEST_F(GetAdVoice, FillsTheResponseAndPublishesThatObject) {
   Answers("AD_HTTP_REQUESTION", R"({"body":{"media_voice_time_ctrl":{"on":1},"other":2}})");
   EXPECT_TRUE(Get());
-  EXPECT_EQ(BusHeard(), kRead);
+  EXPECT_EQ(BusHeard(), kReadVoice);
   EXPECT_EQ(Compact(response_), R"({"body":{"media_voice_time_ctrl":{"on":1}}})");
   EXPECT_EQ(Published(), R"(get_ad_voice 28 {"body":{"media_voice_time_ctrl":{"on":1}}})");
   EXPECT_EQ(LogLines().size(), 1U);  // the request's own line
@@ -55,7 +55,7 @@ TEST_F(GetAdVoice, LooksNeitherAtThePayloadNorAtTheVersion) {
   Answers("AD_HTTP_REQUESTION", R"({"body":{}})");
   for (const char* payload : {"null", "[]", "5", "{}", R"({"type":"other"})"}) {
     EXPECT_TRUE(CloudSends("get_ad_voice", payload, "7.7"));
-    EXPECT_EQ(BusHeard(), kRead);
+    EXPECT_EQ(BusHeard(), kReadVoice);
     EXPECT_EQ(PublishedHead(), "get_ad_voice 28");
     PublishedPayload();
   }
@@ -73,7 +73,7 @@ TEST_F(GetAdVoice, FailsWithoutALineWhenTheRequestFails) {
   response_["kept"] = 1;
   Answers("AD_HTTP_REQUESTION", R"({"body":{"media_voice_time_ctrl":1}})", 0);
   EXPECT_FALSE(Get());
-  EXPECT_EQ(BusHeard(), kRead);
+  EXPECT_EQ(BusHeard(), kReadVoice);
   EXPECT_EQ(Compact(response_), R"({"kept":1})");
   EXPECT_EQ(LogLines().size(), 1U);
 }
@@ -83,7 +83,7 @@ TEST_F(GetAdVoice, FailsWithoutALineWhenTheReplyIsNoJson) {
     ForgetLogs();
     Answers("AD_HTTP_REQUESTION", reply);
     EXPECT_FALSE(Get());
-    EXPECT_EQ(BusHeard(), kRead);
+    EXPECT_EQ(BusHeard(), kReadVoice);
     EXPECT_TRUE(response_.isNull());
     EXPECT_EQ(LogLines().size(), 1U);
   }
@@ -108,7 +108,7 @@ class SetAdVoice : public AdapterTest {
 
 TEST_F(SetAdVoice, WritesTheRecordBackWithItsOneKeyReplaced) {
   EXPECT_TRUE(Set(R"({"media_voice_time_ctrl":"new","volume":9})"));
-  EXPECT_EQ(BusHeard(), kRead);
+  EXPECT_EQ(BusHeard(), kReadVoice);
   EXPECT_EQ(BusHeard(),
             Write(R"({"led_bright_mode":3,"media_voice_time_ctrl":"new","volume":[1,2]})"));
   EXPECT_EQ(Published(), "nothing");
@@ -145,7 +145,7 @@ TEST_F(SetAdVoice, WithoutItsKeyReadsButWritesNothing) {
   for (const char* body : {"{}", "null", "[]", "5", R"({"media_voice":1})"}) {
     ForgetLogs();
     EXPECT_FALSE(Set(body)) << body;
-    EXPECT_EQ(BusHeard(), kRead);
+    EXPECT_EQ(BusHeard(), kReadVoice);
     EXPECT_EQ(BusHeard(), "nothing");
     EXPECT_EQ(LoggedBy("DoCmdSetAdVoice", 3, "SetAdVoice Fail, Dont have media_voice_time_ctrl"),
               1U);
@@ -158,8 +158,8 @@ TEST_F(SetAdVoice, FailsWithoutALineWhenTheReadFails) {
   AnswersNext("AD_HTTP_REQUESTION", "no json");
   EXPECT_FALSE(Set("{}"));
   EXPECT_FALSE(Set("{}"));
-  EXPECT_EQ(BusHeard(), kRead);
-  EXPECT_EQ(BusHeard(), kRead);
+  EXPECT_EQ(BusHeard(), kReadVoice);
+  EXPECT_EQ(BusHeard(), kReadVoice);
   EXPECT_EQ(LogLines(3).size(), 0U);
 }
 

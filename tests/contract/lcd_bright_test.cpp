@@ -4,7 +4,7 @@
 
 namespace {
 
-const char kRead[] =
+const char kReadBrightness[] =
     R"(AD_HTTP_REQUESTION {"type":"get_ad_voice_config","module":"AD_CONFIG_REQUESTION"})"
     " timeout=5000";
 
@@ -19,7 +19,7 @@ TEST_F(GetLcdBright, FillsTheResponseAndPublishesThatObject) {
           R"({"body":{"led_bright_mode":2,"led_bright_time_ctrl":["x"],"other":2}})");
   response_["kept"] = 1;
   EXPECT_TRUE(Get());
-  EXPECT_EQ(BusHeard(), kRead);
+  EXPECT_EQ(BusHeard(), kReadBrightness);
   EXPECT_EQ(Compact(response_),
             R"({"body":{"lcd_bright_mode":2,"lcd_bright_time_ctrl":["x"]},"kept":1})");
   EXPECT_EQ(Published(), "get_lcd_bright 29 " + Compact(response_));
@@ -41,7 +41,7 @@ TEST_F(GetLcdBright, LooksNeitherAtThePayloadNorAtTheVersion) {
   Answers("AD_HTTP_REQUESTION", R"({"body":{}})");
   for (const char* payload : {"null", "[]", "5", "{}", R"({"type":"other"})"}) {
     EXPECT_TRUE(CloudSends("get_lcd_bright", payload, "7.7"));
-    EXPECT_EQ(BusHeard(), kRead);
+    EXPECT_EQ(BusHeard(), kReadBrightness);
     EXPECT_EQ(PublishedHead(), "get_lcd_bright 29");
     PublishedPayload();
   }
@@ -60,7 +60,7 @@ TEST_F(GetLcdBright, FailsWithoutALineWhenTheReadFails) {
   AnswersNext("AD_HTTP_REQUESTION", "");
   for (int i = 0; i < 3; ++i) {
     EXPECT_FALSE(Get());
-    EXPECT_EQ(BusHeard(), kRead);
+    EXPECT_EQ(BusHeard(), kReadBrightness);
   }
   EXPECT_TRUE(response_.isNull());
   EXPECT_EQ(LogLines().size(), 3U);
@@ -84,7 +84,7 @@ class SetLcdBright : public AdapterTest {
 
 TEST_F(SetLcdBright, WritesTheRecordBackWithItsTwoKeysReplaced) {
   EXPECT_TRUE(Set());
-  EXPECT_EQ(BusHeard(), kRead);
+  EXPECT_EQ(BusHeard(), kReadBrightness);
   EXPECT_EQ(BusHeard(), Write(R"({"led_bright_mode":1,"led_bright_time_ctrl":"new","volume":5})"));
   EXPECT_EQ(Published(), "nothing");
   EXPECT_EQ(LogLines().size(), 1U);  // the request's own line
@@ -110,7 +110,7 @@ TEST_F(SetLcdBright, WithoutBothKeysReadsButWritesNothing) {
                            "null", "[]", R"({"led_bright_mode":1,"led_bright_time_ctrl":1})"}) {
     ForgetLogs();
     EXPECT_FALSE(Set(body)) << body;
-    EXPECT_EQ(BusHeard(), kRead);
+    EXPECT_EQ(BusHeard(), kReadBrightness);
     EXPECT_EQ(LoggedBy("DoCmdSetLcdBright", 3,
                        "SetLcdBright Fail, Dont have lcd_bright_time_ctrl or lcd_bright_mode"),
               1U);
@@ -128,7 +128,7 @@ TEST_F(SetLcdBright, TakesNullsAsValues) {
 TEST_F(SetLcdBright, FailsWithoutALineWhenReadOrWriteFails) {
   AnswersNext("AD_HTTP_REQUESTION", R"({"body":{}})", 0);
   EXPECT_FALSE(Set());
-  EXPECT_EQ(BusHeard(), kRead);
+  EXPECT_EQ(BusHeard(), kReadBrightness);
   AnswersNext("AD_HTTP_REQUESTION", R"({"body":{}})");
   AnswersNext("AD_HTTP_REQUESTION", "{}", 0);
   EXPECT_FALSE(Set());

@@ -13,9 +13,6 @@
 namespace console {
 namespace {
 
-constexpr char kHost[] = "127.0.0.1";
-constexpr int kPort = 6101;
-
 std::string BodyOf(natsMsg* message) {
   const int length = natsMsg_GetDataLength(message);
   return length > 0 ? std::string(natsMsg_GetData(message), static_cast<std::size_t>(length)) : "";
@@ -56,7 +53,7 @@ BusClient::BusClient(boost::asio::io_context& context, std::function<void(bool)>
   const auto announce = [mailbox = mailbox_, on_state](bool is_connected) {
     mailbox->Post([on_state, is_connected] { on_state(is_connected); });
   };
-  link_ = tarvex::NatsLink::Connect(tarvex::SocketAddress(kHost, kPort), "console", announce);
+  link_ = tarvex::NatsLink::Connect(tarvex::BusAddress(), "console", announce);
   if (!link_) {
     throw std::runtime_error("there can be no connection to the bus");
   }

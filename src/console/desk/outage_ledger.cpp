@@ -5,7 +5,6 @@
 namespace console {
 namespace {
 
-constexpr Time_us kSecond_us = 1000000;
 // What is marked as delivered is on its way from the broker for no longer than this.
 constexpr Time_us kOnItsWay_us = 5 * kSecond_us;
 // After a re-connection the first results come within this.

@@ -3,7 +3,6 @@
 namespace console {
 namespace {
 
-constexpr Time_us kSecond_us = 1000000;
 // The plug-in's next record follows within five seconds.
 constexpr Time_us kQuiet_us = 6 * kSecond_us;
 

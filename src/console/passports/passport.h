@@ -13,6 +13,7 @@ namespace console {
 
 /// Microseconds since 1970 by the host's clock.
 using Time_us = std::int64_t;
+constexpr Time_us kSecond_us = 1000000;
 
 struct Passport {
   struct Step {

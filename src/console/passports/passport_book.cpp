@@ -14,7 +14,6 @@ namespace {
 
 using tarvex::Member;
 
-constexpr Time_us kSecond_us = 1000000;
 // The ways of the three sources differ by no more than this.
 constexpr Time_us kClaimWithin_us = kSecond_us;
 constexpr Time_us kAnswerWithin_us = 15 * kSecond_us;

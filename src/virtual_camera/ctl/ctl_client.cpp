@@ -18,8 +18,6 @@ namespace virtual_camera {
 
 namespace {
 
-constexpr char kHost[] = "127.0.0.1";
-constexpr int kPort = 6101;
 constexpr std::chrono::seconds kConnect{3};
 constexpr int64_t kAnswer_ms = 10000;
 constexpr char kPassportQueue[] = "CONSOLE_PASSPORTS";
@@ -27,8 +25,7 @@ constexpr int64_t kPassport_ms = 2000;
 constexpr int64_t kLook_ms = 200;
 
 std::string BusName() {
-  const tarvex::SocketAddress address =
-      tarvex::EffectiveAddress(tarvex::SocketAddress(kHost, kPort));
+  const tarvex::SocketAddress address = tarvex::EffectiveAddress(tarvex::BusAddress());
   return "the bus at " + address.host() + ":" + std::to_string(address.port());
 }
 
@@ -49,11 +46,10 @@ CtlClient::CtlClient() {
     std::condition_variable changed;
   };
   const auto waiter = std::make_shared<Waiter>();
-  link_ =
-      tarvex::NatsLink::Connect(tarvex::SocketAddress(kHost, kPort), "camera_ctl", [waiter](bool) {
-        const std::lock_guard<std::mutex> lock(waiter->mutex);
-        waiter->changed.notify_all();
-      });
+  link_ = tarvex::NatsLink::Connect(tarvex::BusAddress(), "camera_ctl", [waiter](bool) {
+    const std::lock_guard<std::mutex> lock(waiter->mutex);
+    waiter->changed.notify_all();
+  });
   if (!link_) {
     throw std::runtime_error("the address of the bus cannot be used");
   }

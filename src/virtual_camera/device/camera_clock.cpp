@@ -16,7 +16,6 @@ namespace virtual_camera {
 namespace {
 
 constexpr char kOffsetSetting[] = "clock_offset_us";
-constexpr int64_t kSecond_us = 1000000;
 
 // A leap second may be numbered 60, and 61 is taken too; both run on into the next minute.
 bool IsDate(const std::tm& wanted, const std::tm& made) {

@@ -9,6 +9,8 @@
 
 namespace virtual_camera {
 
+constexpr int64_t kSecond_us = 1000000;
+
 /// A moment as a result carries it.
 struct CalendarTime {
   uint32_t sec = 0;  ///< since 1970

@@ -10,7 +10,7 @@ namespace {
 
 constexpr char kBoundSetting[] = "bound_devices";
 
-Json::Value Device(const char* sn, const char* name, const char* type, const char* ip) {
+Json::Value BoundDevice(const char* sn, const char* name, const char* type, const char* ip) {
   Json::Value device;
   device["sn"] = sn;
   device["name"] = name;
@@ -22,8 +22,8 @@ Json::Value Device(const char* sn, const char* name, const char* type, const cha
 
 Json::Value DefaultBound() {
   Json::Value bound(Json::arrayValue);
-  bound.append(Device("VCMATE0001", "Exit camera", "camera", "192.168.1.101"));
-  bound.append(Device("VCMATE0002", "Gate display", "display", "192.168.1.110"));
+  bound.append(BoundDevice("VCMATE0001", "Exit camera", "camera", "192.168.1.101"));
+  bound.append(BoundDevice("VCMATE0002", "Gate display", "display", "192.168.1.110"));
   return bound;
 }
 

@@ -6,8 +6,6 @@ namespace virtual_camera {
 
 namespace {
 
-constexpr int64_t kSecond_us = 1000000;
-
 Json::Value ResultState(Device& device) {
   const ResultStore::Totals& totals = device.results.totals();
   Json::Value state = device.recognition.State();

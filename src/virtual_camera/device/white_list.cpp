@@ -11,14 +11,10 @@ namespace virtual_camera {
 
 namespace {
 
+constexpr char kWhiteListTable[] =
+    "CREATE TABLE IF NOT EXISTS white_list(plate TEXT PRIMARY KEY, record TEXT NOT NULL)";
 constexpr char kCheckSetting[] = "white_list_check";
 constexpr size_t kMaxRecordBytes = 4096;
-
-Database& WithTable(Database& database) {
-  database.Execute(
-      "CREATE TABLE IF NOT EXISTS white_list(plate TEXT PRIMARY KEY, record TEXT NOT NULL)");
-  return database;
-}
 
 int64_t CountRows(Database& database) {
   Statement count(database, "SELECT count(*) FROM white_list");
@@ -42,7 +38,7 @@ std::optional<std::string> UsableText(const Json::Value& record) {
 }  // namespace
 
 WhiteList::WhiteList(Database& database, Settings& settings)
-    : database_(WithTable(database)),
+    : database_(database.Execute(kWhiteListTable)),
       settings_(settings),
       replace_(database, "INSERT OR REPLACE INTO white_list(plate, record) VALUES(?, ?)"),
       delete_(database, "DELETE FROM white_list WHERE plate = ?"),

@@ -6,15 +6,16 @@ namespace virtual_camera {
 
 namespace {
 
-using Kind = ServiceMode::Kind;
-
-const std::map<std::string, Kind>& Names() {
-  static const std::map<std::string, Kind> names = {
-      {"up", Kind::kUp}, {"down", Kind::kDown}, {"slow", Kind::kSlow}, {"garbage", Kind::kGarbage}};
+const std::map<std::string, ServiceMode::Kind>& Names() {
+  static const std::map<std::string, ServiceMode::Kind> names = {
+      {"up", ServiceMode::Kind::kUp},
+      {"down", ServiceMode::Kind::kDown},
+      {"slow", ServiceMode::Kind::kSlow},
+      {"garbage", ServiceMode::Kind::kGarbage}};
   return names;
 }
 
-std::string NameOf(Kind kind) {
+std::string NameOf(ServiceMode::Kind kind) {
   for (const auto& [name, value] : Names()) {
     if (value == kind) {
       return name;
@@ -47,7 +48,7 @@ void ServiceModes::Set(const std::string& queue, const std::string& mode, int de
   if (delay_ms < 0 || delay_ms > kMaxDelay_ms) {
     throw RequestError("a delay is 0 to 600000 ms");
   }
-  found->second = {named->second, named->second == Kind::kSlow ? delay_ms : 0};
+  found->second = {named->second, named->second == ServiceMode::Kind::kSlow ? delay_ms : 0};
   if (on_change_) {
     on_change_();
   }
@@ -61,7 +62,7 @@ void ServiceModes::SetSilent(bool silent) {
 }
 
 bool ServiceModes::IsServed(const std::string& queue) const {
-  return !is_silent_ && Of(queue).kind != Kind::kDown;
+  return !is_silent_ && Of(queue).kind != ServiceMode::Kind::kDown;
 }
 
 ServiceMode ServiceModes::Of(const std::string& queue) const {
@@ -73,7 +74,8 @@ Json::Value ServiceModes::State() const {
   Json::Value state(Json::objectValue);
   for (const auto& [queue, mode] : modes_) {
     state[queue] =
-        NameOf(mode.kind) + (mode.kind == Kind::kSlow ? " " + std::to_string(mode.delay_ms) : "");
+        NameOf(mode.kind) +
+        (mode.kind == ServiceMode::Kind::kSlow ? " " + std::to_string(mode.delay_ms) : "");
   }
   return state;
 }

@@ -30,10 +30,11 @@ Database::Database(const std::string& path) : path_(path) {
 
 Database::~Database() { sqlite3_close(handle_); }
 
-void Database::Execute(const char* sql) {
+Database& Database::Execute(const char* sql) {
   if (sqlite3_exec(handle_, sql, nullptr, nullptr, nullptr) != SQLITE_OK) {
     Fail();
   }
+  return *this;
 }
 
 void Database::Unsynced(const std::function<void()>& work) {

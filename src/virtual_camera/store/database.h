@@ -23,7 +23,8 @@ class Database {
   Database& operator=(const Database&) = delete;
 
   /// Runs statements that give no rows.
-  void Execute(const char* sql);
+  /// @return the database itself.
+  Database& Execute(const char* sql);
 
   /// Does work that commits without waiting for the disk: it survives a kill, and loss of power
   /// once something else was committed. Not within a transaction.

@@ -24,11 +24,6 @@ CREATE INDEX IF NOT EXISTS results_undelivered ON results(id) WHERE status = 0;
 CREATE INDEX IF NOT EXISTS results_done ON results(id) WHERE status <> 0;
 )";
 
-Database& WithTable(Database& database) {
-  database.Execute(kSchema);
-  return database;
-}
-
 int64_t OneNumber(Database& database, const char* sql) {
   Statement statement(database, sql);
   return statement.Step() ? statement.Int(0) : 0;
@@ -37,7 +32,7 @@ int64_t OneNumber(Database& database, const char* sql) {
 }  // namespace
 
 ResultStore::ResultStore(Database& database, Settings& settings, Retention retention)
-    : database_(WithTable(database)),
+    : database_(database.Execute(kSchema)),
       settings_(settings),
       retention_(retention),
       insert_(database,

@@ -6,16 +6,13 @@ namespace virtual_camera {
 
 namespace {
 
-Database& WithTable(Database& database) {
-  database.Execute(
-      "CREATE TABLE IF NOT EXISTS settings(name TEXT PRIMARY KEY, value TEXT NOT NULL)");
-  return database;
-}
+constexpr char kSettingsTable[] =
+    "CREATE TABLE IF NOT EXISTS settings(name TEXT PRIMARY KEY, value TEXT NOT NULL)";
 
 }  // namespace
 
 Settings::Settings(Database& database)
-    : database_(WithTable(database)),
+    : database_(database.Execute(kSettingsTable)),
       select_(database, "SELECT value FROM settings WHERE name = ?"),
       replace_(database, "INSERT OR REPLACE INTO settings(name, value) VALUES(?, ?)") {}
 

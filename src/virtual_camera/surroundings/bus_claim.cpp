@@ -12,7 +12,7 @@ namespace virtual_camera {
 namespace {
 
 constexpr char kTopic[] = "CAMERA_PRESENCE";
-constexpr int64_t kAnswer_ms = 2000;
+constexpr int64_t kClaimAnswer_ms = 2000;
 
 // When this camera began (hexadecimal, microseconds since 1970), and a random number. All
 // have the same length, and of two the older camera's is the smaller text.
@@ -34,7 +34,7 @@ BusClaim::BusClaim(BusServer& bus, std::function<void()> on_taken)
 
 bool BusClaim::Claim() {
   if (!is_held_) {
-    switch (bus_.Ask(kTopic, instance_, kAnswer_ms)) {
+    switch (bus_.Ask(kTopic, instance_, kClaimAnswer_ms)) {
       case BusServer::Asked::kAnswered:
         on_taken_();
         return false;

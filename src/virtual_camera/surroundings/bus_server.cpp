@@ -10,8 +10,6 @@ namespace virtual_camera {
 
 namespace {
 
-constexpr char kHost[] = "127.0.0.1";
-constexpr int kPort = 6101;
 constexpr int kMaxWaiting = 1000;
 constexpr int64_t kFlush_ms = 1000;
 
@@ -28,8 +26,8 @@ BusServer::BusServer(tarvex::AsioEventService& event_service, std::function<void
   const auto announce = [&event_service, on_state](bool connected) {
     event_service.PostTask([on_state, connected] { on_state(connected); });
   };
-  link_ = tarvex::NatsLink::Connect(tarvex::SocketAddress(kHost, kPort), "virtual_camera", announce,
-                                    &event_service);
+  link_ =
+      tarvex::NatsLink::Connect(tarvex::BusAddress(), "virtual_camera", announce, &event_service);
   if (!link_) {
     throw std::runtime_error("there can be no connection to the bus");
   }

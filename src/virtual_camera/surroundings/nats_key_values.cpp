@@ -10,9 +10,7 @@ namespace virtual_camera {
 
 namespace {
 
-constexpr char kHost[] = "127.0.0.1";
-constexpr int kPort = 6102;
-constexpr int64_t kAnswer_ms = 1000;
+constexpr int64_t kStoreAnswer_ms = 1000;
 constexpr std::chrono::milliseconds kRetry{300};
 
 using KvEntry = tarvex::NatsHandle<kvEntry, kvEntry_Destroy>;
@@ -59,12 +57,11 @@ void NatsKeyValues::Begin(const std::vector<KeyValue>& values,
                           std::function<void(const std::string&, const std::string&)> on_adopted) {
   values_ = values;
   on_adopted_ = std::move(on_adopted);
-  link_ = tarvex::NatsLink::Connect(tarvex::SocketAddress(kHost, kPort), "virtual_camera",
-                                    [this](bool connected) {
-                                      const std::lock_guard<std::mutex> lock(mutex_);
-                                      is_due_ = is_due_ || connected;
-                                      wake_.notify_all();
-                                    });
+  link_ = tarvex::NatsLink::Connect(tarvex::KvAddress(), "virtual_camera", [this](bool connected) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    is_due_ = is_due_ || connected;
+    wake_.notify_all();
+  });
   if (!link_) {
     SYS_LOG(kLogError, "there can be no key-value databases");
     return;
@@ -126,7 +123,7 @@ bool NatsKeyValues::SyncAll(const std::vector<KeyValue>& values) {
 bool NatsKeyValues::SyncOne(natsConnection* connection, const KeyValue& wanted) {
   jsOptions options;
   jsOptions_Init(&options);
-  options.Wait = kAnswer_ms;
+  options.Wait = kStoreAnswer_ms;
   jsCtx* raw_context = nullptr;
   if (natsConnection_JetStream(&raw_context, connection, &options) != NATS_OK) {
     return false;

@@ -21,7 +21,7 @@ bool IsJson(const std::string& text) {
   return Json::String2Json(text, value);
 }
 
-Json::Value Read(const std::string& text) {
+Json::Value Parsed(const std::string& text) {
   Json::Value value;
   EXPECT_TRUE(Json::String2Json(text, value)) << text;
   return value;
@@ -90,15 +90,15 @@ TEST(WrittenJson, IsUtf8EvenWhereATextIsNot) {
 
 TEST(WrittenJson, IsReadBackAsItWas) {
   const std::string text = R"({"a":[1,-2,0.5,"x\ty",{"b":null}],"c":true})";
-  EXPECT_EQ(Written(Read(text)), text);
+  EXPECT_EQ(Written(Parsed(text)), text);
 }
 
 TEST(ReadJson, MayBeAnyKindOfDocument) {
-  EXPECT_EQ(Read(" 12 \n").asInt(), 12);
-  EXPECT_EQ(Read("\"x\"").asString(), "x");
-  EXPECT_TRUE(Read("null").isNull());
-  EXPECT_TRUE(Read("[]").isArray());
-  EXPECT_TRUE(Read("{}").isObject());
+  EXPECT_EQ(Parsed(" 12 \n").asInt(), 12);
+  EXPECT_EQ(Parsed("\"x\"").asString(), "x");
+  EXPECT_TRUE(Parsed("null").isNull());
+  EXPECT_TRUE(Parsed("[]").isArray());
+  EXPECT_TRUE(Parsed("{}").isObject());
 }
 
 TEST(ReadJson, HasNothingBehindTheDocument) {
@@ -121,7 +121,7 @@ TEST(ReadJson, IsRefusedWhereItIsNestedTooDeeply) {
 }
 
 TEST(ReadJson, SurvivesTextThatIsNotUtf8) {
-  EXPECT_EQ(Read("\"\xD4\xC1\"").asString(), "\xD4\xC1");
+  EXPECT_EQ(Parsed("\"\xD4\xC1\"").asString(), "\xD4\xC1");
 }
 
 }  // namespace

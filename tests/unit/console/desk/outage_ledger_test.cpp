@@ -5,8 +5,6 @@
 namespace console {
 namespace {
 
-constexpr Time_us kSecond_us = 1000000;
-
 class Outage : public testing::Test {
  protected:
   void Trouble(bool is_trouble) { ledger_.OnTrouble(is_trouble, now_us_); }

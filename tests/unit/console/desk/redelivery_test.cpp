@@ -5,8 +5,6 @@
 namespace console {
 namespace {
 
-constexpr Time_us kSecond_us = 1000000;
-
 TEST(Redelivery, IsNothingBeforeTheFirst) {
   Redelivery redelivery;
   EXPECT_TRUE(redelivery.ToJson().isNull());

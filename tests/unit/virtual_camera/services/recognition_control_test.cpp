@@ -8,18 +8,18 @@ namespace virtual_camera {
 namespace {
 
 namespace fs = std::filesystem;
-constexpr char kQueue[] = "ALG_REQUEST_MESSAGE";
+constexpr char kAlgorithmQueue[] = "ALG_REQUEST_MESSAGE";
 
 class RecognitionQueue : public DeskCamera {
  protected:
   std::string Snapshot() {
-    return Body(kQueue, R"({"type":"AV_SRV_GET_SNAPSHOT"})")["img_path"].asString();
+    return Body(kAlgorithmQueue, R"({"type":"AV_SRV_GET_SNAPSHOT"})")["img_path"].asString();
   }
 };
 
 TEST_F(RecognitionQueue, HasACarPassOnATriggerWrittenWithTabs) {
   const Json::Value body =
-      Body(kQueue,
+      Body(kAlgorithmQueue,
            "\t{\t\t\"type\" : \"AVS_TRIGGER\",\t\t\"body\" : "
            "{\t\t\t\"trigger_result\" :  1,\t\t\t\"trigger_type\" :  4\t\t}\t}");
   EXPECT_EQ(body["plate_id"], 1);

@@ -4,7 +4,7 @@
 namespace virtual_camera {
 namespace {
 
-constexpr char kQueue[] = "BUS_GET_IVS_INFO";
+constexpr char kResultsQueue[] = "BUS_GET_IVS_INFO";
 
 class ResultQueue : public DeskCamera {
  protected:
@@ -14,42 +14,45 @@ class ResultQueue : public DeskCamera {
     request["type"] = "STP_SELECT_MQTT_OFFLINE_RECORD";
     request["body"]["count"] = count;
     request["body"]["id"] = id;
-    return Ask(kQueue, request.toStyledString());
+    return Ask(kResultsQueue, request.toStyledString());
   }
 
   std::string Confirm(uint32_t id) {
-    return Ask(kQueue, R"({"type":"STP_SET_MQTT_OFFLINE_STATUS","body":{"plate_id":)" +
-                           std::to_string(id) + R"(,"push_status":0}})");
+    return Ask(kResultsQueue, R"({"type":"STP_SET_MQTT_OFFLINE_STATUS","body":{"plate_id":)" +
+                                  std::to_string(id) + R"(,"push_status":0}})");
   }
 };
 
 TEST_F(ResultQueue, AnswersTheLastResultWithItsRawRecord) {
   CarPasses("FIRST");
   const IvsRecord last = CarPasses("LAST");
-  EXPECT_EQ(Ask(kQueue, R"({"type":"get_last_ivs"})"), RecordBytes(last));
+  EXPECT_EQ(Ask(kResultsQueue, R"({"type":"get_last_ivs"})"), RecordBytes(last));
 }
 
 TEST_F(ResultQueue, AnswersTheLastResultOfAnEmptyStoreWithNothing) {
-  EXPECT_EQ(Ask(kQueue, R"({"type":"get_last_ivs"})"), "");
+  EXPECT_EQ(Ask(kResultsQueue, R"({"type":"get_last_ivs"})"), "");
 }
 
 TEST_F(ResultQueue, AnswersThePathOfAPicture) {
   const IvsRecord record = CarPasses("AB123CD");
-  EXPECT_EQ(Body(kQueue, R"({"type":"get_img_path_by_id","body":{"plateid":1}})")["img_path"],
-            GetText(record.full_path));
+  EXPECT_EQ(
+      Body(kResultsQueue, R"({"type":"get_img_path_by_id","body":{"plateid":1}})")["img_path"],
+      GetText(record.full_path));
 }
 
 TEST_F(ResultQueue, AnswersAnUnknownIdWithoutAPath) {
-  EXPECT_EQ(Compact(Body(kQueue, R"({"type":"get_img_path_by_id","body":{"plateid":9}})")), "{}");
-  EXPECT_EQ(Body(kQueue, R"({"type":"get_img_path_by_id","body":{"plateid":-1}})")["state_code"],
-            400);
+  EXPECT_EQ(Compact(Body(kResultsQueue, R"({"type":"get_img_path_by_id","body":{"plateid":9}})")),
+            "{}");
+  EXPECT_EQ(
+      Body(kResultsQueue, R"({"type":"get_img_path_by_id","body":{"plateid":-1}})")["state_code"],
+      400);
 }
 
 TEST_F(ResultQueue, CountsWhatIsUndeliveredAndItsAge) {
   CarPasses("A");
   timeline.Advance(7000);
   CarPasses("B");
-  EXPECT_EQ(Compact(Body(kQueue, R"({"type":"STP_GET_MQTT_OFFLINE_COUNT"})")),
+  EXPECT_EQ(Compact(Body(kResultsQueue, R"({"type":"STP_GET_MQTT_OFFLINE_COUNT"})")),
             R"({"offline_count":2,"oldest_age_s":7})");
 }
 
@@ -87,14 +90,14 @@ TEST_F(ResultQueue, ConfirmsWhatItDoesNotHaveWithoutAnyEffect) {
 TEST_F(ResultQueue, ClearsEverythingUndelivered) {
   CarPasses("A");
   CarPasses("B");
-  EXPECT_EQ(Body(kQueue, R"({"type":"STP_CLEAR_MQTT_OFFLINE"})")["cleared"], 2);
+  EXPECT_EQ(Body(kResultsQueue, R"({"type":"STP_CLEAR_MQTT_OFFLINE"})")["cleared"], 2);
   EXPECT_EQ(Select(5, 0), "");
 }
 
 TEST_F(ResultQueue, AnswersWithAnErrorWhenTheStoreFails) {
   device->database.Execute("DROP TABLE results");
   for (const char* type : {"get_last_ivs", "STP_CLEAR_MQTT_OFFLINE"}) {
-    EXPECT_EQ(Body(kQueue, std::string(R"({"type":")") + type + R"("})")["state_code"], 400);
+    EXPECT_EQ(Body(kResultsQueue, std::string(R"({"type":")") + type + R"("})")["state_code"], 400);
   }
 }
 
@@ -103,7 +106,7 @@ TEST_F(ResultQueue, RemembersConfirmationsOverARestart) {
   CarPasses("B");
   Confirm(1);
   Restart();
-  EXPECT_EQ(Body(kQueue, R"({"type":"STP_GET_MQTT_OFFLINE_COUNT"})")["offline_count"], 1);
+  EXPECT_EQ(Body(kResultsQueue, R"({"type":"STP_GET_MQTT_OFFLINE_COUNT"})")["offline_count"], 1);
 }
 
 }  // namespace

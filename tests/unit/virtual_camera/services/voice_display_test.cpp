@@ -3,19 +3,19 @@
 namespace virtual_camera {
 namespace {
 
-constexpr char kQueue[] = "AD_HTTP_REQUESTION";
+constexpr char kDisplayQueue[] = "AD_HTTP_REQUESTION";
 
 class VoiceAndDisplay : public DeskCamera {
  protected:
   Json::Value Record() {
-    return Body(kQueue, R"({"type":"get_ad_voice_config","module":"AD_CONFIG_REQUESTION"})");
+    return Body(kDisplayQueue, R"({"type":"get_ad_voice_config","module":"AD_CONFIG_REQUESTION"})");
   }
   Json::Value Write(const Json::Value& body) {
     Json::Value request;
     request["type"] = "set_ad_voice_config";
     request["module"] = "AD_CONFIG_REQUESTION";
     request["body"] = body;
-    return Parsed(Ask(kQueue, Compact(request)));
+    return Parsed(Ask(kDisplayQueue, Compact(request)));
   }
 };
 
@@ -49,7 +49,7 @@ TEST_F(VoiceAndDisplay, KeepTheirSettingsOverARestart) {
 
 TEST_F(VoiceAndDisplay, RefuseAnotherModuleAndWhatIsNoRecord) {
   const Json::Value before = Record();
-  EXPECT_EQ(Parsed(Ask(kQueue, R"({"type":"get_ad_voice_config"})"))["state_code"], 400);
+  EXPECT_EQ(Parsed(Ask(kDisplayQueue, R"({"type":"get_ad_voice_config"})"))["state_code"], 400);
   EXPECT_EQ(Write(Json::Value())["state_code"], 400);
   EXPECT_EQ(Write(Json::Value(Json::arrayValue))["state_code"], 400);
   Json::Value huge;

@@ -3,20 +3,21 @@
 namespace virtual_camera {
 namespace {
 
-constexpr char kQueue[] = "BUS_WHITE_LIST_INFO";
+constexpr char kWhiteListQueue[] = "BUS_WHITE_LIST_INFO";
 
 class WhiteListQueue : public DeskCamera {
  protected:
   Json::Value Replace(const std::string& records) {
-    return Body(kQueue,
+    return Body(kWhiteListQueue,
                 R"({"type":"replace_white_list","body":{"white_list_rec":)" + records + "}}");
   }
   std::string Select(const std::string& plate) {
-    return Compact(Body(kQueue, R"({"type":"select_white_list","body":{"plate":")" + plate +
-                                    R"("}})")["white_list_rec"]);
+    return Compact(Body(kWhiteListQueue, R"({"type":"select_white_list","body":{"plate":")" +
+                                             plate + R"("}})")["white_list_rec"]);
   }
   Json::Value SetCheck(const std::string& value) {
-    return Body(kQueue, R"({"type":"set_wl_check_status","body":{"filter_enable":)" + value + "}}");
+    return Body(kWhiteListQueue,
+                R"({"type":"set_wl_check_status","body":{"filter_enable":)" + value + "}}");
   }
   int Gate() { return device->gpio.Output(0); }
 };
@@ -51,9 +52,9 @@ TEST_F(WhiteListQueue, RefusesARequestOfWhichNothingIsUsable) {
 
 TEST_F(WhiteListQueue, DeletesPlates) {
   Replace(R"([{"plate":"A"},{"plate":"B"},{"plate":"C"}])");
-  EXPECT_EQ(
-      Body(kQueue, R"({"type":"delete_white_list","body":{"plates":["A","C","X",7]}})")["deleted"],
-      2);
+  EXPECT_EQ(Body(kWhiteListQueue,
+                 R"({"type":"delete_white_list","body":{"plates":["A","C","X",7]}})")["deleted"],
+            2);
   EXPECT_EQ(Select("A"), "[]");
   EXPECT_NE(Select("B"), "[]");
   EXPECT_EQ(device->white_list.Count(), 1);
@@ -63,7 +64,7 @@ TEST_F(WhiteListQueue, DeletesNothingWithoutPlates) {
   Replace(R"([{"plate":"A"}])");
   for (const char* body : {"null", "{}", R"({"plates":"A"})", R"({"plates":{"a":"A"}})"}) {
     const std::string request = R"({"type":"delete_white_list","body":)" + std::string(body) + "}";
-    EXPECT_EQ(Body(kQueue, request)["state_code"], 400) << body;
+    EXPECT_EQ(Body(kWhiteListQueue, request)["state_code"], 400) << body;
   }
   EXPECT_EQ(device->white_list.Count(), 1);
 }
@@ -73,7 +74,7 @@ TEST_F(WhiteListQueue, KeepsListAndCheckOverARestart) {
   SetCheck("2");
   Restart();
   EXPECT_EQ(device->white_list.Count(), 1);
-  EXPECT_EQ(Ask(kQueue, R"({"type":"get_wl_check_status"})"),
+  EXPECT_EQ(Ask(kWhiteListQueue, R"({"type":"get_wl_check_status"})"),
             R"({"body":{"filter_enable":2},"state_code":200})");
 }
 
