@@ -162,6 +162,9 @@ sanitize_threads() {
 # The project's own C++ files.
 sources() { git ls-files --cached --others --exclude-standard -- '*.h' '*.cpp'; }
 
+# usage: tidy [CLANG-TIDY OPTIONS] <FILES
+tidy() { xargs -P "$(nproc)" -n 1 clang-tidy -p build/lint --quiet "$@" >>build/tidy.log 2>/dev/null; }
+
 scripts() { printf '%s\n' dev .ci/run scripts/*.sh; }
 
 lint() {
@@ -170,11 +173,13 @@ lint() {
   pyflakes3 bench contract examples scripts tests/build tests/desk || fail "pyflakes found something"
   lint_contract
   # clang-tidy reads what a build was told that has no precompiled headers: it has another compiler's,
-  # and finds what a file uses and does not include.
-  configure lint -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
+  # and finds what a file of the programs uses and does not include.
+  configure lint -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON -DCMAKE_UNITY_BUILD=OFF
   ninja -C build/lint build.ninja >build/lint.log  # what is new since is known to it, too
-  git ls-files -- '*.cpp' | xargs -P "$(nproc)" -n 1 clang-tidy -p build/lint --quiet \
-    >build/tidy.log 2>/dev/null || {
+  : >build/tidy.log
+  { git ls-files -- '*.cpp' ':!tests' | tidy &&
+    jq -r '.[].file' build/lint/compile_commands.json | grep '/tests/.*/Unity/' |
+    tidy --config-file=tests/.clang-tidy; } || {
     grep -E 'error|warning' build/tidy.log | sort -u | head -n 40 >&2
     fail "clang-tidy found something, see build/tidy.log"
   }
