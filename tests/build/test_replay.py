@@ -128,6 +128,23 @@ class Replay(unittest.TestCase):
                  "value": encoded(b"R2F0ZQ==")}
         self.assertIn("logs 6 mqtt_adapter: GetDevName : R2F0ZQ==", self.steps(event)["start"])
 
+    def test_the_plug_in_starts_with_the_first_event_that_is_no_setting(self):
+        late = {"us": 3000000, "event": "database", "database": "skvdb", "key": "dev_name",
+                "value": encoded(b"TGF0ZQ==")}
+        steps = self.steps(late, request(4000000, "get_device_timestamp"))
+        self.assertIn("logs 6 mqtt_adapter: GetDevName : TGF0ZQ==", steps["start"])
+
+    def test_a_setting_can_change_and_go(self):
+        change = {"event": "database", "database": "skvdb", "key": "dev_name"}
+        trigger = {"event": "message", "topic": "EVT_SRV_EXTERNAL_TRIGGER", "body": "e30="}
+        steps = self.steps({"us": 1, "event": "link", "up": True},
+                           {"us": 2, **change, "value": encoded(b"TmV3")}, {"us": 3, **trigger},
+                           {"us": 4, **change}, {"us": 5, **trigger})
+        names = [line for line in steps["message EVT_SRV_EXTERNAL_TRIGGER, {}"]
+                 if "GetDevName" in line]
+        self.assertEqual(names, ["logs 6 mqtt_adapter: GetDevName : TmV3",
+                                 "logs 6 mqtt_adapter: GetDevName : SVZT"])
+
     def test_a_service_answers_what_it_answered_to_the_same_body(self):
         steps = self.steps(bus_request(0, "BUS_GET_IVS_INFO", b"other", b"{}"),
                            bus_request(9, "BUS_GET_IVS_INFO", COUNT,

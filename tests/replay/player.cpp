@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -125,20 +126,18 @@ Player::Player(const capture::Capture& capture, Sink sink)
 Player::~Player() { close(printed_); }
 
 void Player::Play(const std::string& library) {
+  const auto is_database = [](const Json::Value& event) { return event["event"] == "database"; };
   auto event = capture_.events.begin();
-  for (; event != capture_.events.end() && (*event)["us"] == 0 && (*event)["event"] == "database";
-       ++event) {
+  for (; event != capture_.events.end() && is_database(*event); ++event) {
     SetDatabase(*event);
   }
-  Start(library);
-  bool is_up_before = true;
-  for (const Json::Value& other : capture_.events) {
-    if (other["event"] == "link") {
-      is_up_before = !other["up"].asBool();
-      break;
-    }
+  if (event != capture_.events.end()) {
+    RunClockTo((*event)["us"].asInt64());
   }
-  if (is_up_before) {
+  Start(library);
+  const auto link = std::find_if(capture_.events.begin(), capture_.events.end(),
+                                 [](const auto& other) { return other["event"] == "link"; });
+  if (link == capture_.events.end() || !(*link)["up"].asBool()) {
     Title("link up, since before the capture");
     LinkUp();
   }
@@ -356,8 +355,10 @@ Player::Answer* Player::Find(const std::string& queue, const std::string* body) 
 }
 
 void Player::OnLog(const fake::LogEntry& entry) {
+  const std::vector<std::string> lines = Lines(entry.text);
   Say("logs " + std::to_string(entry.priority) + " " + Escaped(entry.source) + ": " +
-      Escaped(entry.text));
+      (lines.empty() ? "" : lines.front()));
+  SayAll({lines.begin() + (lines.empty() ? 0 : 1), lines.end()});
 }
 
 void Player::Title(const std::string& text) { sink_("== " + TimeText(now_us_) + " " + text); }
@@ -384,7 +385,7 @@ void Player::SayWhatWasPrinted() {
   }
   if (!text.empty()) {
     sink_("  prints");
-    SayAll(Shown(text));
+    SayAll(Lines(text));
   }
 }
 

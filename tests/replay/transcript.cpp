@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <utility>
 
+#include "platform/utf8.h"
+
 namespace replay {
 namespace {
 
@@ -17,10 +19,9 @@ struct MarkedLine {
   const std::string* line;
 };
 
-using Lines = std::vector<std::string>;
-
 /// The shortest way from one text to the other, by the longest common subsequence.
-std::vector<MarkedLine> Marked(const Lines& before, const Lines& after) {
+std::vector<MarkedLine> Marked(const std::vector<std::string>& before,
+                               const std::vector<std::string>& after) {
   std::size_t begin = 0;
   while (begin < before.size() && begin < after.size() && before[begin] == after[begin]) {
     ++begin;
@@ -70,7 +71,8 @@ std::vector<MarkedLine> Marked(const Lines& before, const Lines& after) {
   return marked;
 }
 
-std::string StepDifference(const Lines& before, const Lines& after) {
+std::string StepDifference(const std::vector<std::string>& before,
+                           const std::vector<std::string>& after) {
   const std::vector<MarkedLine> marked = Marked(before, after);
   std::vector<bool> is_shown(marked.size());
   for (std::size_t i = 0; i < marked.size(); ++i) {
@@ -94,10 +96,10 @@ std::string StepDifference(const Lines& before, const Lines& after) {
 }
 
 bool IsText(const std::string& bytes) {
-  return std::none_of(bytes.begin(), bytes.end(), [](char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return (byte < 0x20 && c != '\n' && c != '\r' && c != '\t' && c != '\x1b') || byte == 0x7F;
-  });
+  return tarvex::IsUtf8(bytes) && std::none_of(bytes.begin(), bytes.end(), [](char c) {
+           const auto byte = static_cast<unsigned char>(c);
+           return (byte < 0x20 && c != '\n' && c != '\r' && c != '\t') || byte == 0x7F;
+         });
 }
 
 std::string Hexadecimal(std::size_t value, std::size_t digits) {
@@ -177,23 +179,28 @@ std::string Escaped(const std::string& bytes) {
   return text;
 }
 
-std::vector<std::string> Shown(const std::string& bytes) {
+std::vector<std::string> Lines(const std::string& text) {
   std::vector<std::string> lines;
-  for (std::size_t begin = 0; begin < bytes.size();) {
-    std::size_t length = 0;
-    if (IsText(bytes)) {
-      length = std::min(bytes.find('\n', begin), bytes.size() - 1) + 1 - begin;
-      lines.push_back(Escaped(bytes.substr(begin, length)));
-    } else {
-      length = std::min(kDumpRow_bytes, bytes.size() - begin);
-      lines.push_back(Hexadecimal(begin, 4) + " ");
-      for (std::size_t i = begin; i < begin + length; ++i) {
-        lines.back() += " " + Hexadecimal(static_cast<unsigned char>(bytes[i]), 2);
-      }
-    }
-    begin += length;
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = std::min(text.find('\n', begin), text.size() - 1) + 1;
+    lines.push_back(Escaped(text.substr(begin, end - begin)));
+    begin = end;
   }
   return lines;
+}
+
+std::vector<std::string> Shown(const std::string& bytes) {
+  if (IsText(bytes)) {
+    return Lines(bytes);
+  }
+  std::vector<std::string> rows;
+  for (std::size_t begin = 0; begin < bytes.size(); begin += kDumpRow_bytes) {
+    rows.push_back(Hexadecimal(begin, 4) + " ");
+    for (const char c : bytes.substr(begin, kDumpRow_bytes)) {
+      rows.back() += " " + Hexadecimal(static_cast<unsigned char>(c), 2);
+    }
+  }
+  return rows;
 }
 
 }  // namespace replay

@@ -34,7 +34,10 @@ Difference Compare(const Transcript& before, const Transcript& after);
 /// Bytes as they stand in a transcript: ASCII without control characters.
 std::string Escaped(const std::string& bytes);
 
-/// A text's lines, each escaped with its end; of bytes that are no text a hexadecimal dump.
+/// A text's lines, each escaped with its end.
+std::vector<std::string> Lines(const std::string& text);
+
+/// The same; of bytes that are no text a hexadecimal dump.
 std::vector<std::string> Shown(const std::string& bytes);
 
 }  // namespace replay

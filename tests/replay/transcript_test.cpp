@@ -76,6 +76,11 @@ TEST(Transcript, ShowsTextLineByLineWithItsEnds) {
   EXPECT_THAT(Shown("a\tb\n\\c"), ElementsAre("a\\x09b\\n", "\\\\c"));
 }
 
+TEST(Transcript, ShowsLettersOfAnyAlphabetAsText) {
+  EXPECT_THAT(Shown("\xc3\xa9"), ElementsAre("\\xc3\\xa9"));
+  EXPECT_THAT(Shown("\xff"), ElementsAre("0000  ff"));
+}
+
 TEST(Transcript, ShowsBytesAsADump) {
   EXPECT_THAT(Shown(std::string(17, '\0')),
               ElementsAre("0000  00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00", "0010  00"));
