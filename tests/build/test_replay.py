@@ -83,7 +83,7 @@ class Replay(unittest.TestCase):
     def test_the_same_library_does_not_differ(self):
         capture = self.capture(request(5, "get_sn"))
         status, said, _ = self.run_with(capture, "--plugin", LIBRARY, "--against", LIBRARY)
-        self.assertEqual((status, said), (0, "no difference in 5 steps\n"))
+        self.assertEqual((status, said), (0, "capture.jsonl: no difference in 5 steps\n"))
 
     def test_a_changed_text_is_shown_with_the_event_that_led_to_it(self):
         capture = self.capture({"us": 1500000, "event": "link", "up": True})

@@ -176,7 +176,11 @@ int Run(const Arguments& arguments) {
   const replay::Transcript after = PlayedAll(captures, arguments.plugin, &came_to_its_end);
   const replay::Difference difference = replay::Compare(before, after);
   if (difference.steps == 0) {
-    std::cout << "no difference in " << after.size() << " steps\n";
+    std::string names;
+    for (const NamedCapture& named : captures) {
+      names += (names.empty() ? "" : ", ") + named.name;
+    }
+    std::cout << names << ": no difference in " << after.size() << " steps\n";
     return came_to_its_end ? 0 : kDiffers;
   }
   std::cout << "--- " << arguments.against << "\n+++ " << arguments.plugin << "\n"
