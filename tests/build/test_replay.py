@@ -107,6 +107,12 @@ class Replay(unittest.TestCase):
         status, said, _ = self.run_with(*captures, "--plugin", crashing)
         self.assertEqual((status, said.count("ends the process: Segmentation fault")), (1, 2))
 
+    def test_a_library_that_does_not_come_to_its_end_is_shown(self):
+        hanging = self.built("hanging.so", "for (;;) raise(0);")
+        status, said, _ = self.run_with(self.capture(request(5, "get_sn")), "--plugin", hanging,
+                                        "--timeout", "1")
+        self.assertEqual((status, said.count("  does not come to its end in time\n")), (1, 1))
+
     def test_what_is_thrown_is_shown(self):
         throwing = self.built("throwing.so", "throw std::runtime_error(\"why\");")
         status, said, _ = self.run_with(self.capture(request(5, "get_sn")), "--plugin", throwing)
@@ -146,12 +152,21 @@ class Replay(unittest.TestCase):
                                  "logs 6 mqtt_adapter: GetDevName : SVZT"])
 
     def test_a_service_answers_what_it_answered_to_the_same_body(self):
-        steps = self.steps(bus_request(0, "BUS_GET_IVS_INFO", b"other", b"{}"),
+        steps = self.steps({"us": 5, "event": "link", "up": True},
+                           bus_request(7, "BUS_GET_IVS_INFO", b"other", b"{}"),
                            bus_request(9, "BUS_GET_IVS_INFO", COUNT,
-                                       b'{"body":{"offline_count":4}}'),
-                           {"us": 5, "event": "link", "up": True})
+                                       b'{"body":{"offline_count":4}}'))
         self.assertIn("is answered as at 0.000009", steps["link up"])
         self.assertIn('"offline_record" : 4', steps["link up"])
+
+    def test_a_service_answers_the_same_body_again_as_it_did_the_next_time(self):
+        written = {"serialChannel": 0, "data": "YQ==", "dataLen": 1}
+        body = bytes([111, 0, 0, 0, 0, 0, 0, 0]) + b"a"
+        steps = self.steps(*(bus_request(us, "EVS_RS485_WRITE", body, b"") for us in (1, 8, 9)),
+                           request(5, "serial_data", serialData=[written] * 3))
+        answered = [line for line in sum(steps.values(), [])
+                    if line.startswith("is answered")]
+        self.assertEqual(answered, [f"is answered as at 0.00000{us}" for us in (8, 9, 8)])
 
     def test_a_service_answers_something_else_as_it_did_in_order(self):
         steps = self.steps(bus_request(9, "BUS_GET_IVS_INFO", b"other", b"{}"),
@@ -190,6 +205,7 @@ class Replay(unittest.TestCase):
         for words, why in (
                 ((), "which capture?"), ((capture,), "which library?"),
                 ((capture, "--plugin"), "unexpected: --plugin"),
+                ((capture, "--timeout", "0"), "--timeout takes whole seconds, not 0"),
                 ((capture, "--plugin", "none.so"), "./none.so cannot be read"),
                 ((capture, "--plugin", LIBRARY, "--against", capture),
                  f"./{capture} is neither a library nor a transcript"),

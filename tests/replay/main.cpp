@@ -22,12 +22,13 @@ namespace {
 
 constexpr int kDiffers = 1;
 constexpr int kUnusable = 2;
-constexpr unsigned int kLongestPlay_s = 300;
 constexpr char kUsage[] =
     "usage: adapter_replay CAPTURE... --plugin LIBRARY [--against LIBRARY|TRANSCRIPT]\n"
+    "                      [--timeout SECONDS]\n"
     "Runs what a plug-in was given on a device through LIBRARY, a libmqttadapter.so, and prints\n"
     "what it does. With --against it prints how that differs from what another library does, or\n"
-    "from what was printed before.\n"
+    "from what was printed before. A library has 300 seconds for a capture, or those of "
+    "--timeout.\n"
     "exit status: 0 no difference, 1 a difference, or LIBRARY does not come to the end,\n"
     "             2 a file cannot be used\n";
 
@@ -35,6 +36,7 @@ struct Arguments {
   std::vector<std::string> captures;
   std::string plugin;
   std::string against;
+  unsigned int timeout_s = 300;
 };
 
 struct NamedCapture {
@@ -61,7 +63,7 @@ void Write(int file, const std::string& text) {
 std::string FailureOf(int status) {
   if (WIFSIGNALED(status)) {
     return WTERMSIG(status) == SIGALRM
-               ? "does not come to its end in " + std::to_string(kLongestPlay_s) + " s"
+               ? "does not come to its end in time"
                : std::string("ends the process: ") + strsignal(WTERMSIG(status));
   }
   return WEXITSTATUS(status) == 0
@@ -81,7 +83,6 @@ ChildResult InChild(const std::function<void(int output)>& task) {
   }
   if (child == 0) {
     close(ends[0]);
-    alarm(kLongestPlay_s);
     task(ends[1]);
     _exit(0);
   }
@@ -107,8 +108,9 @@ void CheckLibrary(const std::string& library) {
 }
 
 replay::Transcript Played(const NamedCapture& named, const std::string& library,
-                          bool* came_to_its_end) {
+                          unsigned int timeout_s, bool* came_to_its_end) {
   const ChildResult play = InChild([&](int output) {
+    alarm(timeout_s);
     const auto say = [output](const std::string& line) { Write(output, line + "\n"); };
     say("capture " + named.name + ", camera " + replay::Escaped(named.capture.header.sn));
     try {
@@ -128,10 +130,10 @@ replay::Transcript Played(const NamedCapture& named, const std::string& library,
 }
 
 replay::Transcript PlayedAll(const std::vector<NamedCapture>& captures, const std::string& library,
-                             bool* came_to_its_end) {
+                             unsigned int timeout_s, bool* came_to_its_end) {
   replay::Transcript all;
   for (const NamedCapture& named : captures) {
-    const replay::Transcript one = Played(named, library, came_to_its_end);
+    const replay::Transcript one = Played(named, library, timeout_s, came_to_its_end);
     all.insert(all.end(), one.begin(), one.end());
   }
   return all;
@@ -166,14 +168,16 @@ int Run(const Arguments& arguments) {
     CheckLibrary(arguments.against);
   }
   bool came_to_its_end = true;
+  const auto played = [&](const std::string& library) {
+    return PlayedAll(captures, library, arguments.timeout_s, &came_to_its_end);
+  };
   if (arguments.against.empty()) {
-    std::cout << replay::Text(PlayedAll(captures, arguments.plugin, &came_to_its_end));
+    std::cout << replay::Text(played(arguments.plugin));
     return came_to_its_end ? 0 : kDiffers;
   }
-  const replay::Transcript before = is_against_library
-                                        ? PlayedAll(captures, arguments.against, &came_to_its_end)
-                                        : ReadEarlier(arguments.against);
-  const replay::Transcript after = PlayedAll(captures, arguments.plugin, &came_to_its_end);
+  const replay::Transcript before =
+      is_against_library ? played(arguments.against) : ReadEarlier(arguments.against);
+  const replay::Transcript after = played(arguments.plugin);
   const replay::Difference difference = replay::Compare(before, after);
   if (difference.steps == 0) {
     std::string names;
@@ -189,12 +193,24 @@ int Run(const Arguments& arguments) {
 }
 
 /// Throws std::runtime_error.
+unsigned int Seconds(const std::string& word) {
+  const bool is_number = !word.empty() && word.size() <= 6 &&
+                         word.find_first_not_of("0123456789") == std::string::npos;
+  if (!is_number || std::stoul(word) == 0) {
+    throw std::runtime_error("--timeout takes whole seconds, not " + word);
+  }
+  return static_cast<unsigned int>(std::stoul(word));
+}
+
+/// Throws std::runtime_error.
 Arguments Read(int argc, char** argv) {
   Arguments arguments;
   for (int i = 1; i < argc; ++i) {
     const std::string word = argv[i];
     if ((word == "--plugin" || word == "--against") && i + 1 < argc) {
       (word == "--plugin" ? arguments.plugin : arguments.against) = argv[++i];
+    } else if (word == "--timeout" && i + 1 < argc) {
+      arguments.timeout_s = Seconds(argv[++i]);
     } else if (word.empty() || word[0] == '-') {
       throw std::runtime_error("unexpected: " + word + "\n" + kUsage);
     } else {
