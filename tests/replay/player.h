@@ -2,6 +2,8 @@
 // the capture's times, and its services answer what they answered in the capture.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -83,7 +85,7 @@ class Player : public sigslot::has_slots<sigslot::single_threaded> {
   std::set<std::string> listened_;                    // as it was last told
   std::map<unsigned long long, int> unacknowledged_;  // publications, by tag
   int printed_ = -1;                                  // the file that standard output goes to
-  std::int64_t printed_told_bytes_ = 0;
+  off_t printed_told_bytes_ = 0;
 };
 
 }  // namespace replay

@@ -84,21 +84,6 @@ class Captures : public RigTest {
 
   int Undelivered() { return rig_.CameraState()["results"]["undelivered"].asInt(); }
 
-  void MissCars(int count) {
-    rig_.broker.Kill();
-    ASSERT_TRUE(AgentPrints("broker lost"));
-    for (int i = 0; i < count; ++i) {
-      rig_.Ctl({"car"});
-    }
-  }
-
-  void BrokerComesBack() {
-    rig_.cloud->Forget();
-    rig_.broker.Start();
-    ASSERT_TRUE(rig_.AwaitOnline(true));
-    ASSERT_TRUE(WaitUntil([this] { return rig_.cloud->IsSubscribed(); }));
-  }
-
   void Redeliver(int count) {
     rig_.Request("check_offline_record", R"({"enable":"push","max_count":100})");
     for (int i = 0; i < count; ++i) {
@@ -149,8 +134,13 @@ TEST_F(Captures, OfEventsPublishWhatWasPublishedOnTheDesk) {
   rig_.Ctl({"car", "GH22222"});
   AwaitPlate("GH22222");
   const std::string transcript = Played("events");
+  const auto expected = PublishedIn(transcript);
+  WaitUntil([&] {
+    const std::lock_guard<std::mutex> lock(mutex);
+    return published.size() >= expected.size();
+  });
   const std::lock_guard<std::mutex> lock(mutex);
-  EXPECT_EQ(PublishedIn(transcript), published);
+  EXPECT_EQ(published, expected);
   EXPECT_EQ(plates.size(), 4U);
   for (const std::string& plate : plates) {
     EXPECT_THAT(transcript, HasSubstr("\"license\" : \"" + plate + "\""));
@@ -178,7 +168,6 @@ TEST_F(Captures, OfEveryRequestAskTheServicesAsOnTheDesk) {
     EXPECT_THAT(transcript, HasSubstr(std::string(" request ") + request.name + " 1.0 "));
   }
   EXPECT_THAT(transcript, testing::Not(HasSubstr("something else was asked")));
-  EXPECT_THAT(transcript, testing::Not(HasSubstr("is not answered")));
 }
 
 TEST_F(Captures, OfAnOutageRedeliverWhatWasMissed) {
