@@ -134,7 +134,8 @@ sanitize() {
     sanitize_threads "${@:2}"
   else
     build asan "contract_tests mqtt_adapter_tests platform_interface_tests platform_tests
-      cloud_agent_tests virtual_camera_tests console_tests" -DSANITIZE=address,undefined
+      cloud_agent_tests virtual_camera_tests console_tests adapter_replay replay_tests" \
+      -DSANITIZE=address,undefined
     run_tests asan --label-regex 'contract|unit' "$@"
   fi
 }

@@ -37,8 +37,7 @@ Json::Value PushRequest(int max_count) {
 Agent::Agent(const Options& options, Parts parts)
     : options_(options),
       parts_(std::move(parts)),
-      guard_(options.guard, parts_.post,
-             [this](unsigned long long tag) { adapter_->OnMessagePublished(tag); }),
+      guard_(options.guard, parts_.post, [this](unsigned long long tag) { Confirm(tag); }),
       auto_push_(options.auto_push, &guard_,
                  AutoPush::Host{[this](int delay_ms, std::function<void()> task) {
                                   const auto real_ms =
@@ -187,11 +186,21 @@ void Agent::SubscribeMissing() {
 
 bool Agent::RunRequest(const std::string& name, const Json::Value& payload,
                        const std::string& version, Json::Value& response) {
+  if (parts_.trace != nullptr) {
+    parts_.trace->HandingOverRequest(name, payload, version);
+  }
   const bool is_done = adapter_->RequestMessage(name, payload, version, response);
   if (is_done) {
     guard_.OnRequestCarriedOut(name, payload);
   }
   return is_done;
+}
+
+void Agent::Confirm(unsigned long long tag) {
+  if (parts_.trace != nullptr) {
+    parts_.trace->Confirming(tag);
+  }
+  adapter_->OnMessagePublished(tag);
 }
 
 void Agent::Push(int max_count) {

@@ -103,6 +103,7 @@ class Agent : public sigslot::has_slots<sigslot::single_threaded>, private LinkL
   void SubscribeMissing();
   bool RunRequest(const std::string& name, const Json::Value& payload, const std::string& version,
                   Json::Value& response);
+  void Confirm(unsigned long long tag);
   void Push(int max_count);
   void LookForWork();
   std::optional<Undelivered> AskForUndelivered() const;

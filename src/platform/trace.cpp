@@ -9,8 +9,6 @@
 #include <utility>
 #include <vector>
 
-#include <boost/locale/utf.hpp>
-
 #include "json_text.h"
 #include "platform/json_member.h"
 #include "platform/log.h"
@@ -120,18 +118,6 @@ std::int64_t TraceClock_us() {
   return std::chrono::duration_cast<std::chrono::microseconds>(
              std::chrono::system_clock::now().time_since_epoch())
       .count();
-}
-
-bool IsUtf8(std::string_view bytes) {
-  using Utf8 = boost::locale::utf::utf_traits<char>;
-  const char* next = bytes.data();
-  const char* const end = next + bytes.size();
-  while (next != end) {
-    if (!boost::locale::utf::is_valid_codepoint(Utf8::decode(next, end))) {
-      return false;
-    }
-  }
-  return true;
 }
 
 void AddTracedText(Json::Value* event, const std::string& key, std::string_view text) {

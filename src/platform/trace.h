@@ -9,6 +9,8 @@
 
 #include <json/value.h>
 
+#include "platform/utf8.h"
+
 namespace tarvex {
 
 /// The bus topic of the events.
@@ -19,9 +21,6 @@ constexpr std::size_t kMaxTraced_bytes = std::size_t{64} << 10U;
 
 /// The host's clock, microseconds since 1970.
 std::int64_t TraceClock_us();
-
-/// Whether bytes are UTF-8.
-bool IsUtf8(std::string_view bytes);
 
 /// Adds a text to an event; as `<key>_base64` where it is not UTF-8. Sets "cut" where it
 /// is longer than kMaxTraced_bytes.

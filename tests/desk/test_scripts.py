@@ -149,3 +149,85 @@ class KeptState(ScriptTest):
 
     def test_says_how_far_behind_a_clock_is(self):
         self.assertEqual(self.line(offset_s=-7200), "its clock is 2 hours behind\n")
+
+
+class Replays(ScriptTest):
+    """./dev replay, with a stand-in for adapter_replay that has its exit status in a file."""
+    def setUp(self):
+        super().setUp()
+        for name in ("tests/replay/captures/a.jsonl", "tests/replay/captures/a.transcript",
+                     "build/dev/bin/adapter_replay", "build/status"):
+            (self.folder / name).parent.mkdir(parents=True, exist_ok=True)
+            (self.folder / name).write_text("as committed\n")
+        replay = self.folder / "build/dev/bin/adapter_replay"
+        replay.write_text('#!/bin/bash\necho "$@"; exit "$(cat build/status)"\n')
+        replay.chmod(0o755)
+        self.git("init", "--quiet", "--initial-branch", "other", ".")
+        self.commit()
+
+    def git(self, *words):
+        return subprocess.run(["git", "-c", "user.name=t", "-c", "user.email=t@t", *words],
+                              cwd=self.folder, check=True, capture_output=True, text=True).stdout
+
+    def commit(self):
+        self.git("add", "tests")
+        self.git("commit", "--quiet", "--allow-empty", "--message", "state")
+
+    def replay(self, function):
+        return self.bash(". scripts/replay.sh; " + function)
+
+    def compared(self, status):
+        """A comparison with the present commit, where its plug-in has been built already."""
+        (self.folder / "build/status").write_text(str(status))
+        earlier = self.folder / "build/replay" / self.git("rev-parse", "HEAD").strip()
+        earlier.mkdir(parents=True)
+        (earlier / "done").touch()
+        return self.replay("compare_with_revision HEAD")
+
+    def change_transcript(self):
+        (self.folder / "tests/replay/captures/a.transcript").write_text("another\n")
+
+    def test_without_a_difference_pass(self):
+        status, said = self.compared(0)
+        self.assertEqual(status, 0)
+        self.assertIn("a.jsonl --plugin build/dev/lib/libmqttadapter.so --against build/replay/",
+                      said)
+
+    def test_that_differ_fail_where_the_transcript_is_the_same(self):
+        self.assertEqual(self.compared(1)[0], 1)
+
+    def test_that_differ_pass_where_the_transcript_has_changed(self):
+        self.change_transcript()
+        status, said = self.compared(1)
+        self.assertEqual(status, 0)
+        self.assertIn("wanted: tests/replay/captures/a.jsonl has another transcript since HEAD",
+                      said)
+
+    def test_that_cannot_be_made_fail_whatever_has_changed(self):
+        self.change_transcript()
+        self.assertEqual(self.compared(2)[0], 2)
+
+    def test_are_against_the_latest_release(self):
+        self.git("tag", "v1.2")
+        self.commit()
+        self.assertEqual(self.replay("released_before"), (0, "v1.2\n"))
+
+    def test_are_against_what_was_before_where_there_is_no_release(self):
+        before = self.git("rev-parse", "HEAD")
+        self.commit()
+        self.assertEqual(self.replay("released_before"), (0, before))
+
+    def test_are_against_nothing_where_nothing_is_known_of_before(self):
+        self.assertEqual(self.replay("released_before"), (0, ""))
+
+    def test_build_the_plug_in_of_a_revision_from_its_sources(self):
+        self.tool("cmake", '[ "$1" = -S ] || exit 0; cat "$2/tests/replay/captures/a.jsonl" >built')
+        status, said = self.replay("plugin_of $(git rev-parse HEAD)")
+        self.assertEqual((status, (self.folder / "built").read_text()), (0, "as committed\n"))
+        self.assertRegex(said, "^build/replay/[0-9a-f]{40}/build/lib/libmqttadapter.so$")
+
+    def test_say_why_a_plug_in_cannot_be_built(self):
+        self.tool("cmake", "echo no compiler; exit 1")
+        status, said = self.replay("compare_with_revision HEAD")
+        self.assertEqual(status, 1)
+        self.assertIn("no compiler", said)

@@ -12,22 +12,6 @@ class Redelivery : public RigTest {
     rig_.more_environment["TARVEX_CLOCK_SCALE"] = "100";
   }
 
-  /// Has cars pass while the broker is away; the agent runs, and knows.
-  void MissCars(int count) {
-    rig_.broker.Kill();
-    ASSERT_TRUE(AgentPrints("broker lost"));
-    for (int i = 0; i < count; ++i) {
-      rig_.Ctl({"car"});
-    }
-  }
-
-  void BrokerComesBack() {
-    rig_.cloud->Forget();
-    rig_.broker.Start();
-    ASSERT_TRUE(rig_.AwaitOnline(true));
-    ASSERT_TRUE(WaitUntil([this] { return rig_.cloud->IsSubscribed(); }));
-  }
-
   void Push(int max_count) {
     EXPECT_EQ(rig_.Request("check_offline_record", R"({"enable":"push","max_count":)" +
                                                        std::to_string(max_count) + "}")["result"],

@@ -72,3 +72,18 @@ Json::Value RigTest::AwaitPlate(const std::string& plate) {
 bool RigTest::AgentPrints(const std::string& text) {
   return WaitUntil([&] { return rig_.agent->Output().find(text) != std::string::npos; });
 }
+
+void RigTest::MissCars(int count) {
+  rig_.broker.Kill();
+  ASSERT_TRUE(AgentPrints("broker lost"));
+  for (int i = 0; i < count; ++i) {
+    rig_.Ctl({"car"});
+  }
+}
+
+void RigTest::BrokerComesBack() {
+  rig_.cloud->Forget();
+  rig_.broker.Start();
+  ASSERT_TRUE(rig_.AwaitOnline(true));
+  ASSERT_TRUE(WaitUntil([this] { return rig_.cloud->IsSubscribed(); }));
+}

@@ -28,6 +28,11 @@ class RigTest : public testing::Test {
   /// Waits until the agent has printed such a text.
   bool AgentPrints(const std::string& text);
 
+  /// Has cars pass while the broker is away; the agent runs, and knows.
+  void MissCars(int count);
+
+  void BrokerComesBack();
+
   Rig rig_;
 };
 

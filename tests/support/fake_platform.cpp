@@ -183,7 +183,11 @@ extern "C" void __sys_log(int priority, const char* source, const char* function
   vsnprintf(&text[0], text.size(), format, arguments);
   va_end(arguments);
   text.pop_back();
-  fake::ThePlatform().logs.push_back({priority, source, function, text});
+  fake::Platform& platform = fake::ThePlatform();
+  platform.logs.push_back({priority, source, function, text});
+  if (platform.on_log) {
+    platform.on_log(platform.logs.back());
+  }
 }
 
 boost::shared_ptr<tarvex::DpClient> tarvex::DpClient::CreateDpClient(

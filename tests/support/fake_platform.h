@@ -93,6 +93,8 @@ struct Platform {
   std::map<std::string, BusAnswer> standing_answers;              ///< per queue
   /// Where it is set it answers every request, whatever the two above say; may throw.
   std::function<BusAnswer(const BusRequest& request)> camera;
+  /// Where it is set it hears of each entry of the log.
+  std::function<void(const LogEntry& entry)> on_log;
   int listen_result = 0;
   std::string sn = "SN0001";
   unsigned long long now_s = 1700000000;

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include <json/writer.h>
+
 namespace agent {
 namespace {
 
@@ -153,6 +155,25 @@ void AgentTrace::BusRequest(const tarvex::BusRequest& request) const {
   }
   AddRequest(&event);
   trace_.Tell("bus_request", event);
+}
+
+void AgentTrace::HandingOverRequest(const std::string& name, const Json::Value& payload,
+                                    const std::string& version) const {
+  // Byte by byte what was read, also where it is not UTF-8.
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["emitUTF8"] = true;
+  Json::Value event;
+  tarvex::AddTracedText(&event, "name", name);
+  tarvex::AddTracedText(&event, "version", version);
+  tarvex::AddTracedText(&event, "payload", Json::writeString(builder, payload));
+  trace_.Tell("request_handed_over", event);
+}
+
+void AgentTrace::Confirming(unsigned long long tag) const {
+  Json::Value event;
+  event["tag"] = Json::UInt64{tag};
+  trace_.Tell("confirmed", event);
 }
 
 }  // namespace agent

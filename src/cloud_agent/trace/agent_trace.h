@@ -45,6 +45,11 @@ class AgentTrace {
 
   void BusRequest(const tarvex::BusRequest& request) const;
 
+  // What the plug-in is called for, told before.
+  void HandingOverRequest(const std::string& name, const Json::Value& payload,
+                          const std::string& version) const;
+  void Confirming(unsigned long long tag) const;
+
  private:
   struct Turn {
     std::string id;

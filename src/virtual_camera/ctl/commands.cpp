@@ -101,6 +101,17 @@ void AddCommands(CLI::App& app, CtlRequest& request) {
   record->add_option("--count", request.record_count, "Ends after so many; otherwise with Ctrl-C")
       ->check(CLI::Range(int64_t{1}, int64_t{1} << 40));
 
+  CLI::App* const capture =
+      app.add_subcommand("capture",
+                         "Writes what the plug-in is given to a file, for adapter_replay: "
+                         "requests, bus messages, what "
+                         "services answer, the link, the databases; the agent runs with --trace");
+  capture->add_option("FILE", request.capture_file, "Is overwritten")->required();
+  capture
+      ->add_option("--seconds", request.capture_seconds,
+                   "Ends after so many; otherwise with Ctrl-C")
+      ->check(CLI::Range(int64_t{1}, int64_t{1} << 32));
+
   CLI::App* const trace = app.add_subcommand(
       "trace",
       "Shows the way of one result, message or request byte by byte; the console of "

@@ -1,33 +1,26 @@
 #include "virtual_camera/ctl/ctl_client.h"
 
 #include <cerrno>
-#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 
 #include "json_text.h"
 #include "platform/nats_handle.h"
 #include "virtual_camera/control.h"
+#include "virtual_camera/ctl/desk_server.h"
 #include "virtual_camera/world/ivs_record.h"
 
 namespace virtual_camera {
 
 namespace {
 
-constexpr std::chrono::seconds kConnect{3};
 constexpr int64_t kAnswer_ms = 10000;
 constexpr char kPassportQueue[] = "CONSOLE_PASSPORTS";
 constexpr int64_t kPassport_ms = 2000;
 constexpr int64_t kLook_ms = 200;
-
-std::string BusName() {
-  const tarvex::SocketAddress address = tarvex::EffectiveAddress(tarvex::BusAddress());
-  return "the bus at " + address.host() + ":" + std::to_string(address.port());
-}
 
 }  // namespace
 
@@ -39,29 +32,12 @@ struct CtlClient::Partner {
   std::string nobody;  // what to say where there is none
 };
 
-CtlClient::CtlClient() {
-  // Shared with the callback, which the library may call after this function.
-  struct Waiter {
-    std::mutex mutex;
-    std::condition_variable changed;
-  };
-  const auto waiter = std::make_shared<Waiter>();
-  link_ = tarvex::NatsLink::Connect(tarvex::BusAddress(), "camera_ctl", [waiter](bool) {
-    const std::lock_guard<std::mutex> lock(waiter->mutex);
-    waiter->changed.notify_all();
-  });
-  if (!link_) {
-    throw std::runtime_error("the address of the bus cannot be used");
-  }
-  std::unique_lock<std::mutex> lock(waiter->mutex);
-  if (!waiter->changed.wait_for(lock, kConnect, [this] { return link_->IsConnected(); })) {
-    throw std::runtime_error(BusName() + " is not reachable; is the camera running?");
-  }
-}
+CtlClient::CtlClient() : link_(Connected(kBusServer)) {}
 
 Json::Value CtlClient::Send(const Json::Value& command) {
-  return Ask({kControlQueue, kAnswer_ms, "the camera", "no camera listens on " + BusName()},
-             command);
+  return Ask(
+      {kControlQueue, kAnswer_ms, "the camera", "no camera listens on " + NameOf(kBusServer)},
+      command);
 }
 
 Json::Value CtlClient::Passport(const std::string& id) {
@@ -69,9 +45,10 @@ Json::Value CtlClient::Passport(const std::string& id) {
   if (!id.empty()) {
     question["id"] = id;
   }
-  Json::Value answer = Ask({kPassportQueue, kPassport_ms, "the console",
-                            "no console is running on " + BusName() + "; \"./dev run\" starts one"},
-                           question);
+  Json::Value answer =
+      Ask({kPassportQueue, kPassport_ms, "the console",
+           "no console is running on " + NameOf(kBusServer) + "; \"./dev run\" starts one"},
+          question);
   if (id.empty() ? !answer["passports"].isArray() : !answer["passport"].isObject()) {
     throw std::runtime_error("the console's answer is not understood");
   }

@@ -9,6 +9,7 @@
 #include <json/value.h>
 
 #include "json_text.h"
+#include "virtual_camera/ctl/capture_recorder.h"
 #include "virtual_camera/ctl/commands.h"
 #include "virtual_camera/ctl/ctl_client.h"
 #include "virtual_camera/ctl/passport_text.h"
@@ -19,17 +20,33 @@ volatile std::sig_atomic_t is_interrupted = 0;
 
 void Interrupt(int /*signal*/) { is_interrupted = 1; }
 
-// Ends with --count records, or at SIGINT or SIGTERM.
-int Record(virtual_camera::CtlClient& client, const virtual_camera::CtlRequest& request) {
+bool IsInterrupted() { return is_interrupted != 0; }
+
+// A recording or a capture ends as its option says, or so.
+void EndWithASignal() {
   std::signal(SIGINT, Interrupt);
   std::signal(SIGTERM, Interrupt);
-  const int64_t written =
-      client.Record(request.record_file, request.record_count, [] { return is_interrupted != 0; });
+}
+
+int Record(virtual_camera::CtlClient& client, const virtual_camera::CtlRequest& request) {
+  EndWithASignal();
+  const int64_t written = client.Record(request.record_file, request.record_count, IsInterrupted);
   (void)std::printf("%lld records\n", static_cast<long long>(written));
   return 0;
 }
 
+int Capture(const virtual_camera::CtlRequest& request) {
+  EndWithASignal();
+  virtual_camera::CaptureRecorder recorder(request.capture_file);
+  const int64_t written = recorder.Run(request.capture_seconds, IsInterrupted);
+  (void)std::printf("%lld events\n", static_cast<long long>(written));
+  return 0;
+}
+
 int Carry(const virtual_camera::CtlRequest& request) {
+  if (!request.capture_file.empty()) {
+    return Capture(request);
+  }
   virtual_camera::CtlClient client;
   if (!request.record_file.empty()) {
     return Record(client, request);

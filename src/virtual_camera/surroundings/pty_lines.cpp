@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-[[noreturn]] void FailWithErrno(const std::string& what) {
+[[noreturn]] void FailAtTerminal(const std::string& what) {
   throw std::runtime_error(what + ": " + std::strerror(errno));
 }
 
@@ -57,25 +57,25 @@ struct PtyLines::Line {
   void Open(const std::string& link_path) {
     const int fd = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     if (fd < 0) {
-      FailWithErrno("no pseudo-terminal");
+      FailAtTerminal("no pseudo-terminal");
     }
     master.assign(fd);
     char name[64];
     if (grantpt(fd) != 0 || unlockpt(fd) != 0 || ptsname_r(fd, name, sizeof(name)) != 0) {
-      FailWithErrno("no pseudo-terminal");
+      FailAtTerminal("no pseudo-terminal");
     }
     slave = open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
     if (slave < 0) {
-      FailWithErrno(name);
+      FailAtTerminal(name);
     }
     // Raw: bytes pass unchanged, and nothing is echoed back to the camera.
     termios settings{};
     if (tcgetattr(slave, &settings) != 0) {
-      FailWithErrno(name);
+      FailAtTerminal(name);
     }
     cfmakeraw(&settings);
     if (tcsetattr(slave, TCSANOW, &settings) != 0) {
-      FailWithErrno(name);
+      FailAtTerminal(name);
     }
     master.non_blocking(true);
     path = name;

@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-[[noreturn]] void FailWithErrno(const std::string& path) {
+[[noreturn]] void FailAtFile(const std::string& path) {
   throw std::runtime_error(path + ": " + std::strerror(errno));
 }
 
@@ -41,21 +41,21 @@ void WriteDurably(const std::string& path, std::string_view bytes) {
     std::error_code ignored;
     fs::remove(unfinished, ignored);
     errno = reason;
-    FailWithErrno(path);
+    FailAtFile(path);
   }
 }
 
 void SyncDirectory(const std::string& directory) {
   const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0) {
-    FailWithErrno(directory);
+    FailAtFile(directory);
   }
   const bool is_synced = fsync(fd) == 0;
   const int reason = errno;
   close(fd);  // nothing is written by this
   if (!is_synced) {
     errno = reason;
-    FailWithErrno(directory);
+    FailAtFile(directory);
   }
 }
 

@@ -93,7 +93,8 @@ TEST_F(TracedAgent, TellsOfAPublicationAndItsAcknowledgement) {
                                   R"("topic":"cameras/CAM1/message/ivs_result"})",
                                   R"({"answer":"taken","event":"acknowledged",)"
                                   R"("name":"ivs_result","plate_id":7,"publication":1,"tag":11,)"
-                                  R"("us":5000})"));
+                                  R"("us":5000})",
+                                  R"({"event":"confirmed","tag":11})"));
 }
 
 TEST_F(TracedAgent, TellsOfAnAcknowledgementBeforeThePlugInHearsOfIt) {
@@ -102,8 +103,9 @@ TEST_F(TracedAgent, TellsOfAnAcknowledgementBeforeThePlugInHearsOfIt) {
   Told();
   adapter_->on_published = [this] { BusRequestEnds(tarvex::BusOutcome::kAnswered); };
   link_.listener->OnAcknowledged(1, 0);
-  EXPECT_THAT(Told(), ElementsAre(::testing::HasSubstr("acknowledged"),
-                                  ::testing::HasSubstr("bus_request")));
+  EXPECT_THAT(Told(),
+              ElementsAre(::testing::HasSubstr("acknowledged"), ::testing::HasSubstr("confirmed"),
+                          ::testing::HasSubstr("bus_request")));
 }
 
 TEST_F(TracedAgent, TellsNothingOfAnAcknowledgementAfterALoss) {
@@ -123,6 +125,7 @@ TEST_F(TracedAgent, TellsWhatTheBrokerAnswered) {
   link_.listener->OnAcknowledged(1, kNoMatchingSubscribers);
   link_.listener->OnAcknowledged(2, 0x87);
   EXPECT_THAT(Told(), ElementsAre(::testing::HasSubstr(R"("answer":"unheard")"),
+                                  ::testing::HasSubstr(R"("event":"confirmed")"),
                                   ::testing::HasSubstr(R"("answer":"refused")")));
 }
 
@@ -165,6 +168,8 @@ TEST_F(TracedAgent, TellsOfARequestFromItsTurnToItsResponse) {
               ElementsAre(R"({"event":"request","name":"get_sn",)"
                           R"("payload":"{\"version\":\"1.0\",\"payload\":{}}","request":"1766-1",)"
                           R"("topic":"cameras/CAM1/request/get_sn","waited_us":0})",
+                          R"({"event":"request_handed_over","name":"get_sn","payload":"{}",)"
+                          R"("version":"1.0"})",
                           R"({"body":"Ym9keQ==","event":"bus_request","outcome":"answered",)"
                           R"("queue":"EVS_GPIO_CONTROL","reply":"cmVwbHk=","request":"1766-1",)"
                           R"("timeout_ms":300,"us":1234})",
@@ -213,7 +218,21 @@ TEST_F(TracedAgent, TellsNothingOfAResponseThatIsLost) {
   StartAndForget();
   link_.result = PublishResult::kLinkDown;
   CloudSends("get_sn", R"({"version":"1.0","payload":{}})");
-  EXPECT_THAT(Told(), ElementsAre(::testing::HasSubstr(R"("event":"request")")));
+  EXPECT_THAT(Told(), ElementsAre(::testing::HasSubstr(R"("event":"request")"),
+                                  ::testing::HasSubstr(R"("event":"request_handed_over")")));
+}
+
+TEST_F(TracedAgent, TellsNothingOfARequestThatThePlugInIsNotGiven) {
+  StartAndForget();
+  CloudSends("get_sn", R"({"version":"1.0"})");
+  EXPECT_THAT(Told(), ElementsAre(::testing::HasSubstr(R"("event":"request")"),
+                                  ::testing::HasSubstr(R"("event":"response")")));
+}
+
+TEST_F(TracedAgent, TellsEveryByteOfAPayload) {
+  StartAndForget();
+  CloudSends("get_sn", "{\"version\":\"1.0\",\"payload\":\"\xff\"}");
+  EXPECT_THAT(Told(), ::testing::Contains(::testing::HasSubstr(R"("payload_base64":"Iv8i")")));
 }
 
 TEST_F(TracedAgent, TellsNothingOfItsOwnMessages) {
