@@ -167,7 +167,7 @@ scripts() { printf '%s\n' dev .ci/run scripts/*.sh; }
 lint() {
   sources | xargs clang-format --dry-run --Werror || fail "layout: run ./dev format"
   scripts | xargs shellcheck -x || fail "shellcheck found something"
-  pyflakes3 bench contract examples scripts tests/build tests/desk || fail "pyflakes found something"
+  pyflakes3 bench contract examples packaging scripts tests/build tests/desk || fail "pyflakes found something"
   lint_contract
   # clang-tidy reads what a build was told that has no precompiled headers: it has another compiler's,
   # and finds what a file uses and does not include.

@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# ./dev package: what is installed on cameras and desks, as Debian packages and archives.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+# shellcheck source=scripts/common.sh
+. scripts/common.sh
+
+usage() {
+  cat <<'HELP'
+usage: ./dev package [amd64|armhf|arm64]...
+
+Makes the packages of these architectures, or of all, in build/package/ARCHITECTURE/packages, with
+their SHA-256 sums. docs/packages.md says what is in each.
+
+  SOURCE_DATE_EPOCH   the time, in seconds, that stands in what is packed; the last commit's
+HELP
+}
+
+# Where packages are built, one directory for each architecture.
+readonly out=package
+
+# usage: triplet ARCHITECTURE   the directory of its libraries
+triplet() {
+  case "$1" in
+    amd64) echo x86_64-linux-gnu ;;
+    armhf) echo arm-linux-gnueabihf ;;
+    arm64) echo aarch64-linux-gnu ;;
+  esac
+}
+
+# Builds and packs one architecture.
+# usage: package ARCHITECTURE
+package() {
+  local architecture=$1 directory=$out/$1 targets="mqttadapter adapter_conformance" options=() map
+  # The same files from every directory that they are built in.
+  map="-ffile-prefix-map=$PWD/build/$directory=. -ffile-prefix-map=$PWD=."
+  case "$architecture" in
+    amd64) targets+=" cloud_agent virtual_camera camera_ctl console" ;;
+    *) options=(-DMQTTADAPTER_PLUGIN_ONLY=ON -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/$architecture.cmake") ;;
+  esac
+  say "$architecture"
+  CXXFLAGS=$map ASMFLAGS=$map build "$directory" "$targets" "${options[@]}" \
+    -DMQTTADAPTER_ARCHITECTURE="$architecture" -DCMAKE_INSTALL_PREFIX=/usr \
+    -DCMAKE_INSTALL_LIBDIR="lib/$(triplet "$architecture")"
+  rm -rf "build/$directory/packages" "build/$directory/_CPack_Packages"
+  # dpkg-shlibdeps takes the architecture from the environment.
+  (
+    cd "build/$directory"
+    umask 022
+    DEB_HOST_ARCH=$architecture cpack >cpack.log 2>&1
+  ) || {
+    grep -iE -A 3 'error' "build/$directory/cpack.log" >&2 || tail -n 20 "build/$directory/cpack.log" >&2
+    fail "packing failed, see build/$directory/cpack.log"
+  }
+  (
+    cd "build/$directory/packages"
+    for symbols in *.ddeb; do mv "$symbols" "${symbols%.ddeb}.deb"; done
+    sha256sum -- *.deb *.tar.gz >SHA256SUMS
+    printf '  %s\n' *
+  )
+}
+
+architectures=()
+while [ $# -gt 0 ]; do
+  case "$1" in
+    amd64 | armhf | arm64) architectures+=("$1") ;;
+    -h | --help) usage; exit ;;
+    *) fail "package: unknown option $1 (see ./dev package --help)" ;;
+  esac
+  shift
+done
+[ ${#architectures[@]} -gt 0 ] || architectures=(amd64 armhf arm64)
+
+need_packages package
+SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct)}
+export SOURCE_DATE_EPOCH
+for architecture in "${architectures[@]}"; do
+  package "$architecture"
+done
