@@ -79,12 +79,13 @@ def copyright_text(name, version, parts):
 
 def bill(name, version, architecture, parts, epoch):
     """A CycloneDX bill of materials."""
-    def reference(part, part_version):
-        return f"pkg:deb/debian/{part}@{part_version.replace('+', '%2B')}?arch={architecture}"
+    def reference(part):
+        at = f"pkg:deb/debian/{part['name']}@{part['version'].replace('+', '%2B')}"
+        return at if part["how"] == "compiled in" else f"{at}?arch={architecture}"
     own = f"{name}@{version}?arch={architecture}"
     components = [{
-        "type": "library", "bom-ref": reference(part["name"], part["version"]), "name": part["name"],
-        "version": part["version"], "purl": reference(part["name"], part["version"]),
+        "type": "library", "bom-ref": reference(part), "name": part["name"],
+        "version": part["version"], "purl": reference(part),
         "licenses": [{"expression": part["licence"]}],
         "properties": [{"name": "mqttadapter:use", "value": part["how"]}]} for part in parts]
     made = datetime.datetime.fromtimestamp(epoch, datetime.timezone.utc)

@@ -7,17 +7,21 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 usage() {
   cat <<'HELP'
-usage: ./dev package [amd64|armhf|arm64]...
+usage: ./dev package [--test] [amd64|armhf|arm64]...
 
 Makes the packages of these architectures, or of all, in build/package/ARCHITECTURE/packages, with
 their SHA-256 sums. docs/packages.md says what is in each.
+
+  --test              look at what was made, make the last architecture's once more elsewhere, and
+                      install amd64's into a Debian of their own, with debootstrap; as root, and
+                      some ten minutes
 
   SOURCE_DATE_EPOCH   the time, in seconds, that stands in what is packed; the last commit's
 HELP
 }
 
 # Where packages are built, one directory for each architecture.
-readonly out=package
+readonly out=${PACKAGE_BUILD:-package}
 
 # usage: triplet ARCHITECTURE   the directory of its libraries
 triplet() {
@@ -31,15 +35,15 @@ triplet() {
 # Builds and packs one architecture.
 # usage: package ARCHITECTURE
 package() {
-  local architecture=$1 directory=$out/$1 targets="mqttadapter adapter_conformance" options=() map
+  local architecture=$1 directory=$out/$1 programs="mqttadapter adapter_conformance" options=() map
   # The same files from every directory that they are built in.
   map="-ffile-prefix-map=$PWD/build/$directory=. -ffile-prefix-map=$PWD=."
   case "$architecture" in
-    amd64) targets+=" cloud_agent virtual_camera camera_ctl console" ;;
+    amd64) programs+=" cloud_agent virtual_camera camera_ctl console" ;;
     *) options=(-DMQTTADAPTER_PLUGIN_ONLY=ON -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/$architecture.cmake") ;;
   esac
   say "$architecture"
-  CXXFLAGS=$map ASMFLAGS=$map build "$directory" "$targets" "${options[@]}" \
+  CXXFLAGS=$map ASMFLAGS=$map build "$directory" "$programs" "${options[@]}" \
     -DMQTTADAPTER_ARCHITECTURE="$architecture" -DCMAKE_INSTALL_PREFIX=/usr \
     -DCMAKE_INSTALL_LIBDIR="lib/$(triplet "$architecture")"
   rm -rf "build/$directory/packages" "build/$directory/_CPack_Packages"
@@ -60,10 +64,11 @@ package() {
   )
 }
 
-architectures=()
+architectures=() test=no
 while [ $# -gt 0 ]; do
   case "$1" in
     amd64 | armhf | arm64) architectures+=("$1") ;;
+    --test) test=yes ;;
     -h | --help) usage; exit ;;
     *) fail "package: unknown option $1 (see ./dev package --help)" ;;
   esac
@@ -72,8 +77,13 @@ done
 [ ${#architectures[@]} -gt 0 ] || architectures=(amd64 armhf arm64)
 
 need_packages package
+[ "$test" = no ] || [ "$(id -u)" -eq 0 ] || fail "package: --test needs root"
+# A cache that rewrites paths would make other debug symbols.
+unset CCACHE_BASEDIR
 SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct)}
 export SOURCE_DATE_EPOCH
 for architecture in "${architectures[@]}"; do
   package "$architecture"
 done
+[ "$test" = no ] ||
+  PACKAGE_ARCHITECTURES="${architectures[*]}" python -m unittest discover --start-directory tests/packages
