@@ -32,12 +32,22 @@ triplet() {
   esac
 }
 
+# Makes a .deb of a package of debug symbols, and has its sums name files as dpkg does: CPack names
+# them as they lie on this machine.
+# usage: rename_symbols FILE.ddeb
+rename_symbols() {
+  dpkg-deb --raw-extract "$1" symbols
+  (cd symbols && find usr -type f -exec md5sum {} + | sort --key 2 >DEBIAN/md5sums)
+  dpkg-deb --root-owner-group -Zgzip --build symbols "${1%.ddeb}.deb" >/dev/null
+  rm -r symbols "$1"
+}
+
 # Builds and packs one architecture.
 # usage: package ARCHITECTURE
 package() {
   local architecture=$1 directory=$out/$1 programs="mqttadapter adapter_conformance" options=() map
-  # The same files from every directory that they are built in.
-  map="-ffile-prefix-map=$PWD/build/$directory=. -ffile-prefix-map=$PWD=."
+  # The same files from every directory that they are built in; of two that match, the last one counts.
+  map="-ffile-prefix-map=$PWD=. -ffile-prefix-map=$PWD/build/$directory=."
   case "$architecture" in
     amd64) programs+=" cloud_agent virtual_camera camera_ctl console" ;;
     *) options=(-DMQTTADAPTER_PLUGIN_ONLY=ON -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/$architecture.cmake") ;;
@@ -58,7 +68,7 @@ package() {
   }
   (
     cd "build/$directory/packages"
-    for symbols in *.ddeb; do mv "$symbols" "${symbols%.ddeb}.deb"; done
+    for symbols in *.ddeb; do rename_symbols "$symbols"; done
     sha256sum -- *.deb *.tar.gz >SHA256SUMS
     printf '  %s\n' *
   )
