@@ -43,7 +43,7 @@ class Packed(unittest.TestCase):
     def unpacked(self, package):
         root = pathlib.Path(tempfile.mkdtemp(dir=self.folder))
         if package.suffix == ".deb":
-            done("dpkg-deb", "--extract", package, root)
+            done("dpkg-deb", "--raw-extract", package, root)
         else:
             done("tar", "--extract", "--strip-components=1", "--file", package, "--directory", root)
         return root
@@ -73,6 +73,19 @@ class Packed(unittest.TestCase):
             root = self.unpacked(folder / f"libmqttadapter_{VERSION}_{architecture}.deb")
             library = next(root.rglob("libmqttadapter.so"))
             self.assertIn(f"libmqttadapter {VERSION}", done("strings", library).splitlines())
+
+    def test_the_files_of_each_package_are_summed_for_dpkg(self):
+        for _architecture, folder in self.each():
+            for package in folder.glob("*.deb"):
+                root = self.unpacked(package)
+                done("md5sum", "--check", "--quiet", "DEBIAN/md5sums", cwd=root)
+
+    def test_nothing_names_the_directory_that_it_was_built_in(self):
+        for _architecture, folder in self.each():
+            for package in folder.glob("*.[dt]*"):
+                for file in self.unpacked(package).rglob("*"):
+                    if file.is_file() and not file.is_symlink():
+                        self.assertFalse(str(ROOT).encode() in file.read_bytes(), file)
 
     def test_debug_symbols_are_found_by_the_build_id(self):
         for architecture, folder in self.each():
