@@ -54,6 +54,7 @@ package() {
   esac
   say "$architecture"
   CXXFLAGS=$map ASMFLAGS=$map build "$directory" "$programs" "${options[@]}" \
+    -DCMAKE_BUILD_TYPE=MinSizeRel -DCMAKE_CXX_FLAGS_MINSIZEREL="-Os -g -DNDEBUG" \
     -DMQTTADAPTER_ARCHITECTURE="$architecture" -DCMAKE_INSTALL_PREFIX=/usr \
     -DCMAKE_INSTALL_LIBDIR="lib/$(triplet "$architecture")"
   rm -rf "build/$directory/packages" "build/$directory/_CPack_Packages"

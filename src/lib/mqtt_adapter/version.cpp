@@ -1,9 +1,7 @@
 // What tells the release of a compiled library: `strings libmqttadapter.so | grep ^libmqttadapter`.
 
-namespace qex {
-namespace {
-
-[[gnu::used]] const char kRelease[] = "libmqttadapter " MQTTADAPTER_VERSION;
-
-}  // namespace
-}  // namespace qex
+// Nothing refers to it; the linker is told to keep it.
+extern "C" {
+extern const char mqttadapter_release[];
+const char mqttadapter_release[] = "libmqttadapter " MQTTADAPTER_VERSION;
+}
