@@ -4,12 +4,19 @@
 # shellcheck source=scripts/packages.sh
 . scripts/packages.sh
 
+# What people have typed: ./dev, or the command of the package that the desk comes from.
+called_as=${DESK_PROGRAM:-./dev}
+
+# What a desk keeps is below this directory.
+# shellcheck disable=SC2034
+state_dir=${DESK_STATE:-build}
+
 fail() {
-  printf './dev: %s\n' "$*" >&2
+  printf '%s: %s\n' "$called_as" "$*" >&2
   exit 1
 }
 
-say() { printf './dev: %s\n' "$*"; }
+say() { printf '%s: %s\n' "$called_as" "$*"; }
 
 # Debian's own, which has Debian's packages, and leaves nothing beside the sources.
 python() { PYTHONDONTWRITEBYTECODE=1 /usr/bin/python3 "$@"; }
@@ -166,12 +173,12 @@ sources() { git ls-files --cached --others --exclude-standard -- '*.h' '*.cpp'; 
 # usage: tidy [CLANG-TIDY OPTIONS] <FILES
 tidy() { xargs -P "$(nproc)" -n 1 clang-tidy -p build/lint --quiet "$@" >>build/tidy.log 2>/dev/null; }
 
-scripts() { printf '%s\n' dev .ci/run scripts/*.sh; }
+scripts() { printf '%s\n' dev .ci/run scripts/*.sh packaging/rig/mqttadapter-rig; }
 
 lint() {
   sources | xargs clang-format --dry-run --Werror || fail "layout: run ./dev format"
   scripts | xargs shellcheck -x || fail "shellcheck found something"
-  pyflakes3 bench contract examples scripts tests/build tests/desk || fail "pyflakes found something"
+  pyflakes3 bench contract examples packaging scripts tests/build tests/desk tests/packages || fail "pyflakes found something"
   lint_contract
   # clang-tidy reads what a build was told that has no precompiled headers: it has another compiler's,
   # and finds what a file of the programs uses and does not include.

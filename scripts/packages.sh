@@ -17,7 +17,7 @@ missing_packages() {
 }
 
 # An index that cannot be fetched is no failure where the packages can be installed without.
-# usage: need_packages run|test|lint|bench|fuzz|arm|abi   all but arm need what running and the tests need
+# usage: need_packages run|test|lint|bench|fuzz|arm|abi|package   all but arm need what running and the tests need
 need_packages() {
   local lists=(scripts/packages.txt) missing as_root=() update="" architecture
   case "$1" in
@@ -26,6 +26,7 @@ need_packages() {
     fuzz) lists+=(scripts/packages-test.txt scripts/packages-fuzz.txt) ;;
     arm) lists=(scripts/packages-arm.txt) ;;
     abi) lists+=(scripts/packages-test.txt scripts/packages-arm.txt) ;;
+    package) lists+=(scripts/packages-test.txt scripts/packages-arm.txt scripts/packages-package.txt) ;;
     lint) lists+=(scripts/packages-test.txt scripts/packages-lint.txt) ;;
   esac
   mapfile -t missing < <(missing_packages "${lists[@]}")

@@ -15,7 +15,7 @@ read_run_options "$@"
 readonly mqtt_port=${ports[--port]} bus_port=${ports[--bus-port]} kv_port=${ports[--kv-port]}
 readonly link_port=${ports[--link-port]} page=http://127.0.0.1:${ports[--console-port]}
 
-# Tests name the directory in which everything has been built.
+# Tests and the package name the directory in which everything has been built.
 if [ -z "${DESK_BUILD:-}" ]; then
   need_packages run
   build dev "cloud_agent virtual_camera camera_ctl mqttadapter console" "${only_to_run[@]}"
@@ -28,9 +28,9 @@ for port in "${!option_of_port[@]}"; do
 done
 
 if [ "$mqtt_port" -eq 1884 ]; then
-  run_dir=build/run sn=${TARVEX_SERIAL_NUMBER:-DESK0001}
+  run_dir=$state_dir/run sn=${TARVEX_SERIAL_NUMBER:-DESK0001}
 else
-  run_dir=build/run-$mqtt_port sn=${TARVEX_SERIAL_NUMBER:-DESK$mqtt_port}
+  run_dir=$state_dir/run-$mqtt_port sn=${TARVEX_SERIAL_NUMBER:-DESK$mqtt_port}
 fi
 readonly run_dir sn log_dir=$run_dir/log
 export TARVEX_SERIAL_NUMBER=$sn
@@ -90,7 +90,7 @@ In another terminal:
   mosquitto_sub -p $mqtt_port -v -t 'cameras/#'
   mosquitto_pub -p $mqtt_port -t cameras/$sn/request/get_sn \\
     -m '{"id":"1","version":"1.0","payload":{"type":"get_sn"}}'
-  ./dev try      a command for each request, and for each event in the camera
+  $called_as try      a command for each request, and for each event in the camera
 Logs: $log_dir
 HELP
 # A part that ends meanwhile is started again further down.

@@ -1,9 +1,9 @@
 # The options of ./dev run. Sourced.
-# shellcheck shell=bash disable=SC2034
+# shellcheck shell=bash disable=SC2034,SC2154
 
 run_usage() {
-  cat <<'HELP'
-usage: ./dev run [OPTIONS]
+  cat <<HELP
+usage: $called_as run [OPTIONS]
 
   --for SECONDS          ends by itself; a failure when no result was acknowledged by then
   --cars-per-minute N    default 12; 0: those only that you have pass
@@ -16,7 +16,7 @@ usage: ./dev run [OPTIONS]
   --kv-port PORT         default 6102
 
 A second desk beside the first needs five other ports. The desk with broker port 2884 keeps
-its files in build/run-2884, and its camera is DESK2884 unless TARVEX_SERIAL_NUMBER is set.
+its files in $state_dir/run-2884, and its camera is DESK2884 unless TARVEX_SERIAL_NUMBER is set.
 HELP
 }
 
@@ -45,7 +45,7 @@ read_run_options() {
         ;;
       -h | --help) run_usage; exit ;;
       *)
-        [ -n "${ports[$1]:-}" ] || fail "run: unknown option $1 (see ./dev run --help)"
+        [ -n "${ports[$1]:-}" ] || fail "run: unknown option $1 (see $called_as run --help)"
         if ! [[ ${2:-} =~ ^[1-9][0-9]{0,4}$ ]] || [ "$2" -gt 65535 ]; then
           fail "run: $1 takes a port from 1 to 65535, not '${2:-}'"
         fi

@@ -6,8 +6,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 . scripts/common.sh
 
 usage() {
-  cat <<'HELP'
-usage: ./dev try [--port PORT]
+  cat <<HELP
+usage: $called_as try [--port PORT]
 
 Lists the commands for the desk that runs; with several, for that with this broker port.
 HELP
@@ -22,7 +22,7 @@ while [ $# -gt 0 ]; do
       shift
       ;;
     -h | --help) usage; exit ;;
-    *) fail "try: unknown option $1 (see ./dev try --help)" ;;
+    *) fail "try: unknown option $1 (see $called_as try --help)" ;;
   esac
   shift
 done
@@ -30,14 +30,14 @@ done
 # A desk writes a file about itself when it is up. One that was killed leaves it behind.
 pid="" mqtt_port="" bus_port="" sn="" bin=""
 running=()
-for file in build/run/desk build/run-*/desk; do
+for file in "$state_dir"/run/desk "$state_dir"/run-*/desk; do
   [ -f "$file" ] || continue
   # shellcheck disable=SC1090
   . "$file"
   ! kill -0 "$pid" 2>/dev/null || [ "${wanted:-$mqtt_port}" != "$mqtt_port" ] || running+=("$file")
 done
 [ ${#running[@]} -gt 0 ] ||
-  fail "try: no desk is running${wanted:+ with broker port $wanted} (./dev run starts one)"
+  fail "try: no desk is running${wanted:+ with broker port $wanted} ($called_as run starts one)"
 [ ${#running[@]} -eq 1 ] ||
   fail "try: several desks are running, --port chooses: $(sed -n 's/^mqtt_port=//p' "${running[@]}" | paste -sd ' ')"
 # shellcheck disable=SC1090

@@ -88,6 +88,10 @@ class BuiltElsewhere(PluginTest):
     def test_names_no_directory_to_search_where_jsoncpp_is_not_the_systems(self):
         self.assertNotIn("PATH", done("readelf", "--dynamic", self.library))
 
+    def test_says_which_release_it_is(self):
+        release = f"libmqttadapter {cached(self.directory, 'CMAKE_PROJECT_VERSION')}"
+        self.assertIn(release, done("strings", self.library).splitlines())
+
     def test_is_refused_by_the_loader_where_there_is_no_platform(self):
         with self.assertRaisesRegex(OSError, "undefined symbol"):
             ctypes.CDLL(str(self.library), mode=os.RTLD_LAZY)
