@@ -9,9 +9,10 @@
 
 namespace {
 
-constexpr int kMostSteps =
-    40;                      // of one input, a result being one: enough to have more than may wait
-constexpr int kDeepest = 3;  // calls within calls
+// Steps of one input, a result being one: enough to have more results than may wait.
+constexpr int kMostSteps = 40;
+// Calls within calls.
+constexpr int kDeepest = 3;
 
 /// What a text begins with; 0 where that is no number.
 int Number(const std::string& text) { return static_cast<int>(strtol(text.c_str(), nullptr, 10)); }

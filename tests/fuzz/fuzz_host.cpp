@@ -7,6 +7,7 @@
 #include <utility>
 
 #include <json/reader.h>
+#include <boost/container_hash/hash.hpp>
 
 #include "json_text.h"
 #include "support/contract.h"
@@ -131,20 +132,20 @@ void CheckJson(const Json::Value& value) {
 }
 
 /// A number for the kinds and names of all members.
-std::uint64_t ShapeOf(const Json::Value& value, std::uint64_t shape = 14695981039346656037U) {
-  const auto mix = [&shape](std::uint64_t part) { shape = (shape ^ part) * 1099511628211U; };
-  mix(static_cast<std::uint64_t>(value.type()));
+std::size_t ShapeOf(const Json::Value& value) {
+  std::size_t shape = 0;
+  boost::hash_combine(shape, static_cast<int>(value.type()));
   for (auto member = value.begin(); member != value.end(); ++member) {
     if (value.isObject()) {
-      mix(std::hash<std::string_view>()(NameOf(member)));
+      boost::hash_combine(shape, std::hash<std::string_view>()(NameOf(member)));
     }
-    mix(ShapeOf(*member, shape));
+    boost::hash_combine(shape, ShapeOf(*member));
   }
   return shape;
 }
 
 void CheckContract(const std::string& schema, const Json::Value& document) {
-  static std::set<std::pair<std::string, std::uint64_t>> seen;
+  static std::set<std::pair<std::string, std::size_t>> seen;
   static std::uint64_t calls = 0;
   constexpr std::size_t kMostSeen = 100000;
   if (seen.size() > kMostSeen) {
