@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "cloud_agent/delivery/plugin_protocol.h"
+#include "cloud_agent/delivery/host_duties.h"
 #include "json_text.h"
 #include "platform/database_states.h"
 #include "platform/log.h"

@@ -1,15 +1,12 @@
-#include "cloud_agent/delivery/delivery_guard.h"
+#include "mqttadapter_host/delivery_guard.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "cloud_agent/delivery/plugin_protocol.h"
-#include "platform/json_member.h"
+#include "mqttadapter_host/plugin_protocol.h"
 
-namespace agent {
+namespace mqttadapter_host {
 namespace {
-
-using tarvex::Member;
 
 // Of all messages that the broker owes an acknowledgement for.
 constexpr std::size_t kMaxUnacknowledged_bytes = std::size_t{16} << 20;
@@ -105,7 +102,7 @@ bool DeliveryGuard::MayPublish(unsigned long long tag, const Json::Value& payloa
     return true;
   }
   // What the plug-in wants to publish is what its queue begins with now.
-  const std::optional<Json::UInt> plate_id = PlateId(payload);
+  const boost::optional<Json::UInt> plate_id = PlateId(payload);
   offline_->heads_the_queue = plate_id && plate_id == offline_->plate_id;
   ++counters_.dropped_offline_busy;
   return false;
@@ -137,13 +134,13 @@ void DeliveryGuard::OnNotPublished(unsigned long long tag) {
   }
 }
 
-std::optional<Sent> DeliveryGuard::OnAcknowledged(std::uint64_t publication, Answer answer) {
+boost::optional<Sent> DeliveryGuard::OnAcknowledged(std::uint64_t publication, Answer answer) {
   const auto found = unacknowledged_.find(publication);
   if (found == unacknowledged_.end()) {
     ++counters_.ignored_acks;
-    return std::nullopt;
+    return boost::none;
   }
-  std::optional<Sent> sent = std::move(found->second);
+  boost::optional<Sent> sent = std::move(found->second);
   unacknowledged_.erase(found);
   unacknowledged_bytes_ -= sent->bytes + kOverhead_bytes;
   unacknowledged_of_plugin_ -= sent->tag != 0 ? 1U : 0U;
@@ -224,4 +221,4 @@ bool DeliveryGuard::OwesOneSentBefore(Sent::TimePoint limit) const {
                      [limit](const auto& entry) { return entry.second.sent_at < limit; });
 }
 
-}  // namespace agent
+}  // namespace mqttadapter_host

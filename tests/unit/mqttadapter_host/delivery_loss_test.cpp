@@ -3,9 +3,9 @@
 
 #include <random>
 
-#include "delivery/delivery_world.h"
+#include "delivery_world.h"
 
-namespace agent {
+namespace mqttadapter_host {
 namespace {
 
 using Plates = std::vector<unsigned>;
@@ -248,4 +248,4 @@ TEST(DeliveryLoss, EveryDutyIsNeeded) {
 }
 
 }  // namespace
-}  // namespace agent
+}  // namespace mqttadapter_host
