@@ -156,8 +156,10 @@ void Agent::OnLinkDown(const std::string& reason) {
   if (parts_.trace != nullptr) {
     parts_.trace->LinkDown(reason);
   }
-  for (const std::string& name : publishes_) {
-    adapter_->UnsubscribeMessage(name);
+  if (options_.guard.duties.unsubscribe_on_loss) {
+    for (const std::string& name : publishes_) {
+      adapter_->UnsubscribeMessage(name);
+    }
   }
   not_subscribed_.clear();
   adapter_->OnMQTTDisconnected();

@@ -78,7 +78,8 @@ class Fields {
 /// One connection.
 class Broker::Session : public std::enable_shared_from_this<Session> {
  public:
-  Session(Broker* broker, tcp::socket socket) : broker_(broker), socket_(std::move(socket)) {}
+  Session(Broker* broker, int number, tcp::socket socket)
+      : broker_(broker), number_(number), socket_(std::move(socket)) {}
 
   void ReadNext() {
     boost::asio::async_read(socket_, boost::asio::buffer(head_, 2),
@@ -187,6 +188,7 @@ class Broker::Session : public std::enable_shared_from_this<Session> {
   void HandlePublish(int qos, Fields fields) {
     Message message;
     message.session = shared_from_this();
+    message.connection = number_;
     message.qos = qos;
     message.topic = fields.Text();
     message.packet_id = qos > 0 ? fields.Word() : 0;
@@ -216,6 +218,7 @@ class Broker::Session : public std::enable_shared_from_this<Session> {
   }
 
   Broker* const broker_;
+  const int number_;
   tcp::socket socket_;
   std::array<unsigned char, 2> head_{};
   std::size_t length_ = 0;
@@ -239,8 +242,9 @@ void Broker::Accept() {
     if (error) {
       return;
     }
-    const auto session = std::make_shared<Session>(this, std::move(socket));
+    const auto session = std::make_shared<Session>(this, connections_ + 1, std::move(socket));
     if (does_let_in_) {
+      ++connections_;
       sessions_.insert(session);
       session->ReadNext();
     } else {
@@ -268,15 +272,6 @@ void Broker::Cut() {
   for (const auto& session : std::exchange(sessions_, {})) {
     session->Reset();
   }
-}
-
-bool Broker::IsSubscribed() const {
-  for (const auto& session : sessions_) {
-    if (session->is_subscribed()) {
-      return true;
-    }
-  }
-  return false;
 }
 
 bool Broker::CanRefuse() const {

@@ -20,6 +20,7 @@ class Broker {
   /// A message of the host that waits for its answer.
   struct Message {
     std::weak_ptr<Session> session;
+    int connection = 0;  ///< number of the one that it came on
     int packet_id = 0;
     int qos = 0;
     std::string topic;
@@ -47,7 +48,8 @@ class Broker {
   /// Whether connections are accepted.
   void LetIn(bool does_let_in) { does_let_in_ = does_let_in; }
 
-  bool IsSubscribed() const;
+  /// Connections so far.
+  int connections() const { return connections_; }
 
   /// Whether all who are connected know answers that refuse.
   bool CanRefuse() const;
@@ -61,6 +63,7 @@ class Broker {
   std::function<void(const Message&)> on_message_;
   std::set<std::shared_ptr<Session>> sessions_;
   bool does_let_in_ = true;
+  int connections_ = 0;
 };
 
 }  // namespace hostcheck

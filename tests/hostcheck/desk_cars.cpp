@@ -17,7 +17,7 @@ DeskCars::DeskCars()
   natsStatus status = NATS_OK;
   silent_queue_ = link_->Subscribe(
       tarvex::BusSubject(kSilentQueue), "hostcheck", [](natsMsg*) {}, &status);
-  if (!silent_queue_ || link_->Flush(kSilence_ms) != NATS_OK) {
+  if (!silent_queue_ || link_->Flush(5000) != NATS_OK) {
     throw std::runtime_error("the bus does not take a subscription");
   }
 }

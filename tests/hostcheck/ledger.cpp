@@ -188,6 +188,7 @@ void Ledger::OnPublishes(const Json::Value& event) {
   publication.name = event["name"].asString();
   publication.plate_id = event["plate_id"].asUInt();
   publication.session = session_;
+  publication.connection = connection_;
   if (publication.tag == kLiveTag && has_result_ && publication.plate_id == result_plate_id_) {
     result_mark_ = mark;
   }
@@ -223,7 +224,7 @@ void Ledger::Withhold(const char* check, unsigned except_plate_id) {
   }
 }
 
-void Ledger::OnArrived(const std::string& mark) {
+void Ledger::OnArrived(const std::string& mark, int connection) {
   const auto found = publications_.find(mark);
   if (found == publications_.end()) {
     return;
@@ -233,7 +234,7 @@ void Ledger::OnArrived(const std::string& mark) {
                            std::to_string(arrived.tag) + ")";
   if (++arrived.arrivals > 1) {
     Broken(kNotSentAgain, what + " was sent to the broker a second time");
-  } else if (arrived.session != session_) {
+  } else if (connection > arrived.connection) {
     Broken(kNotSentAgain, what + " of before the loss of the link was sent after it");
   } else if (arrived.tag == kRedeliveredTag) {
     for (auto& [other_mark, other] : publications_) {
@@ -265,48 +266,52 @@ void Ledger::OnAnswered(const std::string& mark, bool is_refused) {
             found->second.name + " " + std::to_string(found->second.plate_id);
 }
 
-void Ledger::OnConfirmed(unsigned long long tag) {
-  const std::string what = "OnMessagePublished(" + std::to_string(tag) + ")";
-  const char* broken = kConfirmedOnce;
-  std::string why = what + " once more than there were publications";
-  std::string of;
-  // Numbers grow, but marks are not in the order of their numbers: one that may be confirmed is as
-  // good as any other, and comes before those that may not.
-  int best = 0;
+/// Of the publications with a tag, the one that a confirmation is best taken for: the
+/// acknowledgement does not say which it means.
+std::string Ledger::ConfirmedBy(unsigned long long tag) const {
+  std::string best;
+  int best_fit = 0;
   for (const auto& [mark, publication] : publications_) {
     if (publication.tag != tag || publication.is_confirmed || publication.is_over) {
       continue;
     }
-    const bool is_present = publication.session == session_;
-    const std::string plate = publication.name + " " + std::to_string(publication.plate_id);
-    const int fit = !is_present ? 1 : !publication.is_answered || publication.is_refused ? 2 : 3;
-    if (fit <= best) {
-      continue;
+    int fit = 1;
+    if (publication.session == session_) {
+      fit = !publication.is_answered || publication.is_refused ? 2
+            : publication.withhold.empty()                     ? 4
+                                                               : 3;
     }
-    best = fit;
-    of = mark;
-    broken = "";
-    if (fit == 1) {
-      broken = kStale;
-      why = what + " although " + plate + " was published before a loss of the link";
-    } else if (fit == 2) {
-      broken = kPositiveAnswer;
-      why = what + " although the broker has " +
-            (publication.is_refused ? "refused " : "not acknowledged ") + plate;
-    } else if (!publication.withhold.empty()) {
-      broken = publication.withhold == kOtherWithheld ? kOtherWithheld : kEmptiedWithheld;
-      why = what + " although the plug-in's queue may begin with another record than " +
-            std::to_string(publication.plate_id);
+    if (fit > best_fit) {
+      best_fit = fit;
+      best = mark;
     }
   }
-  if (*broken != '\0') {
-    Broken(broken, why);
+  return best;
+}
+
+void Ledger::OnConfirmed(unsigned long long tag) {
+  const std::string what = "OnMessagePublished(" + std::to_string(tag) + ")";
+  const std::string mark = ConfirmedBy(tag);
+  if (mark.empty()) {
+    Broken(kConfirmedOnce, what + " once more than there were publications");
+    return;
   }
-  if (!of.empty()) {
-    publications_[of].is_confirmed = true;
-    if (of == result_mark_) {
-      has_result_ = false;
-    }
+  Publication& publication = publications_[mark];
+  const std::string which = publication.name + " " + std::to_string(publication.plate_id);
+  if (publication.session != session_) {
+    Broken(kStale, what + " although " + which + " was published before a loss of the link");
+  } else if (!publication.is_answered || publication.is_refused) {
+    Broken(kPositiveAnswer, what + " although the broker has " +
+                                (publication.is_refused ? "refused " : "not acknowledged ") +
+                                which);
+  } else if (!publication.withhold.empty()) {
+    Broken(publication.withhold.c_str(),
+           what + " although the plug-in's queue may begin with another record than " +
+               std::to_string(publication.plate_id));
+  }
+  publication.is_confirmed = true;
+  if (mark == result_mark_) {
+    has_result_ = false;
   }
 }
 

@@ -28,7 +28,8 @@ class Ledger {
     unsigned long long tag = 0;
     std::string name;
     unsigned plate_id = 0;
-    int session = 0;       ///< how many links were lost before
+    int session = 0;       ///< how many losses of the link the host had told of
+    int connection = 0;    ///< how many connections there had been
     int arrivals = 0;      ///< at the broker
     std::string withhold;  ///< check that forbids to confirm it; empty for none
     bool is_answered = false;
@@ -43,8 +44,11 @@ class Ledger {
   /// The plug-in tells.
   void OnEvent(const Json::Value& event);
 
-  /// A publication has arrived at the broker.
-  void OnArrived(const std::string& mark);
+  /// The host has made its connection of that number to the broker.
+  void OnConnection(int connection) { connection_ = connection; }
+
+  /// A publication has arrived at the broker, on that connection.
+  void OnArrived(const std::string& mark, int connection);
 
   /// The broker is about to answer for a publication.
   void OnAnswered(const std::string& mark, bool is_refused);
@@ -68,6 +72,7 @@ class Ledger {
   const std::vector<unsigned>& results() const { return results_; }  ///< handed over: plate ids
   /// The latest publication of a plate with a tag; empty without one.
   std::string MarkOf(unsigned long long tag, unsigned plate_id) const;
+  bool Knows(const std::string& mark) const { return publications_.count(mark) != 0; }
   const Publication& publication(const std::string& mark) const { return publications_.at(mark); }
   const std::string& first_mark() const { return first_mark_; }
   long last_wait_ms() const { return last_wait_ms_; }
@@ -76,6 +81,7 @@ class Ledger {
   void JudgeOrderOfCalls(const std::string& name);
   void OnResult(const Json::Value& event);
   void OnPublishes(const Json::Value& event);
+  std::string ConfirmedBy(unsigned long long tag) const;
   void OnConfirmed(unsigned long long tag);
   void OnRequest(const Json::Value& event);
   void OnLinkCall(bool is_connected);
@@ -96,6 +102,7 @@ class Ledger {
   Json::Int64 thread_ = 0;
   bool is_connected_ = false;
   int session_ = 0;
+  int connection_ = 0;
   long last_wait_ms_ = 0;
 };
 

@@ -40,6 +40,7 @@ struct Options {
   std::string host_log;
   int patience_ms = 10000;
   int quiet_ms = 300;
+  int blocked_ms = 5000;
   hostcheck::SceneOptions scenes;
 };
 
@@ -73,6 +74,7 @@ int Run(Options options) {
   }
   options.scenes.patience = std::chrono::milliseconds(options.patience_ms);
   options.scenes.quiet = std::chrono::milliseconds(options.quiet_ms);
+  options.scenes.blocked = std::chrono::milliseconds(options.blocked_ms);
   hostcheck::Scenes scenes(options.scenes);
   const std::string broker = scenes.broker_address();
   for (std::string& word : options.host) {
@@ -140,6 +142,10 @@ int main(int argc, char** argv) {
   app.add_option("--quiet", options.quiet_ms, "How long to watch for what must not come")
       ->type_name("MS")
       ->check(CLI::Range(10, 60000))
+      ->capture_default_str();
+  app.add_option("--blocked", options.blocked_ms, "How long a bus request keeps the host's thread")
+      ->type_name("MS")
+      ->check(CLI::Range(100, 60000))
       ->capture_default_str();
   app.add_option("--junit", options.junit, "Write the report as JUnit's XML, too")
       ->type_name("FILE");

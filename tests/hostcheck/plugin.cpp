@@ -270,7 +270,7 @@ class Plugin : public BaseAdapter,
     } else if (what == "swallow") {
       swallows_next_ = true;
     } else if (what == "wait") {
-      Wait();
+      Wait(command["ms"].asInt());
     } else if (what == "check platform") {
       platform_check_ = std::make_unique<PlatformCheck>(
           m_event_service_, bus_, [this](const auto& verdicts) { TellVerdicts(verdicts); });
@@ -281,13 +281,13 @@ class Plugin : public BaseAdapter,
   }
 
   /// Keeps the thread as a request does that is not answered.
-  void Wait() {
+  void Wait(int timeout_ms) {
     Json::Value event = Event("waited");
     event["ms"] = 0;
     Tell(Event("waits"));
     if (bus_) {
       is_waiting_ = true;
-      event["ms"] = Json::Int64{AskInVain(bus_.get(), kSilence_ms).ms};
+      event["ms"] = Json::Int64{AskInVain(bus_.get(), timeout_ms).ms};
       is_waiting_ = false;
     }
     Tell(event);

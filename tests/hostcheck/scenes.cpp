@@ -17,8 +17,6 @@ using std::chrono::steady_clock;
 constexpr milliseconds kTurn{5};  // between two looks at a condition
 constexpr int kQuickLosses = 5;
 constexpr int kBurst = 5;
-// The bus may know that nobody serves the queue, and say so at once.
-constexpr long kReallyWaited_ms = kSilence_ms * 9 / 10;
 
 std::string Replaced(std::string text, const std::string& from, const std::string& to) {
   const std::size_t at = text.find(from);
@@ -37,8 +35,7 @@ Scenes::Scenes(SceneOptions options)
       }),
       broker_(&context_, options_.listen,
               [this](const Broker::Message& message) { OnMessage(message); }),
-      plugin_(&context_, options_.listen,
-              [this](const Json::Value& event) { ledger_.OnEvent(event); }) {}
+      plugin_(&context_, options_.listen, [this](const Json::Value& event) { OnEvent(event); }) {}
 
 std::string Scenes::broker_address() const {
   return options_.listen + ":" + std::to_string(broker_.port());
@@ -52,9 +49,9 @@ void Scenes::Play(ChildProcess* host) {
   host_ = host;
   if (Start()) {
     for (const Scene scene :
-         {&Scenes::OneResult, &Scenes::Burst, &Scenes::NoPublication, &Scenes::Request,
-          &Scenes::Refusal, &Scenes::Redelivery, &Scenes::EmptiedQueue, &Scenes::LostLink,
-          &Scenes::QuickLosses, &Scenes::BlockedThread, &Scenes::Platform}) {
+         {&Scenes::OneResult, &Scenes::Burst, &Scenes::Request, &Scenes::Refusal,
+          &Scenes::Redelivery, &Scenes::EmptiedQueue, &Scenes::LostLink, &Scenes::QuickLosses,
+          &Scenes::BlockedThread, &Scenes::NoPublication, &Scenes::Platform}) {
       if (!IsReady()) {
         break;
       }
@@ -123,6 +120,18 @@ bool Scenes::IsReady() {
   return ended_early_.empty();
 }
 
+void Scenes::OnEvent(const Json::Value& event) {
+  ledger_.OnConnection(broker_.connections());
+  ledger_.OnEvent(event);
+  const auto early = early_.find(event["mark"].asString());
+  if (early != early_.end()) {
+    const Broker::Message message = early->second;
+    early_.erase(early);
+    OnMessage(message);
+  }
+}
+
+// What the plug-in tells before it publishes comes on another connection, and may be read later.
 void Scenes::OnMessage(const Broker::Message& message) {
   const std::size_t begin = message.payload.find(kMarkBegin);
   const std::size_t end =
@@ -132,7 +141,11 @@ void Scenes::OnMessage(const Broker::Message& message) {
     return;
   }
   const std::string mark = message.payload.substr(begin, end + 1 - begin);
-  ledger_.OnArrived(mark);
+  if (!ledger_.Knows(mark)) {
+    early_[mark] = message;
+    return;
+  }
+  ledger_.OnArrived(mark, message.connection);
   unanswered_[mark] = message;
   if (!holds_answers_) {
     Answer(mark);
@@ -165,8 +178,7 @@ bool Scenes::IsConfirmed(const std::string& mark) const {
   return !mark.empty() && ledger_.publication(mark).is_confirmed;
 }
 
-void Scenes::Do(const char* what) {
-  Json::Value command;
+void Scenes::Do(const char* what, Json::Value command) {
   command["do"] = what;
   plugin_.Do(command);
 }
@@ -188,11 +200,10 @@ std::string Scenes::NextResult() {
 std::string Scenes::Redeliver(unsigned plate_id) {
   const int before = ledger_.Count("publishes");
   Json::Value command;
-  command["do"] = "publish";
   command["name"] = "ivs_result";
   command["tag"] = Json::UInt64{kRedeliveredTag};
   command["plate_id"] = plate_id;
-  plugin_.Do(command);
+  Do("publish", command);
   Await([&] { return ledger_.Count("publishes") > before; });
   return ledger_.MarkOf(kRedeliveredTag, plate_id);
 }
@@ -257,6 +268,7 @@ void Scenes::Burst() {
   }
 }
 
+// The last with results: a host that does not release one has them stop for good.
 void Scenes::NoPublication() {
   const int done = ledger_.Count("done");
   Do("swallow");
@@ -395,7 +407,9 @@ void Scenes::BlockedThread() {
   const std::string before = NextResult();
   const int requests = ledger_.Count("RequestMessage");
   const int waits = ledger_.Count("waits");
-  Do("wait");
+  Json::Value command;
+  command["ms"] = static_cast<int>(options_.blocked.count());
+  Do("wait", command);
   Await([&] { return ledger_.Count("waits") > waits; });
   holds_answers_ = false;
   AnswerAll();
@@ -404,7 +418,8 @@ void Scenes::BlockedThread() {
     AskCloud("get_sn", "{}");
   }
   Await([&] { return ledger_.Count("waited") > waits; });
-  if (ledger_.last_wait_ms() < kReallyWaited_ms) {
+  // The bus may know that nobody serves the queue, and say so at once.
+  if (ledger_.last_wait_ms() < options_.blocked.count() * 9 / 10) {
     ledger_.Skipped(kNotReentered, "the bus does not wait for a queue that nobody serves");
     ledger_.Skipped(kNothingLost, "the bus does not wait for a queue that nobody serves");
     return;

@@ -23,6 +23,7 @@ struct SceneOptions {
   std::string request_body;
   std::chrono::milliseconds patience{10000};  ///< for what has to come
   std::chrono::milliseconds quiet{300};       ///< for what must not come
+  std::chrono::milliseconds blocked{5000};    ///< how long a bus request keeps the host's thread
   /// Has the camera recognise so many cars, one right after the other; their plate ids grow.
   std::function<void(int count)> recognise;
 };
@@ -69,12 +70,13 @@ class Scenes {
   bool IsReady();
   bool IsLinkUp() const;
 
+  void OnEvent(const Json::Value& event);
   void OnMessage(const Broker::Message& message);
   void Answer(const std::string& mark, bool is_refused = false);
   void AnswerAll();
   bool HasArrived(const std::string& mark) const;
   bool IsConfirmed(const std::string& mark) const;
-  void Do(const char* what);
+  void Do(const char* what, Json::Value command = Json::objectValue);
   void Recognise(int count);
 
   /// The publication of the next result that is handed over, at the broker; empty where none comes.
@@ -92,6 +94,7 @@ class Scenes {
   PluginServer plugin_;
   ChildProcess* host_ = nullptr;
   bool holds_answers_ = false;
+  std::map<std::string, Broker::Message> early_;  // by mark, which the plug-in did not tell yet
   std::map<std::string, Broker::Message> unanswered_;  // by mark
   std::size_t results_seen_ = 0;
   unsigned last_record_ = 1000000;  // plate id

@@ -10,9 +10,6 @@ constexpr char kAddressVariable[] = "HOSTCHECK_ADDRESS";
 /// A service queue whose requests nobody answers.
 constexpr char kSilentQueue[] = "HOSTCHECK_SILENT";
 
-/// As long as the longest request of the plug-in that the camera uses.
-constexpr int kSilence_ms = 5000;
-
 /// The bus topic of recognition results, and what the check needs of a record on it.
 constexpr char kResultTopic[] = "BUS_SRV_IVS_RESULT";
 constexpr unsigned kRecordSize = 552;

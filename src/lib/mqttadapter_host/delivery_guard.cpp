@@ -65,7 +65,7 @@ void DeliveryGuard::CheckThatPublished(std::uint64_t serial) {
   const auto result =
       std::find_if(in_hand_.begin(), in_hand_.end(),
                    [serial](const ResultInHand& in_hand) { return in_hand.serial == serial; });
-  if (result != in_hand_.end() && result->publication == 0) {
+  if (result != in_hand_.end() && result->publication == 0 && options_.duties.release_unpublished) {
     ++counters_.results_without_publication;
     Release(result);
   }
@@ -98,12 +98,15 @@ std::deque<DeliveryGuard::ResultInHand>::iterator DeliveryGuard::FindInHand(
 }
 
 bool DeliveryGuard::MayPublish(unsigned long long tag, const Json::Value& payload) {
-  if (tag != kOfflineResultTag || !options_.duties.one_offline || !offline_) {
+  if (tag != kOfflineResultTag || !offline_) {
     return true;
   }
   // What the plug-in wants to publish is what its queue begins with now.
   const boost::optional<Json::UInt> plate_id = PlateId(payload);
   offline_->heads_the_queue = plate_id && plate_id == offline_->plate_id;
+  if (!options_.duties.one_offline) {
+    return true;
+  }
   ++counters_.dropped_offline_busy;
   return false;
 }
@@ -114,7 +117,7 @@ bool DeliveryGuard::HasRoom(unsigned long long tag, std::size_t bytes) const {
 }
 
 void DeliveryGuard::OnPublished(std::uint64_t publication, Sent sent) {
-  if (sent.tag == kOfflineResultTag) {
+  if (sent.tag == kOfflineResultTag && !offline_) {
     offline_ = OfflineInFlight{publication, sent.plate_id, true};
   } else if (sent.tag == kLiveResultTag) {
     const auto result = FindInHand(0);
@@ -155,7 +158,8 @@ void DeliveryGuard::Settle(std::uint64_t publication, unsigned long long tag, An
   if (is_unheard) {
     ++counters_.results_unheard;
   }
-  const bool is_delivered = answer != Answer::kRefused && (!is_unheard || options_.confirm_unheard);
+  const bool is_refused = answer == Answer::kRefused && options_.duties.heed_refusals;
+  const bool is_delivered = !is_refused && (!is_unheard || options_.confirm_unheard);
   if (is_unheard && !options_.confirm_unheard) {
     nobody_listens_ = true;
     KeepWaitingInStore();
@@ -176,10 +180,10 @@ void DeliveryGuard::Settle(std::uint64_t publication, unsigned long long tag, An
 
 // Also ends the record's time under way, before its confirmation begins the next step.
 bool DeliveryGuard::MayConfirmOffline(std::uint64_t publication) {
-  if (!options_.duties.one_offline || !offline_ || offline_->publication != publication) {
+  if (!offline_ || offline_->publication != publication) {
     return true;
   }
-  const bool may_confirm = offline_->heads_the_queue;
+  const bool may_confirm = offline_->heads_the_queue || !options_.duties.withhold_offline;
   offline_.reset();
   return may_confirm;
 }

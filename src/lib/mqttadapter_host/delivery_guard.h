@@ -31,8 +31,12 @@ namespace mqttadapter_host {
 /// Which duties are kept; all of them, except where a test shows what one is for.
 struct Duties {
   bool one_at_a_time = true;
+  bool release_unpublished = true;
+  bool heed_refusals = true;
   bool ignore_stale_acks = true;
   bool one_offline = true;
+  bool withhold_offline = true;
+  bool unsubscribe_on_loss = true;  ///< the host's own: the guard does not subscribe
 };
 
 /// A message that the broker owes an acknowledgement for.
