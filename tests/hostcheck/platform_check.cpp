@@ -31,7 +31,7 @@ constexpr unsigned kIds[] = {199511,       199512,        199513,          19951
                              kUrgentFirst, kUrgentSecond, kLate,           kSoonFirst,  kSoonSecond,
                              kAtOnce,      kCleared,      kClearedDelayed, kNotCleared, kEnd};
 constexpr int kUntilEnd_ms = 200;
-constexpr int kRequest_ms = 300;
+constexpr int kRequest_ms = 100;
 
 std::string Listed(const std::vector<unsigned>& ids) {
   std::string text;
