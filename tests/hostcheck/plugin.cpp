@@ -50,7 +50,7 @@ class Picture {
  public:
   explicit Picture(const std::string& content) {
     const char* directory = getenv("TMPDIR");
-    path_ = std::string(directory != nullptr ? directory : "/tmp") + "/hostcheck-XXXXXX";
+    path_ = std::string(directory != nullptr ? directory : "/tmp") + "/hostcheck_XXXXXX";
     const int file = mkstemp(&path_[0]);
     if (file >= 0) {
       close(file);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <regex>
 #include <utility>
 
 #include "checks.h"
@@ -21,6 +22,13 @@ constexpr int kBurst = 5;
 std::string Replaced(std::string text, const std::string& from, const std::string& to) {
   const std::size_t at = text.find(from);
   return at == std::string::npos ? text : text.replace(at, from.size(), to);
+}
+
+/// Whatever else a host may have made of a payload.
+std::string MarkIn(const std::string& text) {
+  static const std::regex pattern(kMarkPattern);
+  std::smatch found;
+  return std::regex_search(text, found, pattern) ? found.str() : "";
 }
 
 }  // namespace
@@ -133,14 +141,11 @@ void Scenes::OnEvent(const Json::Value& event) {
 
 // What the plug-in tells before it publishes comes on another connection, and may be read later.
 void Scenes::OnMessage(const Broker::Message& message) {
-  const std::size_t begin = message.payload.find(kMarkBegin);
-  const std::size_t end =
-      begin == std::string::npos ? begin : message.payload.find(kMarkEnd, begin);
-  if (end == std::string::npos) {
+  const std::string mark = MarkIn(message.payload);
+  if (mark.empty()) {
     broker_.Answer(message, false);
     return;
   }
-  const std::string mark = message.payload.substr(begin, end + 1 - begin);
   if (!ledger_.Knows(mark)) {
     early_[mark] = message;
     return;

@@ -19,7 +19,8 @@ constexpr unsigned kPlateIdOffset = 80;
 /// whatever the host makes of the payload.
 constexpr char kMarkMember[] = "hostcheck";
 constexpr char kMarkBegin[] = "hostcheck-";
-constexpr char kMarkEnd = '.';
+constexpr char kMarkEnd[] = ".";
+constexpr char kMarkPattern[] = R"(hostcheck-\d+\.)";
 
 /// Requests and messages that the plug-in announces.
 constexpr const char* kRequests[] = {"check_offline_record", "get_sn"};

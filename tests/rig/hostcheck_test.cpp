@@ -85,6 +85,14 @@ TEST_F(HostCheck, SaysThatTheAgentKeepsEverything) {
   EXPECT_THAT(outcome.not_exercised, IsEmpty()) << outcome.said;
 }
 
+TEST_F(HostCheck, SaysThatTheExampleKeepsEverythingThroughAGateOfItsOwn) {
+  const Outcome outcome =
+      Check({RIG_EXAMPLE_HOST, "{plugin}", "127.0.0.1", "{port}"},
+            {"--request-topic", "example/ask/{name}", "--request-body", "{payload}"});
+  EXPECT_EQ(outcome.status, 0) << outcome.said;
+  EXPECT_THAT(outcome.not_exercised, IsEmpty()) << outcome.said;
+}
+
 TEST_F(HostCheck, SaysWhatItCouldNotTryWithoutKnowingHowTheCloudAsks) {
   const Outcome outcome = Check(Agent(RIG_AGENT));
   EXPECT_EQ(outcome.status, 0) << outcome.said;
