@@ -229,8 +229,7 @@ class Broker::Session : public std::enable_shared_from_this<Session> {
 
 Broker::Broker(boost::asio::io_context* context, const std::string& address,
                std::function<void(const Message&)> on_message)
-    : context_(context),
-      acceptor_(*context, tcp::endpoint(boost::asio::ip::make_address(address), 0)),
+    : acceptor_(*context, tcp::endpoint(boost::asio::ip::make_address(address), 0)),
       on_message_(std::move(on_message)) {
   Accept();
 }

@@ -58,7 +58,6 @@ class Broker {
   friend class Session;
   void Accept();
 
-  boost::asio::io_context* const context_;
   boost::asio::ip::tcp::acceptor acceptor_;
   std::function<void(const Message&)> on_message_;
   std::set<std::shared_ptr<Session>> sessions_;

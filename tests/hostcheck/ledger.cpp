@@ -217,7 +217,7 @@ void Ledger::OnPublishes(const Json::Value& event) {
 void Ledger::Withhold(const char* check, unsigned except_plate_id) {
   for (auto& [mark, publication] : publications_) {
     if (publication.tag == kRedeliveredTag && publication.session == session_ &&
-        publication.arrivals > 0 && !publication.is_answered && !publication.is_over &&
+        publication.arrivals > 0 && !publication.is_answered &&
         publication.plate_id != except_plate_id && publication.withhold.empty()) {
       publication.withhold = check;
     }
@@ -237,15 +237,11 @@ void Ledger::OnArrived(const std::string& mark, int connection) {
   } else if (connection > arrived.connection) {
     Broken(kNotSentAgain, what + " of before the loss of the link was sent after it");
   } else if (arrived.tag == kRedeliveredTag) {
-    for (auto& [other_mark, other] : publications_) {
-      if (other_mark == mark || other.tag != kRedeliveredTag) {
-        continue;
-      }
-      if (other.session == session_ && other.arrivals > 0 && !other.is_answered) {
+    for (const auto& [other_mark, other] : publications_) {
+      if (other_mark != mark && other.tag == kRedeliveredTag && other.session == session_ &&
+          other.arrivals > 0 && !other.is_answered) {
         Broken(kSecondDropped, what + " was sent while record " + std::to_string(other.plate_id) +
                                    " was under way");
-      } else {
-        other.is_over = true;
       }
     }
   }
@@ -272,7 +268,7 @@ std::string Ledger::ConfirmedBy(unsigned long long tag) const {
   std::string best;
   int best_fit = 0;
   for (const auto& [mark, publication] : publications_) {
-    if (publication.tag != tag || publication.is_confirmed || publication.is_over) {
+    if (publication.tag != tag || publication.is_confirmed) {
       continue;
     }
     int fit = 1;

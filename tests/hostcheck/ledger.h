@@ -35,7 +35,6 @@ class Ledger {
     bool is_answered = false;
     bool is_refused = false;
     bool is_confirmed = false;
-    bool is_over = false;  ///< nothing is expected of it any more
   };
 
   /// @param now a time of the run for people, as in "3.214 s".

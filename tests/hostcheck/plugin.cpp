@@ -12,6 +12,7 @@
 #include <fstream>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "base_adapter.h"
 #include "control_line.h"
@@ -339,7 +340,9 @@ extern "C" BaseAdapter* create_adapter(boost::shared_ptr<tarvex::EventService> e
 // The object stays, so that a host which calls it once more is found out, and so does the library,
 // by the way it is linked.
 extern "C" void destory_adapter(BaseAdapter* adapter) {
+  static auto* const kept = new std::vector<BaseAdapter*>;
   if (adapter != nullptr) {
+    hostcheck::Guarded([&] { kept->push_back(adapter); });
     static_cast<hostcheck::Plugin*>(adapter)->End();
   }
 }

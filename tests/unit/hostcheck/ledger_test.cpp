@@ -383,6 +383,15 @@ TEST_F(LedgerTest, TakesAConfirmationForThePublicationThatMayBeConfirmed) {
   EXPECT_THAT(Broken(), IsEmpty());
 }
 
+TEST_F(LedgerTest, DoesNotTakeAConfirmationForThatOfARefusedResult) {
+  HandedOver(1);
+  Refuse(Sent(11, 1));
+  HandedOver(2);
+  Acknowledge(Sent(11, 2));
+  Confirmed(11);
+  EXPECT_THAT(Broken(), IsEmpty());
+}
+
 TEST_F(LedgerTest, FindsWhatIsSentASecondTime) {
   HandedOver(1);
   const std::string mark = Sent(11, 1);

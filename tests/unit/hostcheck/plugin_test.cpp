@@ -30,6 +30,8 @@ class PluginTest : public ::testing::Test, public sigslot::has_slots<sigslot::si
     destroy_ = reinterpret_cast<decltype(&destory_adapter)>(dlsym(library_, "destory_adapter"));
   }
 
+  ~PluginTest() override { destroy_(adapter_); }
+
   void Start() {
     adapter_ = create_(events_, 0);
     ASSERT_NE(adapter_, nullptr);
@@ -141,9 +143,10 @@ TEST_F(PluginTest, TellsTheThreadOfACall) {
 
 TEST_F(PluginTest, TellsOfACallAfterItsEndAndHasNothingPosted) {
   Start();
-  destroy_(adapter_);
+  BaseAdapter* const ended = std::exchange(adapter_, nullptr);
+  destroy_(ended);
   EXPECT_TRUE(events_->pending.empty());
-  adapter_->OnMQTTConnected();
+  ended->OnMQTTConnected();
   Told("destory_adapter");
   EXPECT_EQ(Told("OnMQTTConnected")["event"], "OnMQTTConnected");
 }
