@@ -196,12 +196,14 @@ int Run(const char* plugin, const char* broker, int port) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 4) {
+  char* end = nullptr;
+  const long port = argc == 4 ? std::strtol(argv[3], &end, 10) : 0;
+  if (port <= 0 || port > 65535 || *end != '\0') {
     std::fprintf(stderr, "usage: example_host PLUGIN HOST PORT\n");
     return 1;
   }
   mosquitto_lib_init();
-  const int status = Run(argv[1], argv[2], std::atoi(argv[3]));
+  const int status = Run(argv[1], argv[2], static_cast<int>(port));
   mosquitto_lib_cleanup();
   return status;
 }

@@ -36,6 +36,21 @@ class HostCheck(unittest.TestCase):
         self.assertIn("not within 1000 ms", failed.get("message"))
         self.assertIsNotNone(suite.find("testcase[@name='pictures']/skipped"))
 
+    def test_on_another_bus_has_cars_recognised_by_a_command(self):
+        cars = self.folder / "cars"
+        ran = dev("hostcheck", *QUICK, "--patience", "1000", "--car", f"sh -c 'echo $0 >> {cars}'", "--",
+                  BUILD / "bin/cloud_agent", "--plugin", "{plugin}", "--broker", "{broker}",
+                  "--picture-dir", self.folder)
+        self.assertEqual(ran.returncode, 1, ran.stdout)
+        self.assertEqual(cars.read_text(), "1\n")
+        self.assertIn("a result on the bus is handed over and published: not within", ran.stdout)
+
+    def test_on_another_bus_ends_where_the_command_fails(self):
+        ran = dev("hostcheck", *QUICK, "--car", "false", "--", BUILD / "bin/cloud_agent", "--plugin",
+                  "{plugin}", "--broker", "{broker}", "--picture-dir", self.folder)
+        self.assertEqual(ran.returncode, 2, ran.stdout)
+        self.assertIn("hostcheck: --car failed: false 1", ran.stdout)
+
     def test_of_what_is_no_host_shows_what_that_said(self):
         ran = dev("hostcheck", "echo", "not a host")
         self.assertEqual(ran.returncode, 2, ran.stdout)
