@@ -1,11 +1,16 @@
 # What `cmake --install` puts where: the library for a camera (component mqttadapter_runtime), and
-# for those who build a host or a platform the headers and what finds them (component
+# for those who build a host or a platform the headers, a host's duties and what finds them (component
 # mqttadapter_development).
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 install(TARGETS mqttadapter LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
                                     COMPONENT mqttadapter_runtime)
+
+install(TARGETS mqttadapter_host mqttadapter_host_bus
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT mqttadapter_development)
+install(DIRECTORY src/lib/mqttadapter_host DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/mqttadapter
+        COMPONENT mqttadapter_development FILES_MATCHING PATTERN "*.h")
 
 set(headers ${CMAKE_INSTALL_INCLUDEDIR}/mqttadapter)
 set(package ${CMAKE_INSTALL_LIBDIR}/cmake/mqttadapter)

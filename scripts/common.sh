@@ -140,9 +140,9 @@ sanitize() {
   if [ "${1:-}" = thread ]; then
     sanitize_threads "${@:2}"
   else
-    build asan "contract_tests mqtt_adapter_tests platform_interface_tests platform_tests
-      cloud_agent_tests virtual_camera_tests console_tests adapter_replay replay_tests" \
-      -DSANITIZE=address,undefined
+    build asan "contract_tests mqtt_adapter_tests mqttadapter_host_tests hostcheck_tests
+      platform_interface_tests platform_tests cloud_agent_tests virtual_camera_tests console_tests
+      adapter_replay replay_tests" -DSANITIZE=address,undefined
     run_tests asan --label-regex 'contract|unit' "$@"
   fi
 }

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "cloud_agent/delivery/plugin_protocol.h"
+#include "cloud_agent/delivery/host_duties.h"
 #include "json_text.h"
 #include "platform/database_states.h"
 #include "platform/log.h"
@@ -155,8 +155,10 @@ void Agent::OnLinkDown(const std::string& reason) {
   if (parts_.trace != nullptr) {
     parts_.trace->LinkDown(reason);
   }
-  for (const std::string& name : publishes_) {
-    adapter_->UnsubscribeMessage(name);
+  if (options_.guard.duties.unsubscribe_on_loss) {
+    for (const std::string& name : publishes_) {
+      adapter_->UnsubscribeMessage(name);
+    }
   }
   not_subscribed_.clear();
   adapter_->OnMQTTDisconnected();

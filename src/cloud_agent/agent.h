@@ -13,7 +13,7 @@
 #include <boost/shared_ptr.hpp>
 
 #include "cloud_agent/delivery/auto_push.h"
-#include "cloud_agent/delivery/delivery_guard.h"
+#include "cloud_agent/delivery/host_duties.h"
 #include "cloud_agent/mqtt/link.h"
 #include "cloud_agent/pictures/picture_store.h"
 #include "cloud_agent/plugin.h"

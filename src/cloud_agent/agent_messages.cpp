@@ -2,7 +2,7 @@
 #include <utility>
 
 #include "cloud_agent/agent.h"
-#include "cloud_agent/delivery/plugin_protocol.h"
+#include "cloud_agent/delivery/host_duties.h"
 #include "cloud_agent/mqtt/mqtt_connection.h"
 #include "json_text.h"
 #include "platform/log.h"
@@ -191,7 +191,7 @@ void Agent::Settle(std::uint64_t publication, int reason_code) {
     // Before the plug-in hears of it, and has the camera mark the result as delivered.
     parts_.trace->Acknowledged(publication, guard_.Unacknowledged(publication), answer);
   }
-  const std::optional<Sent> sent = guard_.OnAcknowledged(publication, answer);
+  const auto sent = guard_.OnAcknowledged(publication, answer);
   if (!sent) {
     return;
   }

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <fstream>
+#include <map>
 #include <vector>
 
 #include "cloud_agent/status/status.h"
@@ -31,6 +32,16 @@ constexpr char kExample[] =
 // Checks that keep quiet in the help text.
 CLI::Validator Between(int least, int most) { return CLI::Range(least, most).description(""); }
 CLI::Validator Readable() { return CLI::Validator(CLI::ExistingFile).description(""); }
+
+#ifdef CLOUD_AGENT_WITHOUT_DUTIES
+const std::map<std::string, bool Duties::*> kDuties = {
+    {"one-at-a-time", &Duties::one_at_a_time},
+    {"release-unpublished", &Duties::release_unpublished},
+    {"heed-refusals", &Duties::heed_refusals},
+    {"one-offline", &Duties::one_offline},
+    {"withhold-offline", &Duties::withhold_offline},
+    {"unsubscribe-on-loss", &Duties::unsubscribe_on_loss}};
+#endif
 
 struct RawOptions {
   std::string broker = "127.0.0.1";
@@ -234,8 +245,7 @@ std::string Finish(const RawOptions& raw, ProgramOptions* options) {
   options->agent.guard.confirm_unheard = raw.unheard == "confirm";
 #ifdef CLOUD_AGENT_WITHOUT_DUTIES
   for (const std::string& name : raw.switched_off_duties) {
-    Duties& duties = options->agent.guard.duties;
-    (name == "one-at-a-time" ? duties.one_at_a_time : duties.one_offline) = false;
+    options->agent.guard.duties.*kDuties.at(name) = false;
   }
 #endif
   return error;
@@ -273,7 +283,7 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, ProgramOption
 #ifdef CLOUD_AGENT_WITHOUT_DUTIES
   // Built for tests only: it loses results, to show what a duty is for.
   app.add_option("--no-duty", raw.switched_off_duties, "A duty of a host not to be kept")
-      ->check(CLI::IsMember({"one-at-a-time", "one-offline"}))
+      ->check(CLI::IsMember(kDuties))
       ->group("Tests");
 #endif
   try {

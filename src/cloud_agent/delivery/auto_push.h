@@ -6,7 +6,7 @@
 #include <functional>
 #include <optional>
 
-#include "cloud_agent/delivery/delivery_guard.h"
+#include "cloud_agent/delivery/host_duties.h"
 #include "cloud_agent/delivery/undelivered.h"
 
 namespace agent {

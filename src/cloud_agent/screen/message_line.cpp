@@ -1,6 +1,6 @@
 #include "cloud_agent/screen/message_line.h"
 
-#include "cloud_agent/delivery/plugin_protocol.h"
+#include "cloud_agent/delivery/host_duties.h"
 #include "json_text.h"
 #include "tarvex/base64.h"
 

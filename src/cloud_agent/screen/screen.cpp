@@ -1,6 +1,6 @@
 #include "cloud_agent/screen/screen.h"
 
-#include "cloud_agent/delivery/plugin_protocol.h"
+#include "cloud_agent/delivery/host_duties.h"
 #include "tarvex/time_util.h"
 
 namespace agent {

@@ -8,7 +8,7 @@
 
 #include <json/value.h>
 
-#include "cloud_agent/delivery/delivery_guard.h"
+#include "cloud_agent/delivery/host_duties.h"
 #include "cloud_agent/delivery/undelivered.h"
 #include "platform/latest_error.h"
 

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "cloud_agent/delivery/delivery_guard.h"
+#include "cloud_agent/delivery/host_duties.h"
 #include "cloud_agent/mqtt/link.h"
 #include "platform/bus_watch.h"
 #include "platform/trace.h"

@@ -12,8 +12,8 @@
 
 #include "cloud_agent/agent.h"
 #include "fake_bus.h"
-#include "fake_loop.h"
 #include "json_text.h"
+#include "support/fake_loop.h"
 #include "support/temp_directory.h"
 
 namespace agent {

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "fake_loop.h"
+#include "support/fake_loop.h"
 
 namespace agent {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "../fake_loop.h"
+#include "support/fake_loop.h"
 
 namespace agent {
 namespace {

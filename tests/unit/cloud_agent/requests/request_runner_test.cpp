@@ -6,8 +6,8 @@
 #include <stdexcept>
 #include <vector>
 
-#include "../fake_loop.h"
 #include "json_text.h"
+#include "support/fake_loop.h"
 
 namespace agent {
 namespace {

@@ -1,10 +1,10 @@
-#include "cloud_agent/delivery/delivery_guard.h"
+#include "mqttadapter_host/delivery_guard.h"
 
 #include <gtest/gtest.h>
 
-#include "delivery/delivery_world.h"
+#include "delivery_world.h"
 
-namespace agent {
+namespace mqttadapter_host {
 namespace {
 
 using Plates = std::vector<unsigned>;
@@ -390,4 +390,4 @@ TEST_F(RecordsInLine, SurvivesPayloadsOfAnyShape) {
 }
 
 }  // namespace
-}  // namespace agent
+}  // namespace mqttadapter_host

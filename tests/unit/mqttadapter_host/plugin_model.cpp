@@ -1,9 +1,9 @@
-#include "delivery/plugin_model.h"
+#include "plugin_model.h"
 
 #include <algorithm>
 #include <utility>
 
-namespace agent {
+namespace mqttadapter_host {
 namespace {
 
 constexpr std::size_t kMaxPending = 20;
@@ -96,4 +96,4 @@ void PluginModel::Stop() {
   offline_.clear();
 }
 
-}  // namespace agent
+}  // namespace mqttadapter_host

@@ -11,7 +11,7 @@
 #include <list>
 #include <set>
 
-namespace agent {
+namespace mqttadapter_host {
 
 /// Results are known by their plate id.
 struct StoreModel {
@@ -52,4 +52,4 @@ class PluginModel {
   unsigned remaining_ = 100;
 };
 
-}  // namespace agent
+}  // namespace mqttadapter_host

@@ -20,19 +20,23 @@
 #include <deque>
 #include <functional>
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include <json/value.h>
+#include <boost/optional.hpp>
 
-namespace agent {
+namespace mqttadapter_host {
 
 /// Which duties are kept; all of them, except where a test shows what one is for.
 struct Duties {
   bool one_at_a_time = true;
+  bool release_unpublished = true;
+  bool heed_refusals = true;
   bool ignore_stale_acks = true;
   bool one_offline = true;
+  bool withhold_offline = true;
+  bool unsubscribe_on_loss = true;  ///< the host's own: the guard does not subscribe
 };
 
 /// A message that the broker owes an acknowledgement for.
@@ -43,9 +47,9 @@ struct Sent {
   std::string topic;
   std::size_t bytes = 0;  ///< of topic and payload
   TimePoint sent_at;
-  std::string description;                  ///< for the screen
-  std::vector<std::string> pictures;        ///< that were stored for it
-  std::optional<Json::UInt> plate_id = {};  ///< of a result
+  std::string description;               ///< for the screen
+  std::vector<std::string> pictures;     ///< that were stored for it
+  boost::optional<Json::UInt> plate_id;  ///< of a result
 };
 
 /// What the broker has answered.
@@ -103,7 +107,7 @@ class DeliveryGuard {
 
   /// The broker has answered for a publication.
   /// @return what it was; empty for one of before a loss of the link.
-  std::optional<Sent> OnAcknowledged(std::uint64_t publication, Answer answer);
+  boost::optional<Sent> OnAcknowledged(std::uint64_t publication, Answer answer);
 
   /// The publication that the broker owes an acknowledgement for; null where it does not.
   const Sent* Unacknowledged(std::uint64_t publication) const;
@@ -141,7 +145,7 @@ class DeliveryGuard {
   /// The re-delivered record that is under way.
   struct OfflineInFlight {
     std::uint64_t publication;
-    std::optional<Json::UInt> plate_id;
+    boost::optional<Json::UInt> plate_id;
     bool heads_the_queue;  // the plug-in would confirm this very record
   };
 
@@ -166,7 +170,7 @@ class DeliveryGuard {
   std::map<std::uint64_t, Sent> unacknowledged_;  // by publication
   std::size_t unacknowledged_bytes_ = 0;
   std::size_t unacknowledged_of_plugin_ = 0;
-  std::optional<OfflineInFlight> offline_;
+  boost::optional<OfflineInFlight> offline_;
 };
 
-}  // namespace agent
+}  // namespace mqttadapter_host

@@ -7,11 +7,11 @@
 #include <utility>
 #include <vector>
 
-#include "cloud_agent/delivery/delivery_guard.h"
-#include "delivery/plugin_model.h"
-#include "fake_loop.h"
+#include "mqttadapter_host/delivery_guard.h"
+#include "plugin_model.h"
+#include "support/fake_loop.h"
 
-namespace agent {
+namespace mqttadapter_host {
 
 inline Json::Value PlatePayload(unsigned plate_id) {
   Json::Value payload;
@@ -154,4 +154,4 @@ struct DeliveryWorld {
   bool link_up = true;
 };
 
-}  // namespace agent
+}  // namespace mqttadapter_host

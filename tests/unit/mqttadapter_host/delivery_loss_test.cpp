@@ -3,9 +3,9 @@
 
 #include <random>
 
-#include "delivery/delivery_world.h"
+#include "delivery_world.h"
 
-namespace agent {
+namespace mqttadapter_host {
 namespace {
 
 using Plates = std::vector<unsigned>;
@@ -17,9 +17,19 @@ DeliveryGuard::Options With(const Duties& duties) {
 }
 
 constexpr Duties kAll{};
-constexpr Duties kNotOneAtATime{false, true, true};
-constexpr Duties kStaleAcksCount{true, false, true};
-constexpr Duties kManyOffline{true, true, false};
+Duties Without(std::initializer_list<bool Duties::*> switched_off) {
+  Duties duties;
+  for (bool Duties::*const duty : switched_off) {
+    duties.*duty = false;
+  }
+  return duties;
+}
+
+const Duties kNotOneAtATime = Without({&Duties::one_at_a_time});
+const Duties kRefusalsCount = Without({&Duties::heed_refusals});
+const Duties kStaleAcksCount = Without({&Duties::ignore_stale_acks});
+const Duties kManyOffline = Without({&Duties::one_offline, &Duties::withhold_offline});
+const Duties kAllOfflineConfirmed = Without({&Duties::withhold_offline});
 
 // B arrives while A waits for its acknowledgement, and the link breaks.
 Plates LostWhenTheNextArrivesEarly(const Duties& duties) {
@@ -113,6 +123,19 @@ TEST(DeliveryLoss, AnAcknowledgementOfBeforeTheLossIsNotTakenForALaterResult) {
   EXPECT_EQ(LostWhenAnAcknowledgementComesLate(kStaleAcksCount), Plates{2});
 }
 
+Plates LostWhenRefused(const Duties& duties) {
+  DeliveryWorld world(With(duties));
+  world.CarPasses(1);
+  world.loop.Run();
+  world.Acknowledge(false);
+  return world.Lost();
+}
+
+TEST(DeliveryLoss, ARefusalIsNotTakenForAnAcknowledgement) {
+  EXPECT_EQ(LostWhenRefused(kAll), Plates{});
+  EXPECT_EQ(LostWhenRefused(kRefusalsCount), Plates{1});
+}
+
 // A second push while a record is under way.
 Plates LostWhenPushedTwice(const Duties& duties) {
   DeliveryWorld world(With(duties));
@@ -146,7 +169,7 @@ Plates LostWhenStoppedAndPushed(const Duties& duties) {
 
 TEST(DeliveryLoss, AStopWithARecordUnderWayDoesNotConfirmTheRecordFetchedNext) {
   EXPECT_EQ(LostWhenStoppedAndPushed(kAll), Plates{});
-  EXPECT_EQ(LostWhenStoppedAndPushed(kManyOffline), Plates{2});
+  EXPECT_EQ(LostWhenStoppedAndPushed(kAllOfflineConfirmed), Plates{2});
 }
 
 Plates LostWhenAnotherRecordIsFirst(const Duties& duties) {
@@ -245,7 +268,9 @@ TEST(DeliveryLoss, EveryDutyIsNeeded) {
   EXPECT_GT(LostAtRandom(kNotOneAtATime, 1), 0U);
   EXPECT_GT(LostAtRandom(kStaleAcksCount, 1), 0U);
   EXPECT_GT(LostAtRandom(kManyOffline, 1), 0U);
+  EXPECT_GT(LostAtRandom(kRefusalsCount, 1), 0U);
+  EXPECT_GT(LostAtRandom(kAllOfflineConfirmed, 1), 0U);
 }
 
 }  // namespace
-}  // namespace agent
+}  // namespace mqttadapter_host

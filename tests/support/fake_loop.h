@@ -7,8 +7,6 @@
 #include <map>
 #include <utility>
 
-namespace agent {
-
 class FakeLoop {
  public:
   std::function<void(std::function<void()>)> Post() {
@@ -57,5 +55,3 @@ class FakeLoop {
   std::deque<std::function<void()>> tasks_;
   std::multimap<std::chrono::milliseconds, std::function<void()>> delayed_;
 };
-
-}  // namespace agent

@@ -1,15 +1,12 @@
-#include "cloud_agent/delivery/delivery_guard.h"
+#include "mqttadapter_host/delivery_guard.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "cloud_agent/delivery/plugin_protocol.h"
-#include "platform/json_member.h"
+#include "mqttadapter_host/plugin_protocol.h"
 
-namespace agent {
+namespace mqttadapter_host {
 namespace {
-
-using tarvex::Member;
 
 // Of all messages that the broker owes an acknowledgement for.
 constexpr std::size_t kMaxUnacknowledged_bytes = std::size_t{16} << 20;
@@ -68,7 +65,7 @@ void DeliveryGuard::CheckThatPublished(std::uint64_t serial) {
   const auto result =
       std::find_if(in_hand_.begin(), in_hand_.end(),
                    [serial](const ResultInHand& in_hand) { return in_hand.serial == serial; });
-  if (result != in_hand_.end() && result->publication == 0) {
+  if (result != in_hand_.end() && result->publication == 0 && options_.duties.release_unpublished) {
     ++counters_.results_without_publication;
     Release(result);
   }
@@ -101,12 +98,15 @@ std::deque<DeliveryGuard::ResultInHand>::iterator DeliveryGuard::FindInHand(
 }
 
 bool DeliveryGuard::MayPublish(unsigned long long tag, const Json::Value& payload) {
-  if (tag != kOfflineResultTag || !options_.duties.one_offline || !offline_) {
+  if (tag != kOfflineResultTag || !offline_) {
     return true;
   }
   // What the plug-in wants to publish is what its queue begins with now.
-  const std::optional<Json::UInt> plate_id = PlateId(payload);
+  const boost::optional<Json::UInt> plate_id = PlateId(payload);
   offline_->heads_the_queue = plate_id && plate_id == offline_->plate_id;
+  if (!options_.duties.one_offline) {
+    return true;
+  }
   ++counters_.dropped_offline_busy;
   return false;
 }
@@ -117,7 +117,7 @@ bool DeliveryGuard::HasRoom(unsigned long long tag, std::size_t bytes) const {
 }
 
 void DeliveryGuard::OnPublished(std::uint64_t publication, Sent sent) {
-  if (sent.tag == kOfflineResultTag) {
+  if (sent.tag == kOfflineResultTag && !offline_) {
     offline_ = OfflineInFlight{publication, sent.plate_id, true};
   } else if (sent.tag == kLiveResultTag) {
     const auto result = FindInHand(0);
@@ -137,13 +137,13 @@ void DeliveryGuard::OnNotPublished(unsigned long long tag) {
   }
 }
 
-std::optional<Sent> DeliveryGuard::OnAcknowledged(std::uint64_t publication, Answer answer) {
+boost::optional<Sent> DeliveryGuard::OnAcknowledged(std::uint64_t publication, Answer answer) {
   const auto found = unacknowledged_.find(publication);
   if (found == unacknowledged_.end()) {
     ++counters_.ignored_acks;
-    return std::nullopt;
+    return boost::none;
   }
-  std::optional<Sent> sent = std::move(found->second);
+  boost::optional<Sent> sent = std::move(found->second);
   unacknowledged_.erase(found);
   unacknowledged_bytes_ -= sent->bytes + kOverhead_bytes;
   unacknowledged_of_plugin_ -= sent->tag != 0 ? 1U : 0U;
@@ -158,7 +158,8 @@ void DeliveryGuard::Settle(std::uint64_t publication, unsigned long long tag, An
   if (is_unheard) {
     ++counters_.results_unheard;
   }
-  const bool is_delivered = answer != Answer::kRefused && (!is_unheard || options_.confirm_unheard);
+  const bool is_refused = answer == Answer::kRefused && options_.duties.heed_refusals;
+  const bool is_delivered = !is_refused && (!is_unheard || options_.confirm_unheard);
   if (is_unheard && !options_.confirm_unheard) {
     nobody_listens_ = true;
     KeepWaitingInStore();
@@ -179,10 +180,10 @@ void DeliveryGuard::Settle(std::uint64_t publication, unsigned long long tag, An
 
 // Also ends the record's time under way, before its confirmation begins the next step.
 bool DeliveryGuard::MayConfirmOffline(std::uint64_t publication) {
-  if (!options_.duties.one_offline || !offline_ || offline_->publication != publication) {
+  if (!offline_ || offline_->publication != publication) {
     return true;
   }
-  const bool may_confirm = offline_->heads_the_queue;
+  const bool may_confirm = offline_->heads_the_queue || !options_.duties.withhold_offline;
   offline_.reset();
   return may_confirm;
 }
@@ -224,4 +225,4 @@ bool DeliveryGuard::OwesOneSentBefore(Sent::TimePoint limit) const {
                      [limit](const auto& entry) { return entry.second.sent_at < limit; });
 }
 
-}  // namespace agent
+}  // namespace mqttadapter_host
