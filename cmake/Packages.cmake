@@ -42,7 +42,8 @@ debian_package(
   mqttadapter_conformance mqttadapter-conformance devel
   "contract tests for the MQTT adapter plug-in
 adapter_conformance holds a built library against the contract, on the camera or on a desk;
-adapter_replay runs captured traffic through two of them and shows how they differ.")
+adapter_replay runs captured traffic through two of them and shows how they differ; libhostcheck.so
+is a plug-in that checks the host that loads it.")
 debian_package(
   mqttadapter_rig mqttadapter-rig misc
   "a licence-plate camera on the desk

@@ -5,13 +5,14 @@ set(rig_data share/mqttadapter-rig)
 set(of_rig COMPONENT mqttadapter_rig EXCLUDE_FROM_ALL)
 
 set_target_properties(
-  cloud_agent virtual_camera camera_ctl console tarvex
+  cloud_agent virtual_camera camera_ctl console hostcheck tarvex
   PROPERTIES INSTALL_RPATH "$ORIGIN/../lib")
-install(TARGETS cloud_agent virtual_camera camera_ctl console RUNTIME DESTINATION ${rig}/bin ${of_rig})
-install(TARGETS tarvex LIBRARY DESTINATION ${rig}/lib ${of_rig})
+install(TARGETS cloud_agent virtual_camera camera_ctl console hostcheck
+        RUNTIME DESTINATION ${rig}/bin ${of_rig})
+install(TARGETS tarvex hostcheck_plugin LIBRARY DESTINATION ${rig}/lib ${of_rig})
 
 install(PROGRAMS packaging/rig/mqttadapter-rig DESTINATION bin ${of_rig})
-install(PROGRAMS scripts/run.sh scripts/try.sh DESTINATION ${rig_data}/scripts ${of_rig})
+install(PROGRAMS scripts/hostcheck.sh scripts/run.sh scripts/try.sh DESTINATION ${rig_data}/scripts ${of_rig})
 install(
   FILES scripts/children.sh scripts/common.sh scripts/kept_state.jq scripts/mosquitto.conf.in
         scripts/packages.sh scripts/ports.sh scripts/run_options.sh

@@ -45,11 +45,11 @@ rename_symbols() {
 # Builds and packs one architecture.
 # usage: package ARCHITECTURE
 package() {
-  local architecture=$1 directory=$out/$1 programs="mqttadapter adapter_conformance adapter_replay" options=() map
+  local architecture=$1 directory=$out/$1 programs="mqttadapter mqttadapter_host mqttadapter_host_bus adapter_conformance adapter_replay hostcheck_plugin" options=() map
   # The same files from every directory that they are built in; of two that match, the last one counts.
   map="-ffile-prefix-map=$PWD=. -ffile-prefix-map=$PWD/build/$directory=."
   case "$architecture" in
-    amd64) programs+=" cloud_agent virtual_camera camera_ctl console" ;;
+    amd64) programs+=" cloud_agent virtual_camera camera_ctl console hostcheck" ;;
     *) options=(-DMQTTADAPTER_PLUGIN_ONLY=ON -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/$architecture.cmake") ;;
   esac
   say "$architecture"

@@ -200,6 +200,9 @@ class Installed(unittest.TestCase):
         said = self.done(f"mqttadapter-rig run --for 15 --cars-per-minute 60 {ports}")
         self.assertRegex(said, r"(?m)^mqttadapter-rig: [1-9]\d* results acknowledged in 15 seconds$")
 
+    def test_the_rig_checks_a_host(self):
+        self.assertIn("kept", self.done("mqttadapter-rig hostcheck"))
+
     def test_the_units_are_in_order_and_confined(self):
         for unit in ("mqttadapter-camera.service", "mqttadapter-agent.service"):
             self.assertEqual(self.done(f"systemd-analyze verify {unit}"), "")
