@@ -257,7 +257,9 @@ void Scenes::Burst() {
   holds_answers_ = true;
   const std::size_t before = ledger_.results().size();
   Recognise(kBurst);
-  const std::string first = NextResult();
+  if (NextResult().empty()) {
+    return;
+  }
   BeQuiet();
   ledger_.Exercised(kPositiveAnswer);
   ledger_.Exercised(kOneAtATime);
@@ -341,9 +343,9 @@ void Scenes::EmptiedQueue() {
     holds_answers_ = true;
     const std::string record = Redeliver(++last_record_);
     const int before = ledger_.Count("RequestMessage");
-    Await([&] { return HasArrived(record); });
+    const bool has_arrived = Await([&] { return HasArrived(record); });
     AskCloud("check_offline_record", body);
-    if (!Await([&] { return ledger_.Count("RequestMessage") > before; })) {
+    if (!Await([&] { return ledger_.Count("RequestMessage") > before; }) || !has_arrived) {
       return;
     }
     BeQuiet();

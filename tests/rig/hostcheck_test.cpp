@@ -36,7 +36,7 @@ class HostCheck : public testing::Test {
   /// hostcheck's word on a host.
   Outcome Check(const std::vector<std::string>& host,
                 const std::vector<std::string>& options = {}) {
-    std::vector<std::string> command = {RIG_HOSTCHECK, "--quiet", "100", "--blocked", "1000"};
+    std::vector<std::string> command = {RIG_HOSTCHECK, "--quiet", "200", "--blocked", "1000"};
     command.insert(command.end(), {"--patience", std::to_string(patience_ms_)});
     command.insert(command.end(), options.begin(), options.end());
     command.insert(command.end(), host.begin(), host.end());
