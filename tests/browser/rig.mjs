@@ -148,7 +148,7 @@ export class Rig {
   async nextRecord() {
     const file = this.path("record");
     const recorder = new Part(
-      program("camera_ctl"), ["record", file, "--count", "1"], this.#environment(this.sn),
+      program("camera_ctl"), ["records", file, "--count", "1"], this.#environment(this.sn),
       this.path("record.log"));
     this.parts.set("recorder", recorder);
     await recorder.says("recording to");

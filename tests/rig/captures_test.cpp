@@ -27,7 +27,7 @@ class Captures : public RigTest {
 
   void Begin() {
     recording_ = std::make_unique<ChildProcess>(
-        std::vector<std::string>{RIG_CAMERA_CTL, "capture", File("capture.jsonl")},
+        std::vector<std::string>{RIG_CAMERA_CTL, "record", File("capture.jsonl")},
         File("capture.log"), rig_.Environment());
     ASSERT_TRUE(WaitUntil([this] { return Recorded("capturing to"); }));
   }
@@ -250,13 +250,13 @@ TEST_F(Captures, BeginInTheMidstOfADesk) {
 TEST_F(Captures, EndByThemselvesAfterSoManySeconds) {
   rig_.StartCamera();
   rig_.StartAgent({"--trace"});
-  EXPECT_THAT(rig_.Ctl({"capture", File("capture.jsonl"), "--seconds", "2"}), HasSubstr(" events"));
+  EXPECT_THAT(rig_.Ctl({"record", File("capture.jsonl"), "--seconds", "2"}), HasSubstr(" events"));
 }
 
 TEST_F(Captures, OfADeskThatTellsNothingFailAndSayWhy) {
   rig_.StartCamera();
   rig_.StartAgent();
-  EXPECT_THROW(rig_.Ctl({"capture", File("capture.jsonl"), "--seconds", "1"}), std::runtime_error);
+  EXPECT_THROW(rig_.Ctl({"record", File("capture.jsonl"), "--seconds", "1"}), std::runtime_error);
 }
 
 }  // namespace

@@ -45,7 +45,7 @@ TEST_F(Replay, RefusesAFileWithAPartOfARecord) {
 
 TEST_F(Replay, TakesWhatWasRecorded) {
   rig_.StartCamera();
-  ChildProcess recording({RIG_CAMERA_CTL, "record", File("captured"), "--count", "2"},
+  ChildProcess recording({RIG_CAMERA_CTL, "records", File("captured"), "--count", "2"},
                          File("record.log"), rig_.Environment());
   EXPECT_TRUE(WaitUntil([&] {
     rig_.Ctl({"car"});

@@ -1,4 +1,4 @@
-// "camera_ctl capture": writes down what the plug-in of a running desk is given.
+// "camera_ctl record": writes down what the plug-in of a running desk is given.
 #pragma once
 
 #include <cstdint>

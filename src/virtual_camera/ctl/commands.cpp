@@ -93,21 +93,21 @@ void AddCommands(CLI::App& app, CtlRequest& request) {
       .Number("MS", "delay_ms", "Delay of \"slow\" in milliseconds", 0, 600000);
   Command(app, request, "state", "Prints the camera's state, as JSON");
 
-  CLI::App* const record = app.add_subcommand(
-      "record", "Writes the recognition records that are announced on the bus to a file");
-  record
+  CLI::App* const records = app.add_subcommand(
+      "records", "Writes the recognition records that are announced on the bus to a file");
+  records
       ->add_option("FILE", request.record_file, "Is overwritten; virtual_camera --replay takes it")
       ->required();
-  record->add_option("--count", request.record_count, "Ends after so many; otherwise with Ctrl-C")
+  records->add_option("--count", request.record_count, "Ends after so many; otherwise with Ctrl-C")
       ->check(CLI::Range(int64_t{1}, int64_t{1} << 40));
 
-  CLI::App* const capture =
-      app.add_subcommand("capture",
+  CLI::App* const record =
+      app.add_subcommand("record",
                          "Writes what the plug-in is given to a file, for adapter_replay: "
                          "requests, bus messages, what "
                          "services answer, the link, the databases; the agent runs with --trace");
-  capture->add_option("FILE", request.capture_file, "Is overwritten")->required();
-  capture
+  record->add_option("FILE", request.capture_file, "Is overwritten")->required();
+  record
       ->add_option("--seconds", request.capture_seconds,
                    "Ends after so many; otherwise with Ctrl-C")
       ->check(CLI::Range(int64_t{1}, int64_t{1} << 32));

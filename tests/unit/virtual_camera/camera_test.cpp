@@ -277,7 +277,7 @@ TEST_F(RunningCamera, IsRecordedFromTheBus) {
 }
 
 TEST_F(RunningCamera, IsRecordedUntilASignalEndsIt) {
-  ChildProcess ctl({CAMERA_CTL, "record", directory.path() + "/capture.bin"},
+  ChildProcess ctl({CAMERA_CTL, "records", directory.path() + "/capture.bin"},
                    directory.path() + "/log");
   ASSERT_TRUE(WaitUntil([&] { return ctl.Output().find("recording to") != std::string::npos; }));
   ctl.Signal(SIGINT);
