@@ -7,6 +7,8 @@
 #include <boost/asio/read.hpp>
 #include <boost/asio/write.hpp>
 
+#include "support/mqtt_bytes.h"
+
 namespace hostcheck {
 namespace {
 
@@ -21,57 +23,6 @@ constexpr int kPingreq = 12;
 constexpr int kDisconnect = 14;
 constexpr int kMqtt5 = 5;
 constexpr int kNotAuthorized = 0x87;
-
-std::string Number(int number) {
-  return {static_cast<char>(number / 256), static_cast<char>(number % 256)};
-}
-
-std::string Length(std::size_t length) {
-  std::string bytes;
-  do {
-    const auto digit = static_cast<unsigned char>(length % 128);
-    length /= 128;
-    bytes += static_cast<char>(length > 0 ? digit | 0x80U : digit);
-  } while (length > 0);
-  return bytes;
-}
-
-/// Takes fields off the front of a packet; beyond its end there are zeros.
-class Fields {
- public:
-  explicit Fields(std::string packet) : packet_(std::move(packet)) {}
-
-  int Byte() {
-    return position_ < packet_.size() ? static_cast<unsigned char>(packet_[position_++]) : 0;
-  }
-  int Word() {
-    const int high = Byte();
-    return high * 256 + Byte();
-  }
-  std::string Bytes(std::size_t count) {
-    const std::string bytes = position_ < packet_.size() ? packet_.substr(position_, count) : "";
-    position_ += bytes.size();
-    return bytes;
-  }
-  std::string Text() { return Bytes(static_cast<std::size_t>(Word())); }
-  void SkipProperties() {
-    std::size_t length = 0;
-    for (unsigned shift = 0; shift < 28; shift += 7) {
-      const auto digit = static_cast<unsigned>(Byte());
-      length += static_cast<std::size_t>(digit & 0x7FU) << shift;
-      if ((digit & 0x80U) == 0) {
-        break;
-      }
-    }
-    Bytes(length);
-  }
-  bool IsAtEnd() const { return position_ >= packet_.size(); }
-  std::string Rest() { return Bytes(packet_.size()); }
-
- private:
-  std::string packet_;
-  std::size_t position_ = 0;
-};
 
 }  // namespace
 
@@ -94,21 +45,21 @@ class Broker::Session : public std::enable_shared_from_this<Session> {
   }
 
   void Send(int first_byte, const std::string& body) {
-    const std::string packet = static_cast<char>(first_byte) + Length(body.size()) + body;
+    const std::string packet = static_cast<char>(first_byte) + MqttLength(body.size()) + body;
     boost::system::error_code error;
     boost::asio::write(socket_, boost::asio::buffer(packet), error);
   }
 
   void Answer(const Message& message, int reason) {
     if (message.qos > 0) {
-      const std::string body = Number(message.packet_id);
+      const std::string body = MqttNumber(message.packet_id);
       Send(message.qos == 1 ? 0x40 : 0x50,
            reason == 0 ? body : body + static_cast<char>(reason) + std::string(1, '\0'));
     }
   }
 
   void Publish(const std::string& topic, const std::string& payload) {
-    Send(0x30, Number(static_cast<int>(topic.size())) + topic + NoProperties() + payload);
+    Send(0x30, MqttString(topic) + NoProperties() + payload);
   }
 
   void Reset() {
@@ -145,7 +96,7 @@ class Broker::Session : public std::enable_shared_from_this<Session> {
                             [self = shared_from_this()](const auto& error, std::size_t) {
                               if (!error) {
                                 self->Handle(self->head_[0] >> 4, self->head_[0] & 0xF,
-                                             Fields(self->body_));
+                                             MqttFields(self->body_));
                                 self->ReadNext();
                               } else {
                                 self->End();
@@ -155,10 +106,10 @@ class Broker::Session : public std::enable_shared_from_this<Session> {
 
   std::string NoProperties() const { return version_ == kMqtt5 ? std::string(1, '\0') : ""; }
 
-  void Handle(int type, int flags, Fields fields) {
+  void Handle(int type, int flags, MqttFields fields) {
     switch (type) {
       case kConnect:
-        fields.Text();
+        fields.String();
         version_ = fields.Byte();
         Send(0x20, std::string(2, '\0') + NoProperties());
         break;
@@ -185,27 +136,27 @@ class Broker::Session : public std::enable_shared_from_this<Session> {
     }
   }
 
-  void HandlePublish(int qos, Fields fields) {
+  void HandlePublish(int qos, MqttFields fields) {
     Message message;
     message.session = shared_from_this();
     message.connection = number_;
     message.qos = qos;
-    message.topic = fields.Text();
-    message.packet_id = qos > 0 ? fields.Word() : 0;
+    message.topic = fields.String();
+    message.packet_id = qos > 0 ? fields.Number() : 0;
     if (version_ == kMqtt5) {
-      fields.SkipProperties();
+      fields.Properties();
     }
     message.payload = fields.Rest();
     broker_->on_message_(message);
   }
 
-  void HandleSubscribe(Fields fields) {
+  void HandleSubscribe(MqttFields fields) {
     std::string answer = fields.Bytes(2) + NoProperties();
     if (version_ == kMqtt5) {
-      fields.SkipProperties();
+      fields.Properties();
     }
     while (!fields.IsAtEnd()) {
-      fields.Text();
+      fields.String();
       answer += static_cast<char>(fields.Byte() & 3);
     }
     Send(0x90, answer);

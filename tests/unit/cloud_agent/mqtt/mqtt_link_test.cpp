@@ -14,6 +14,7 @@
 #include <boost/asio/post.hpp>
 
 #include "mqtt/scripted_broker.h"
+#include "support/mqtt_bytes.h"
 #include "support/wait_until.h"
 
 namespace agent {

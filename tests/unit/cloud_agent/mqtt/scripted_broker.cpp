@@ -8,6 +8,8 @@
 
 #include <stdexcept>
 
+#include "support/mqtt_bytes.h"
+
 namespace agent {
 namespace {
 
@@ -20,49 +22,7 @@ void WaitForInput(int socket) {
   }
 }
 
-/// Takes fields off the front of a packet's body.
-class Fields {
- public:
-  explicit Fields(const std::string& body) : body_(body) {}
-
-  int Byte() { return static_cast<unsigned char>(body_.at(position_++)); }
-  int Number() {
-    const int high = Byte();
-    return high * 256 + Byte();
-  }
-  std::string Bytes(std::size_t count) {
-    const std::string bytes = body_.substr(position_, count);
-    position_ += count;
-    return bytes;
-  }
-  std::string String() { return Bytes(static_cast<std::size_t>(Number())); }
-  std::string Properties() { return Bytes(static_cast<std::size_t>(Byte())); }  // short ones
-  std::string Rest() { return Bytes(body_.size() - position_); }
-
- private:
-  const std::string& body_;
-  std::size_t position_ = 0;
-};
-
-std::string MqttNumber(int number) {
-  return {static_cast<char>(number / 256), static_cast<char>(number % 256)};
-}
-
-std::string RemainingLength(std::size_t length) {
-  std::string bytes;
-  do {
-    const auto digit = static_cast<unsigned char>(length % 128);
-    length /= 128;
-    bytes += static_cast<char>(length > 0 ? digit | 0x80U : digit);
-  } while (length > 0);
-  return bytes;
-}
-
 }  // namespace
-
-std::string MqttString(const std::string& text) {
-  return MqttNumber(static_cast<int>(text.size())) + text;
-}
 
 BrokerSession::~BrokerSession() { Close(); }
 
@@ -101,7 +61,7 @@ MqttPacket BrokerSession::Read() {
 }
 
 void BrokerSession::Send(int first_byte, const std::string& body) {
-  const std::string packet = static_cast<char>(first_byte) + RemainingLength(body.size()) + body;
+  const std::string packet = static_cast<char>(first_byte) + MqttLength(body.size()) + body;
   if (send(socket_, packet.data(), packet.size(), MSG_NOSIGNAL) !=
       static_cast<ssize_t>(packet.size())) {
     throw std::runtime_error("the scripted broker cannot send");
@@ -113,7 +73,7 @@ ReadConnect BrokerSession::ExpectConnect() {
   if (packet.type != 1) {
     throw std::runtime_error("expected CONNECT, got type " + std::to_string(packet.type));
   }
-  Fields fields(packet.body);
+  MqttFields fields(packet.body);
   if (fields.String() != "MQTT" || fields.Byte() != 5) {
     throw std::runtime_error("expected MQTT 5");
   }
@@ -143,7 +103,7 @@ std::string BrokerSession::ExpectSubscribe(int granted) {
   if (packet.type != 8) {
     throw std::runtime_error("expected SUBSCRIBE, got type " + std::to_string(packet.type));
   }
-  Fields fields(packet.body);
+  MqttFields fields(packet.body);
   const int message_id = fields.Number();
   fields.Properties();
   const std::string filter = fields.String();
@@ -164,7 +124,7 @@ ReadPublish BrokerSession::ExpectPublish() {
     throw std::runtime_error("expected PUBLISH with QoS 1, got type " +
                              std::to_string(packet.type));
   }
-  Fields fields(packet.body);
+  MqttFields fields(packet.body);
   ReadPublish publish;
   publish.retain = (packet.flags & 0x01) != 0;
   publish.topic = fields.String();
@@ -185,7 +145,7 @@ void BrokerSession::SendDisconnect(int reason_code) {
 void BrokerSession::SendPublish(const std::string& topic, const std::string& payload,
                                 const std::string& properties, bool retain) {
   Send(retain ? 0x31 : 0x30,
-       MqttString(topic) + RemainingLength(properties.size()) + properties + payload);
+       MqttString(topic) + MqttLength(properties.size()) + properties + payload);
 }
 
 ScriptedBroker::ScriptedBroker() : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {

@@ -87,6 +87,4 @@ class ScriptedBroker {
   int port_ = 0;
 };
 
-std::string MqttString(const std::string& text);
-
 }  // namespace agent
