@@ -32,20 +32,30 @@ triplet() {
   esac
 }
 
-# Makes a .deb of a package of debug symbols, and has its sums name files as dpkg does: CPack names
-# them as they lie on this machine.
-# usage: rename_symbols FILE.ddeb
-rename_symbols() {
-  dpkg-deb --raw-extract "$1" symbols
-  (cd symbols && find usr -type f -exec md5sum {} + | sort --key 2 >DEBIAN/md5sums)
-  dpkg-deb --root-owner-group -Zgzip --build symbols "${1%.ddeb}.deb" >/dev/null
-  rm -r symbols "$1"
+# Packs what CPack has packed once more, as a .deb that is the same on every machine: its size is what
+# dpkg's own tools would tell, not what the files take of this disk; build ids are in order; and the sums
+# of debug symbols name files as they are installed.
+# usage: pack_again FILE
+pack_again() {
+  local files=unpacked kilobytes ids
+  dpkg-deb --raw-extract "$1" "$files"
+  kilobytes=$(find "$files" -path "$files/DEBIAN" -prune -o -type f -printf '%s\n' -o -printf '1\n' |
+    awk '{ sum += int(($1 + 1023) / 1024) } END { print sum }')
+  ids=$(sed -n 's/^Build-Ids: //p' "$files/DEBIAN/control" | tr ' ' '\n' | sort | paste -sd ' ')
+  sed -i "s/^Installed-Size: .*/Installed-Size: $kilobytes/; s/^Build-Ids: .*/Build-Ids: $ids/" \
+    "$files/DEBIAN/control"
+  (cd "$files" && find . -path ./DEBIAN -prune -o -type f -printf '%P\0' | sort -z |
+    xargs -0 md5sum >DEBIAN/md5sums)
+  rm "$1"
+  dpkg-deb --root-owner-group -Zgzip --build "$files" "${1%.*}.deb" >/dev/null
+  rm -r "$files"
 }
 
 # Builds and packs one architecture.
 # usage: package ARCHITECTURE
 package() {
-  local architecture=$1 directory=$out/$1 programs="mqttadapter mqttadapter_host mqttadapter_host_bus adapter_conformance adapter_replay hostcheck_plugin" options=() map
+  local architecture=$1 directory=$out/$1 programs options=() map
+  programs="mqttadapter mqttadapter_host mqttadapter_host_bus hostcheck_plugin adapter_conformance adapter_replay"
   # The same files from every directory that they are built in; of two that match, the last one counts.
   map="-ffile-prefix-map=$PWD=. -ffile-prefix-map=$PWD/build/$directory=."
   case "$architecture" in
@@ -69,7 +79,7 @@ package() {
   }
   (
     cd "build/$directory/packages"
-    for symbols in *.ddeb; do rename_symbols "$symbols"; done
+    for file in *.deb *.ddeb; do pack_again "$file"; done
     sha256sum -- *.deb *.tar.gz >SHA256SUMS
     printf '  %s\n' *
   )
