@@ -64,7 +64,7 @@ package() {
   esac
   say "$architecture"
   CXXFLAGS=$map ASMFLAGS=$map build "$directory" "$programs" "${options[@]}" \
-    -DCMAKE_BUILD_TYPE=MinSizeRel -DCMAKE_CXX_FLAGS_MINSIZEREL="-Os -g -DNDEBUG" \
+    -DCMAKE_BUILD_TYPE=MinSizeRel -DCMAKE_CXX_FLAGS_MINSIZEREL="-Os -g -DNDEBUG" -DCMAKE_BUILD_WITH_INSTALL_RPATH=ON \
     -DMQTTADAPTER_ARCHITECTURE="$architecture" -DCMAKE_INSTALL_PREFIX=/usr \
     -DCMAKE_INSTALL_LIBDIR="lib/$(triplet "$architecture")"
   rm -rf "build/$directory/packages" "build/$directory/_CPack_Packages"
