@@ -48,6 +48,33 @@ natsStatus CountFirstValues(natsSubscription* subscription, std::uint64_t* count
 
 }  // namespace
 
+NatsJetStream OpenJetStream(natsConnection* connection, natsStatus* status) {
+  jsOptions options;
+  jsOptions_Init(&options);
+  options.Wait = kRequestTimeout_ms;
+  jsCtx* created = nullptr;
+  *status = natsConnection_JetStream(&created, connection, &options);
+  return NatsJetStream(created);
+}
+
+std::string KvSubjectPrefix(const std::string& bucket) { return "$KV." + bucket + "."; }
+
+NatsSubscription SubscribeToBucket(jsCtx* jet_stream, const std::string& bucket,
+                                   natsStatus* status) {
+  const std::string stream = "KV_" + bucket;
+  jsSubOptions options;
+  jsSubOptions_Init(&options);
+  options.Stream = stream.c_str();
+  options.Config.DeliverPolicy = js_DeliverLastPerSubject;
+  options.Config.AckPolicy = js_AckNone;
+  options.Config.MemoryStorage = true;
+  jsErrCode error = static_cast<jsErrCode>(0);
+  natsSubscription* created = nullptr;
+  *status = js_SubscribeSync(&created, jet_stream, (KvSubjectPrefix(bucket) + ">").c_str(), nullptr,
+                             &options, &error);
+  return NatsSubscription(created);
+}
+
 std::unique_ptr<KvWatch> KvWatch::Begin(const std::string& bucket, const SocketAddress& address) {
   std::unique_ptr<KvWatch> watch(new KvWatch(bucket));
   KvWatch* const self = watch.get();
@@ -113,7 +140,7 @@ bool KvWatch::IsToEnd() {
 /// Watches for as long as the connection and the bucket last.
 natsStatus KvWatch::Watch() {
   natsStatus status = NATS_OK;
-  const NatsJetStream jet_stream = OpenJetStream(&status);
+  const NatsJetStream jet_stream = OpenJetStream(link_->get(), &status);
   if (status != NATS_OK) {
     return status;
   }
@@ -121,22 +148,13 @@ natsStatus KvWatch::Watch() {
   if (status != NATS_OK) {
     return status;
   }
-  NatsSubscription subscription = Subscribe(jet_stream.get(), &status);
+  NatsSubscription subscription = SubscribeToBucket(jet_stream.get(), bucket_, &status);
   if (status != NATS_OK) {
     return status;
   }
   status = FollowChanges(subscription.get());
   link_->Retire(subscription.release());
   return status;
-}
-
-NatsJetStream KvWatch::OpenJetStream(natsStatus* status) const {
-  jsOptions options;
-  jsOptions_Init(&options);
-  options.Wait = kRequestTimeout_ms;
-  jsCtx* created = nullptr;
-  *status = natsConnection_JetStream(&created, link_->get(), &options);
-  return NatsJetStream(created);
 }
 
 natsStatus KvWatch::EnsureBucket(jsCtx* jet_stream) const {
@@ -152,22 +170,6 @@ natsStatus KvWatch::EnsureBucket(jsCtx* jet_stream) const {
   }
   const NatsStore store(opened);
   return status;
-}
-
-/// Subscribes to the last value of every key and to every change that follows.
-NatsSubscription KvWatch::Subscribe(jsCtx* jet_stream, natsStatus* status) const {
-  const std::string stream = "KV_" + bucket_;
-  jsSubOptions options;
-  jsSubOptions_Init(&options);
-  options.Stream = stream.c_str();
-  options.Config.DeliverPolicy = js_DeliverLastPerSubject;
-  options.Config.AckPolicy = js_AckNone;
-  options.Config.MemoryStorage = true;
-  jsErrCode error = static_cast<jsErrCode>(0);
-  natsSubscription* created = nullptr;
-  *status = js_SubscribeSync(&created, jet_stream, (SubjectPrefix() + ">").c_str(), nullptr,
-                             &options, &error);
-  return NatsSubscription(created);
 }
 
 natsStatus KvWatch::FollowChanges(natsSubscription* subscription) {
@@ -190,7 +192,7 @@ natsStatus KvWatch::FollowChanges(natsSubscription* subscription) {
     KvChange change;
     bool is_last = false;
     if (status == NATS_OK) {
-      status = ReadChange(received, SubjectPrefix().size(), &change, &is_last);
+      status = ReadChange(received, KvSubjectPrefix(bucket_).size(), &change, &is_last);
     }
     if (status != NATS_OK) {
       break;

@@ -13,6 +13,16 @@
 
 namespace tarvex {
 
+/// For requests to the server that stores buckets, which wait for a second at the most.
+NatsJetStream OpenJetStream(natsConnection* connection, natsStatus* status);
+
+/// What the subject of every key of a bucket begins with.
+std::string KvSubjectPrefix(const std::string& bucket);
+
+/// Subscribes to the last value of every key of a bucket and to every change that follows.
+NatsSubscription SubscribeToBucket(jsCtx* jet_stream, const std::string& bucket,
+                                   natsStatus* status);
+
 /// Watches a bucket on a thread of its own, and creates it where it is missing. The
 /// watch is begun anew, with the bucket's whole content, after every new connection and
 /// when the server turns out to have dropped it; until then the copy stays as it was.
@@ -42,13 +52,9 @@ class KvWatch {
   // On the watching thread:
   void Run();
   natsStatus Watch();
-  NatsJetStream OpenJetStream(natsStatus* status) const;
   natsStatus EnsureBucket(jsCtx* jet_stream) const;
-  NatsSubscription Subscribe(jsCtx* jet_stream, natsStatus* status) const;
   natsStatus FollowChanges(natsSubscription* subscription);
   bool IsToEnd();
-
-  std::string SubjectPrefix() const { return "$KV." + bucket_ + "."; }  // of every key
 
   const std::string bucket_;
   KvCopy copy_;

@@ -14,6 +14,7 @@
 #include "json_text.h"
 #include "platform/asio_event_service.h"
 #include "platform/json_member.h"
+#include "platform/kv_watch.h"
 #include "platform/trace.h"
 #include "virtual_camera/ctl/desk_server.h"
 
@@ -24,7 +25,6 @@ namespace {
 using tarvex::Member;
 
 constexpr int64_t kNextMessage_ms = 200;
-constexpr int64_t kRequestTimeout_ms = 1000;
 constexpr int64_t kFlush_ms = 1000;
 
 std::string Data(natsMsg* message) {
@@ -100,26 +100,12 @@ struct CaptureRecorder::Database {
   std::string name;
   natsSubscription* subscription = nullptr;  // null until the database is there
 
-  std::string SubjectPrefix() const { return "$KV." + tarvex::KvBucket(name) + "."; }
-
   /// Has the last value of every key come, and every change after that.
   void Subscribe(natsConnection* connection) {
-    jsOptions options;
-    jsOptions_Init(&options);
-    options.Wait = kRequestTimeout_ms;
-    jsCtx* created = nullptr;
-    natsConnection_JetStream(&created, connection, &options);
-    const tarvex::NatsJetStream jet_stream(created);
-    const std::string stream = "KV_" + tarvex::KvBucket(name);
-    jsSubOptions wanted;
-    jsSubOptions_Init(&wanted);
-    wanted.Stream = stream.c_str();
-    wanted.Config.DeliverPolicy = js_DeliverLastPerSubject;
-    wanted.Config.AckPolicy = js_AckNone;
-    wanted.Config.MemoryStorage = true;
-    jsErrCode error = static_cast<jsErrCode>(0);
-    js_SubscribeSync(&subscription, jet_stream.get(), (SubjectPrefix() + ">").c_str(), nullptr,
-                     &wanted, &error);
+    natsStatus status = NATS_OK;
+    const tarvex::NatsJetStream jet_stream = tarvex::OpenJetStream(connection, &status);
+    subscription =
+        tarvex::SubscribeToBucket(jet_stream.get(), tarvex::KvBucket(name), &status).release();
   }
 };
 
@@ -205,8 +191,8 @@ void CaptureRecorder::TakeChanges(Database* database) {
     const char* operation = nullptr;  // of a removal only
     Json::Value members;
     members["database"] = database->name;
-    members["key"] =
-        std::string(natsMsg_GetSubject(received)).substr(database->SubjectPrefix().size());
+    members["key"] = std::string(natsMsg_GetSubject(received))
+                         .substr(tarvex::KvSubjectPrefix(tarvex::KvBucket(database->name)).size());
     if (natsMsgHeader_Get(received, "KV-Operation", &operation) != NATS_OK) {
       members["value"] = capture::Encoded(Data(received));
     }
