@@ -140,9 +140,9 @@ int Run(agent::ProgramOptions options) {
                                                "cloud_agent");
   std::optional<agent::AgentTrace> trace;
   if (options.trace) {
-    trace.emplace(
-        tarvex::Trace("cloud_agent", serial_number, tarvex::BusTraceSink("cloud_agent trace")),
-        std::to_string(tarvex::XTimeUtil::TimeSecond()), parts.now);
+    trace.emplace(tarvex::Trace("cloud_agent", serial_number,
+                                tarvex::BusTraceSink(service.get(), "cloud_agent")),
+                  std::to_string(tarvex::XTimeUtil::TimeSecond()), parts.now);
     parts.trace = &*trace;
   }
   agent::Agent the_agent(options.agent, std::move(parts));

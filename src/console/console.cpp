@@ -91,16 +91,11 @@ Json::Value Listed(const Passport& passport) {
   return json;
 }
 
-std::string AddressOfBus() {
-  const tarvex::SocketAddress address = tarvex::EffectiveAddress(tarvex::BusAddress());
-  return address.host() + ":" + std::to_string(address.port());
-}
-
 }  // namespace
 
 Console::Console(boost::asio::io_context& context, const ConsoleOptions& options)
     : options_(options),
-      desk_({options.broker.host + ":" + std::to_string(options.broker.port), AddressOfBus()}),
+      desk_({options.broker.host + ":" + std::to_string(options.broker.port), tarvex::EffectiveServersText(tarvex::BusAddress())}),
       contract_(ReadFile(options.contract_file)),
       metrics_(RequestNames(contract_)),
       book_([this](const Passport& passport, const char* step) { OnStep(passport, step); }),

@@ -29,8 +29,12 @@ std::set<const WatchingKvdbClient*> open_clients;
 
 class WatchingKvdbClient final : public cache::KvdbClient {
  public:
-  WatchingKvdbClient(std::string name, std::unique_ptr<tarvex::KvWatch> watch)
-      : name_(std::move(name)), watch_(std::move(watch)) {
+  WatchingKvdbClient(std::string name, const std::string& bucket,
+                     std::shared_ptr<tarvex::KvWatch> watch)
+      : name_(std::move(name)), watch_(std::move(watch)), copy_(watch_->Follow(bucket)) {
+    if (watch_->IsConnected()) {  // a server that is away is not waited for
+      copy_->WaitForFirst(kFirstValues);
+    }
     const std::lock_guard<std::mutex> lock(open_mutex);
     open_clients.insert(this);
   }
@@ -45,12 +49,13 @@ class WatchingKvdbClient final : public cache::KvdbClient {
   bool IsConnected() const { return watch_->IsConnected(); }
 
   int GetValue(const std::string& key, std::string* value) override {
-    return watch_->copy().Get(key, value) ? 1 : 0;
+    return copy_->Get(key, value) ? 1 : 0;
   }
 
  private:
   const std::string name_;
-  const std::unique_ptr<tarvex::KvWatch> watch_;
+  const std::shared_ptr<tarvex::KvWatch> watch_;
+  const std::shared_ptr<const tarvex::KvCopy> copy_;
 };
 
 }  // namespace
@@ -62,14 +67,11 @@ boost::shared_ptr<cache::KvdbClient> cache::KvdbClient::CreateKvdbNetClient(
     SYS_LOG(kLogError, "not the name of a database: %s", name.c_str());
     return nullptr;
   }
-  auto watch = tarvex::KvWatch::Begin(bucket, address);
+  auto watch = tarvex::KvWatch::Of(address);
   if (!watch) {
     return nullptr;
   }
-  if (watch->IsConnected()) {  // a server that is away is not waited for
-    watch->copy().WaitForFirst(kFirstValues);
-  }
-  return boost::make_shared<WatchingKvdbClient>(name, std::move(watch));
+  return boost::make_shared<WatchingKvdbClient>(name, bucket, std::move(watch));
 }
 
 std::map<std::string, bool> tarvex::DatabaseStates() {

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <climits>
 #include <utility>
-#include <vector>
 
 #include <boost/make_shared.hpp>
 #include <boost/weak_ptr.hpp>
@@ -42,28 +41,24 @@ boost::shared_ptr<DpClient> DpClient::CreateDpClient(boost::shared_ptr<EventServ
   if (!event_service) {
     return nullptr;
   }
-  const auto connect = [address, name, event_service] {
-    return NatsLink::Connect(address, name, {}, dynamic_cast<SocketService*>(event_service.get()));
-  };
-  auto link = connect();
-  if (!link) {
+  auto connection = BusConnection::Of(event_service.get(), address, name);
+  if (!connection) {
     return nullptr;
   }
-  return boost::make_shared<NatsDpClient>(event_service, connect, std::move(link));
+  return boost::make_shared<NatsDpClient>(event_service, std::move(connection));
 }
 
-NatsDpClient::NatsDpClient(boost::shared_ptr<EventService> event_service, Connect connect,
-                           std::shared_ptr<NatsLink> link)
-    : connect_(std::move(connect)),
-      link_(std::move(link)),
+NatsDpClient::NatsDpClient(boost::shared_ptr<EventService> event_service,
+                           std::shared_ptr<BusConnection> connection)
+    : connection_(std::move(connection)),
       inbox_(std::make_shared<BusInbox>(std::move(event_service), this)) {}
 
 NatsDpClient::~NatsDpClient() {
   inbox_->Close();
   for (auto& [name, listening] : listenings_) {
     listening.topic->listened = false;  // for those that a bus gate holds
+    connection_->Unsubscribe(listening.subscription);
   }
-  link_.reset();  // before the subscriptions, see NatsLink::Retire
 }
 
 int NatsDpClient::SendRequest(const std::string& type, int /*flags*/, const char* data,
@@ -78,13 +73,13 @@ int NatsDpClient::SendRequest(const std::string& type, int /*flags*/, const char
   request.queue = type;
   request.body = {data, length};
   request.timeout_ms = timeout_ms;
-  if (!link_->IsConnected()) {
+  if (!connection_->link().IsConnected()) {
     NoteBusRequest(request);
     return kNotAnswered;
   }
   const auto begin = std::chrono::steady_clock::now();
-  const natsStatus status =
-      link_->Request(subject, data, static_cast<int>(length), timeout_ms, [&](natsMsg* answer) {
+  const natsStatus status = connection_->Request(
+      subject, data, static_cast<int>(length), timeout_ms, [&](natsMsg* answer) {
         request.reply.assign(natsMsg_GetData(answer),
                              static_cast<std::size_t>(natsMsg_GetDataLength(answer)));
       });
@@ -92,9 +87,7 @@ int NatsDpClient::SendRequest(const std::string& type, int /*flags*/, const char
       std::chrono::steady_clock::now() - begin);
   if (status != NATS_OK) {
     SYS_LOG(kLogDebug, "%s: %s", subject.c_str(), natsStatus_GetText(status));
-    if (!link_->IsConnected()) {
-      ConnectAfresh();
-    } else if (status == NATS_NO_RESPONDERS) {
+    if (status == NATS_NO_RESPONDERS) {
       request.outcome = BusOutcome::kNobody;
     } else if (status == NATS_TIMEOUT) {
       request.outcome = BusOutcome::kTimedOut;
@@ -111,9 +104,8 @@ int NatsDpClient::SendRequest(const std::string& type, int /*flags*/, const char
 }
 
 int NatsDpClient::ListenMessage(const std::string& topic, int /*flags*/) {
-  // One that is there without a subscription has lost it, see ConnectAfresh().
   const auto found = listenings_.find(topic);
-  if (found != listenings_.end() && found->second.subscription) {
+  if (found != listenings_.end() && connection_->IsSubscribed(found->second.subscription)) {
     return kListening;
   }
   if (!IsPlainSubject(BusSubject(topic))) {
@@ -121,15 +113,21 @@ int NatsDpClient::ListenMessage(const std::string& topic, int /*flags*/) {
     return kNotListening;
   }
   auto bus_topic = std::make_shared<BusTopic>(topic);
-  auto subscription = Subscribe(bus_topic);
-  if (!subscription) {
+  natsStatus status = NATS_OK;
+  const unsigned subscription = connection_->Subscribe(
+      topic, "",
+      [inbox = inbox_, bus_topic](natsMsg* message) { Accept(inbox.get(), bus_topic, message); },
+      &status);
+  if (status != NATS_OK) {
+    SYS_LOG(kLogError, "cannot listen to %s: %s", topic.c_str(), natsStatus_GetText(status));
     return kNotListening;
   }
-  listenings_.insert_or_assign(topic, Listening{std::move(bus_topic), std::move(subscription)});
-  if (link_->IsConnected()) {
+  RemoveListenMessage(topic);  // one that has lost its subscription
+  listenings_.emplace(topic, Listening{std::move(bus_topic), subscription});
+  if (connection_->link().IsConnected()) {
     // From here on the topic's messages arrive, whoever sends them. Without an answer
     // the connection is about to be lost; the next one begins with all topics.
-    link_->Flush(kConfirmation_ms);
+    connection_->link().Flush(kConfirmation_ms);
   }
   return kListening;
 }
@@ -138,38 +136,10 @@ int NatsDpClient::RemoveListenMessage(const std::string& topic) {
   const auto found = listenings_.find(topic);
   if (found != listenings_.end()) {
     found->second.topic->listened = false;
-    link_->Retire(found->second.subscription.release());
+    connection_->Unsubscribe(found->second.subscription);
     listenings_.erase(found);
   }
   return kListening;
-}
-
-NatsSubscription NatsDpClient::Subscribe(const std::shared_ptr<const BusTopic>& topic) const {
-  natsStatus status = NATS_OK;
-  auto subscription = link_->Subscribe(
-      BusSubject(topic->name), "",
-      [inbox = inbox_, topic](natsMsg* message) { Accept(inbox.get(), topic, message); }, &status);
-  if (status != NATS_OK) {
-    SYS_LOG(kLogError, "cannot listen to %s: %s", topic->name.c_str(), natsStatus_GetText(status));
-  }
-  return subscription;
-}
-
-/// The library keeps what it could not send, and sends it with the next connection. A
-/// request that has failed must not reach its service an outage later: no gate is to
-/// open then. So it goes down with its connection. A topic that cannot be listened to on
-/// the new one is left without a subscription; ListenMessage() tries it again.
-void NatsDpClient::ConnectAfresh() {
-  auto fresh = connect_();
-  if (!fresh) {
-    return;
-  }
-  link_.swap(fresh);
-  std::vector<NatsSubscription> ended;
-  for (auto& [name, listening] : listenings_) {
-    ended.push_back(std::exchange(listening.subscription, Subscribe(listening.topic)));
-  }
-  fresh.reset();  // before the subscriptions, see NatsLink::Retire
 }
 
 void NatsDpClient::OnMessage(Message* msg) {

@@ -1,16 +1,14 @@
 // The bus client on a NATS connection.
 #pragma once
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 
 #include <boost/enable_shared_from_this.hpp>
 
+#include "platform/bus_connection.h"
 #include "platform/bus_inbox.h"
-#include "platform/nats_handle.h"
-#include "platform/nats_link.h"
 #include "tarvex/dp_client.h"
 
 namespace tarvex {
@@ -21,12 +19,8 @@ class NatsDpClient final : public DpClient,
                            public MessageHandler,
                            public boost::enable_shared_from_this<NatsDpClient> {
  public:
-  using Connect = std::function<std::shared_ptr<NatsLink>()>;
-
-  /// @param connect makes a connection to the bus.
-  /// @param link    the first one that it made.
-  NatsDpClient(boost::shared_ptr<EventService> event_service, Connect connect,
-               std::shared_ptr<NatsLink> link);
+  NatsDpClient(boost::shared_ptr<EventService> event_service,
+               std::shared_ptr<BusConnection> connection);
   ~NatsDpClient() override;
 
   NatsDpClient(const NatsDpClient&) = delete;
@@ -43,15 +37,12 @@ class NatsDpClient final : public DpClient,
  private:
   struct Listening {
     std::shared_ptr<BusTopic> topic;
-    NatsSubscription subscription;
+    unsigned subscription = 0;
   };
 
-  NatsSubscription Subscribe(const std::shared_ptr<const BusTopic>& topic) const;
-  void ConnectAfresh();
   void Deliver(const BusTopic& topic, const boost::shared_ptr<DpMessage>& message);
 
-  const Connect connect_;
-  std::shared_ptr<NatsLink> link_;
+  const std::shared_ptr<BusConnection> connection_;
   const std::shared_ptr<BusInbox> inbox_;
   std::map<std::string, Listening> listenings_;  // by topic
 };

@@ -1,8 +1,9 @@
 #include "platform/nats_link.h"
 
 #include <algorithm>
-#include <array>
+#include <atomic>
 #include <cstdint>
+#include <iterator>
 #include <mutex>
 #include <random>
 #include <utility>
@@ -20,9 +21,13 @@ struct NatsLink::Watcher {
   std::shared_ptr<NatsLoop> loop;
   std::mutex mutex;  // held during on_state
   bool wanted = true;
-  std::function<void(bool connected)> on_state;
+  OnState on_state;
+  std::atomic<unsigned> connections{0};
 
   void Announce(bool connected) {
+    if (connected) {
+      ++connections;
+    }
     const std::lock_guard<std::mutex> lock(mutex);
     if (!wanted) {
       return;
@@ -79,18 +84,20 @@ void OnError(natsConnection*, natsSubscription*, natsStatus status, void*) {
 /// can be made to is always tried last; that takes no time.
 constexpr const char* kNowhere = "nats://255.255.255.255:1";
 
-/// "HOST:PORT", with an IPv6 address in brackets.
-std::string Place(const SocketAddress& server) {
-  const std::string& host = server.host();
-  const bool is_bare_ipv6 = host.find(':') != std::string::npos && host.front() != '[';
-  return (is_bare_ipv6 ? "[" + host + "]" : host) + ":" + std::to_string(server.port());
-}
-
-natsStatus SetServer(natsOptions* options, const std::string& place) {
-  const std::string url = "nats://" + place;
-  std::array<const char*, 2> urls = {url.c_str(), kNowhere};
+/// The clients of a cluster begin with any of its servers, so that each has its share.
+natsStatus SetServers(natsOptions* options, std::vector<SocketAddress> servers) {
+  std::shuffle(servers.begin(), servers.end(), std::minstd_rand(std::random_device{}()));
+  std::vector<std::string> places;
+  std::transform(servers.begin(), servers.end(), std::back_inserter(places),
+                 [](const SocketAddress& server) { return "nats://" + ServerText(server); });
+  std::vector<const char*> urls;
+  std::transform(places.begin(), places.end(), std::back_inserter(urls),
+                 [](const std::string& place) { return place.c_str(); });
+  urls.push_back(kNowhere);
   const natsStatus status = natsOptions_SetNoRandomize(options, true);
-  return status == NATS_OK ? natsOptions_SetServers(options, urls.data(), urls.size()) : status;
+  return status == NATS_OK
+             ? natsOptions_SetServers(options, urls.data(), static_cast<int>(urls.size()))
+             : status;
 }
 
 /// Remembers the first failure of a row of calls.
@@ -133,10 +140,7 @@ struct Taking {
 }  // namespace
 
 std::shared_ptr<NatsLink> NatsLink::Connect(const SocketAddress& address,
-                                            const std::string& client_name,
-                                            std::function<void(bool connected)> on_state,
-                                            SocketService* service) {
-  const SocketAddress server = EffectiveAddress(address);
+                                            const std::string& client_name, Options options) {
   if (!IsUsablePrefix()) {
     return nullptr;
   }
@@ -144,48 +148,58 @@ std::shared_ptr<NatsLink> NatsLink::Connect(const SocketAddress& address,
     SYS_LOG(kLogError, "%s: no usable server address", client_name.c_str());
     return nullptr;
   }
-  if (!IsUsableAddress(server)) {
-    return nullptr;  // EffectiveAddress has said why
+  const std::vector<SocketAddress> servers = EffectiveServers(address);
+  if (servers.empty()) {
+    return nullptr;  // EffectiveServers has said why
   }
-  const std::string place = Place(server);
   std::shared_ptr<NatsLink> link(new NatsLink);
   link->watcher_ = std::make_shared<Watcher>();
-  link->watcher_->title = client_name + " at " + place;
-  link->watcher_->on_state = std::move(on_state);
-  if (service != nullptr) {
-    link->loop_ = std::make_shared<NatsLoop>(*service);
+  link->watcher_->title = client_name + " at " + EffectiveServersText(address);
+  link->watcher_->on_state = std::move(options.on_state);
+  if (options.service != nullptr) {
+    link->loop_ = std::make_shared<NatsLoop>(*options.service);
     link->watcher_->loop = link->loop_;
   }
-  auto closure = std::make_unique<std::shared_ptr<Watcher>>(link->watcher_);
-
   natsOptions* created = nullptr;
   FirstFailure check;
   check(natsOptions_Create(&created));
-  const NatsOptions options(created);
-  check(SetServer(created, place));
+  const NatsOptions of_library(created);
+  check(SetServers(created, servers));
   check(natsOptions_SetName(created, client_name.c_str()));
   check(SetBehaviour(created));
-  check(natsOptions_SetRetryOnFailedConnect(created, true, Watcher::OnConnected, closure.get()));
-  check(natsOptions_SetReconnectedCB(created, Watcher::OnConnected, closure.get()));
-  check(natsOptions_SetDisconnectedCB(created, Watcher::OnDisconnected, closure.get()));
-  check(natsOptions_SetClosedCB(created, Watcher::OnClosed, closure.get()));
-  if (link->loop_) {
-    check(link->loop_->Configure(created));
-  }
-  if (check.status() == NATS_OK) {
-    check(natsConnection_Connect(&link->connection_, created));
-  }
+  check(natsOptions_UseOldRequestStyle(created, options.has_few_requests));
+  check(link->Begin(created, check.status()));
   if (link->connection_ == nullptr) {
     SYS_LOG(kLogError, "%s: %s", link->watcher_->title.c_str(), natsStatus_GetText(check.status()));
     return nullptr;
   }
-  (void)closure.release();  // OnClosed deletes it
-  if (link->loop_) {
-    link->loop_->Begin(link->connection_);
-  }
   SYS_LOG(kLogInfo, "%s: %s", link->watcher_->title.c_str(),
           check.status() == NATS_OK ? "connected" : "not there yet, waiting for it");
   return link;
+}
+
+natsStatus NatsLink::Begin(natsOptions* options, natsStatus so_far) {
+  auto closure = std::make_unique<std::shared_ptr<Watcher>>(watcher_);
+  FirstFailure check;
+  check(so_far);
+  check(natsOptions_SetRetryOnFailedConnect(options, true, Watcher::OnConnected, closure.get()));
+  check(natsOptions_SetReconnectedCB(options, Watcher::OnConnected, closure.get()));
+  check(natsOptions_SetDisconnectedCB(options, Watcher::OnDisconnected, closure.get()));
+  check(natsOptions_SetClosedCB(options, Watcher::OnClosed, closure.get()));
+  if (loop_) {
+    check(loop_->Configure(options));
+  }
+  if (check.status() == NATS_OK) {
+    check(natsConnection_Connect(&connection_, options));
+  }
+  if (connection_ == nullptr) {
+    return check.status();
+  }
+  (void)closure.release();  // OnClosed deletes it
+  if (loop_) {
+    loop_->Begin(connection_);
+  }
+  return check.status();
 }
 
 void NatsLink::Close() {
@@ -208,9 +222,18 @@ NatsLink::~NatsLink() {
   natsConnection_Destroy(connection_);
 }
 
+natsStatus NatsLink::PublishSoon(const std::string& subject, const std::string& body) {
+  return natsConnection_Publish(connection_, subject.c_str(), body.data(),
+                                static_cast<int>(body.size()));
+}
+
+std::size_t NatsLink::Unwritten() const {
+  const int bytes = natsConnection_Buffered(connection_);
+  return bytes > 0 ? static_cast<std::size_t>(bytes) : 0;
+}
+
 natsStatus NatsLink::Publish(const std::string& subject, const std::string& body) {
-  const natsStatus status = natsConnection_Publish(connection_, subject.c_str(), body.data(),
-                                                   static_cast<int>(body.size()));
+  const natsStatus status = PublishSoon(subject, body);
   if (loop_) {
     loop_->Write();
   }
@@ -280,6 +303,8 @@ void NatsLink::Retire(natsSubscription* subscription) {
     retired_.clear();
   }
 }
+
+unsigned NatsLink::connections() const { return watcher_->connections; }
 
 bool NatsLink::IsConnected() const {
   return natsConnection_Status(connection_) == NATS_CONN_STATUS_CONNECTED;

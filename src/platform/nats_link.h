@@ -2,11 +2,13 @@
 // names that subjects and buckets have there.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <nats/nats.h>
@@ -19,28 +21,40 @@ namespace tarvex {
 class NatsLoop;
 class SocketService;
 
-/// Sends every message as soon as possible, and reconnects for ever. While there is no
+/// Sends every message as soon as possible, and reconnects for ever, to whichever of the servers
+/// of its address is there. While there is no
 /// connection one published message is kept for the next (the library has no way to keep
 /// none), and publishing more fails. Requests that wait for an answer fail when the
 /// connection is lost. Usable from any thread, but on the thread of its event service only
 /// where it has one.
 class NatsLink {
  public:
-  /// Connects to the server at EffectiveAddress(address), or begins to: a server that
-  /// is not there yet is waited for in the background.
+  /// Called when the connection is established (true) or lost (false) after Connect() has
+  /// returned, on a thread of the NATS library; not any more once the link is destroyed. It
+  /// must not destroy the link. One that stands on return is not announced.
+  using OnState = std::function<void(bool connected)>;
+
+  struct Options {
+    OnState on_state;
+    /// Whose thread reads and writes the connection, and that outlives it; null: threads of
+    /// the NATS library do.
+    SocketService* service = nullptr;
+    /// Requests are few and have time: they cost no thread of their own, and go on waiting
+    /// for their answer when the connection is lost. Without a service only.
+    bool has_few_requests = false;
+  };
+
+  /// Connects to one of the servers of EffectiveServers(address), or begins to: one that is
+  /// not there yet is waited for in the background.
   /// @param client_name how the connection calls itself on the server.
-  /// @param on_state    called when the connection is established (true) or lost
-  ///                    (false) after this function has returned, on a thread of the
-  ///                    NATS library; not any more once the link is destroyed. It must
-  ///                    not destroy the link. One that stands on return is not announced.
-  /// @param service     whose thread reads and writes the connection, and that outlives it;
-  ///                    null: threads of the NATS library do.
   /// @return null, after an error in the log, when there can be no such connection,
   ///         as with a malformed address.
   static std::shared_ptr<NatsLink> Connect(const SocketAddress& address,
-                                           const std::string& client_name,
-                                           std::function<void(bool connected)> on_state = {},
-                                           SocketService* service = nullptr);
+                                           const std::string& client_name, Options options);
+  static std::shared_ptr<NatsLink> Connect(const SocketAddress& address,
+                                           const std::string& client_name, OnState on_state = {}) {
+    return Connect(address, client_name, Options{std::move(on_state), nullptr, false});
+  }
 
   /// Closes the connection and waits for an on_state call that is under way.
   ~NatsLink();
@@ -53,11 +67,22 @@ class NatsLink {
 
   bool IsConnected() const;
 
+  /// How often a connection was established since Connect(): another number means that what
+  /// the server knew of the one before is gone.
+  unsigned connections() const;
+
   /// Closes the connection before the link's own end, to end what waits on it: on_state
   /// is not called any more, and no loss is logged.
   void Close();
 
   natsStatus Publish(const std::string& subject, const std::string& body);
+
+  /// The same, but with an event service it is written together with what else its thread
+  /// has by the time that it turns to its sockets.
+  natsStatus PublishSoon(const std::string& subject, const std::string& body);
+
+  /// Bytes that were published and not written yet.
+  std::size_t Unwritten() const;
 
   /// Waits for an answer.
   /// @param take gets the answer; called before this returns NATS_OK. NATS_NO_RESPONDERS means
@@ -86,6 +111,7 @@ class NatsLink {
   struct Watcher;
 
   NatsLink() = default;
+  natsStatus Begin(natsOptions* options, natsStatus so_far);
 
   natsConnection* connection_ = nullptr;
   std::shared_ptr<NatsLoop> loop_;  // null without an event service
@@ -98,10 +124,13 @@ class NatsLink {
 SocketAddress BusAddress();
 SocketAddress KvAddress();
 
-/// Where the server of an address really is: TARVEX_BUS_ADDRESS ("host:port") stands in
-/// for 127.0.0.1:6101, TARVEX_KV_ADDRESS for 127.0.0.1:6102. After an error in the log,
-/// a malformed value gives an empty host with port 0, which NatsLink refuses.
-SocketAddress EffectiveAddress(const SocketAddress& address);
+/// Where the servers of an address really are: TARVEX_BUS_ADDRESS ("host:port", several with
+/// commas between them: those of one cluster) stands in for 127.0.0.1:6101, TARVEX_KV_ADDRESS
+/// for 127.0.0.1:6102. After an error in the log, a malformed value gives none.
+std::vector<SocketAddress> EffectiveServers(const SocketAddress& address);
+
+/// The same for people: "host:port", several with commas between them.
+std::string EffectiveServersText(const SocketAddress& address);
 
 /// Subject of a service queue or a topic: its name, after TARVEX_SUBJECT_PREFIX and a
 /// dot where that is set.

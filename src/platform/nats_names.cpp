@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "platform/host_port.h"
 #include "platform/log.h"
@@ -20,18 +21,25 @@ std::string FromEnvironment(const char* name) {
   return value == nullptr ? "" : value;
 }
 
-SocketAddress FromVariable(const char* variable, const SocketAddress& otherwise) {
+std::vector<SocketAddress> FromVariable(const char* variable, const SocketAddress& otherwise) {
   const std::string text = FromEnvironment(variable);
   if (text.empty()) {
-    return otherwise;
+    return {otherwise};
   }
-  std::string host;
-  int port = 0;
-  if (ParseHostAndPort(text, &host, &port).empty() && IsUsableAddress({host, port})) {
-    return {host, port};
+  std::vector<SocketAddress> servers;
+  std::string rest = text + ",";
+  for (std::size_t comma = 0; (comma = rest.find(',')) != std::string::npos;
+       rest.erase(0, comma + 1)) {
+    std::string host;
+    int port = 0;
+    if (!ParseHostAndPort(rest.substr(0, comma), &host, &port).empty() ||
+        !IsUsableAddress({host, port})) {
+      SYS_LOG(kLogError, "%s is not \"host:port\": %s", variable, text.c_str());
+      return {};
+    }
+    servers.emplace_back(host, port);
   }
-  SYS_LOG(kLogError, "%s is not \"host:port\": %s", variable, text.c_str());
-  return {"", 0};
+  return servers;
 }
 
 bool IsSame(const SocketAddress& one, const SocketAddress& other) {
@@ -44,14 +52,28 @@ SocketAddress BusAddress() { return {"127.0.0.1", 6101}; }
 
 SocketAddress KvAddress() { return {"127.0.0.1", 6102}; }
 
-SocketAddress EffectiveAddress(const SocketAddress& address) {
+std::vector<SocketAddress> EffectiveServers(const SocketAddress& address) {
   if (IsSame(address, BusAddress())) {
     return FromVariable("TARVEX_BUS_ADDRESS", address);
   }
   if (IsSame(address, KvAddress())) {
     return FromVariable("TARVEX_KV_ADDRESS", address);
   }
-  return address;
+  return {address};
+}
+
+std::string EffectiveServersText(const SocketAddress& address) {
+  std::string text;
+  for (const SocketAddress& server : EffectiveServers(address)) {
+    text += (text.empty() ? "" : ",") + ServerText(server);
+  }
+  return text;
+}
+
+std::string ServerText(const SocketAddress& server) {
+  const std::string& host = server.host();
+  const bool is_bare_ipv6 = host.find(':') != std::string::npos && host.front() != '[';
+  return (is_bare_ipv6 ? "[" + host + "]" : host) + ":" + std::to_string(server.port());
 }
 
 std::string BusSubject(const std::string& name) {

@@ -10,6 +10,9 @@ namespace tarvex {
 /// A host name or a numeric address, and a port from 1 to 65535.
 bool IsUsableAddress(const SocketAddress& address);
 
+/// "HOST:PORT", with an IPv6 address in brackets.
+std::string ServerText(const SocketAddress& server);
+
 /// Whether TARVEX_SUBJECT_PREFIX, where it is set, can begin a subject; an error is
 /// logged where it cannot.
 bool IsUsablePrefix();

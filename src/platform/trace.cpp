@@ -2,101 +2,55 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
-#include <thread>
 #include <utility>
-#include <vector>
 
 #include "json_text.h"
+#include "platform/bus_connection.h"
 #include "platform/json_member.h"
 #include "platform/log.h"
-#include "platform/nats_link.h"
 #include "tarvex/base64.h"
 
 namespace tarvex {
 namespace {
 
-constexpr std::size_t kMostWaiting_bytes = std::size_t{16} << 20U;
+constexpr std::size_t kMostUnwritten_bytes = std::size_t{16} << 20U;
 constexpr std::int64_t kLastFlush_ms = 500;
-// Events of so long are published together: the thread's waking is most of what one costs.
-constexpr std::chrono::milliseconds kCollecting{10};
 
-/// Publishing writes to the socket, and so waits where the bus reads slowly: hence the thread.
 class BusPublisher {
  public:
-  explicit BusPublisher(std::shared_ptr<NatsLink> link)
-      : link_(std::move(link)), subject_(BusSubject(kTraceTopic)), thread_([this] { Run(); }) {}
+  explicit BusPublisher(std::shared_ptr<BusConnection> connection)
+      : connection_(std::move(connection)), subject_(BusSubject(kTraceTopic)) {}
 
   ~BusPublisher() {
-    {
-      const std::lock_guard<std::mutex> lock(mutex_);
-      is_ending_ = true;
+    if (connection_->link().IsConnected()) {
+      connection_->link().Flush(kLastFlush_ms);
     }
-    changed_.notify_one();
-    thread_.join();
   }
 
   BusPublisher(const BusPublisher&) = delete;
   BusPublisher& operator=(const BusPublisher&) = delete;
 
-  void Add(std::string text) {
-    {
-      const std::lock_guard<std::mutex> lock(mutex_);
-      if (waiting_bytes_ + text.size() > kMostWaiting_bytes) {
-        if (!std::exchange(is_dropping_, true)) {
-          SYS_LOG(kLogWarning, "events of the trace are dropped: the bus is too slow");
-        }
-        return;
-      }
-      is_dropping_ = is_dropping_ && waiting_bytes_ > 0;
-      waiting_bytes_ += text.size();
-      waiting_.push_back(std::move(text));
-      if (waiting_.size() > 1) {
-        return;  // the thread is about to take them
-      }
+  void Publish(const std::string& text) {
+    NatsLink& link = connection_->link();
+    if (!link.IsConnected()) {
+      return;
     }
-    changed_.notify_one();
+    const std::size_t unwritten = link.Unwritten();
+    if (unwritten + text.size() > kMostUnwritten_bytes) {
+      if (!std::exchange(is_dropping_, true)) {
+        SYS_LOG(kLogWarning, "events of the trace are dropped: the bus is too slow");
+      }
+      return;
+    }
+    is_dropping_ = is_dropping_ && unwritten > 0;
+    link.PublishSoon(subject_, text);
   }
 
  private:
-  void Run() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    while (true) {
-      changed_.wait(lock, [this] { return is_ending_ || !waiting_.empty(); });
-      if (waiting_.empty()) {
-        break;
-      }
-      changed_.wait_for(lock, kCollecting, [this] { return is_ending_; });
-      const std::vector<std::string> taken = std::exchange(waiting_, {});
-      lock.unlock();
-      std::for_each(taken.begin(), taken.end(), [this](const auto& text) { Publish(text); });
-      lock.lock();
-    }
-    if (link_->IsConnected()) {
-      natsConnection_FlushTimeout(link_->get(), kLastFlush_ms);
-    }
-  }
-
-  void Publish(const std::string& text) {
-    if (link_->IsConnected()) {
-      natsConnection_Publish(link_->get(), subject_.c_str(), text.data(),
-                             static_cast<int>(text.size()));
-    }
-    const std::lock_guard<std::mutex> lock(mutex_);
-    waiting_bytes_ -= text.size();
-  }
-
-  const std::shared_ptr<NatsLink> link_;
+  const std::shared_ptr<BusConnection> connection_;
   const std::string subject_;
-  std::mutex mutex_;  // guards the next five
-  std::condition_variable changed_;
-  std::vector<std::string> waiting_;
-  std::size_t waiting_bytes_ = 0;  // also of those that are being published
   bool is_dropping_ = false;
-  bool is_ending_ = false;
-  std::thread thread_;  // the last: it uses all of the above
 };
 
 /// Cut to what is told; a text not within a character.
@@ -164,13 +118,13 @@ void Trace::Tell(const char* event, Json::Value members) const {
   Tell(event, std::move(members), TraceClock_us());
 }
 
-Trace::Sink BusTraceSink(const std::string& client_name) {
-  auto link = NatsLink::Connect(BusAddress(), client_name);
-  if (!link) {
+Trace::Sink BusTraceSink(SocketService* service, const std::string& client_name) {
+  auto connection = BusConnection::Of(service, BusAddress(), client_name);
+  if (!connection) {
     return [](const std::string&) {};
   }
-  const auto publisher = std::make_shared<BusPublisher>(std::move(link));
-  return [publisher](std::string text) { publisher->Add(std::move(text)); };
+  const auto publisher = std::make_shared<BusPublisher>(std::move(connection));
+  return [publisher](const std::string& text) { publisher->Publish(text); };
 }
 
 }  // namespace tarvex

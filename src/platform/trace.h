@@ -13,6 +13,8 @@
 
 namespace tarvex {
 
+class SocketService;
+
 /// The bus topic of the events.
 constexpr char kTraceTopic[] = "TRACE_MESSAGES";
 
@@ -54,11 +56,12 @@ class Trace {
   const Sink sink_;
 };
 
-/// A sink that publishes on the bus from a thread of its own, some 10 ms later, and never waits.
-/// What the bus does not take, because it is away or slow, is dropped. The end of the last copy of
-/// the sink waits for what was told before, up to two seconds where the bus is slow.
-/// @param client_name how its connection calls itself.
+/// A sink that publishes on the process's connection to the bus, and never waits. What the bus
+/// does not take, because it is away or slow, is dropped. The end of the last copy of the sink
+/// waits for what was told before, half a second at the most.
+/// @param service     on whose thread the sink is used; outlives it.
+/// @param client_name as BusConnection's.
 /// @return after an error in the log a sink that drops all, when there can be no connection.
-Trace::Sink BusTraceSink(const std::string& client_name);
+Trace::Sink BusTraceSink(SocketService* service, const std::string& client_name);
 
 }  // namespace tarvex

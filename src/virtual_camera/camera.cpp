@@ -47,7 +47,7 @@ Camera::Camera(const CameraOptions& options, std::function<void()> on_ready)
       serial_lines_(event_service_.context()),
       trace_(options.trace ? std::make_unique<const tarvex::Trace>(
                                  "virtual_camera", options.device.serial_number,
-                                 tarvex::BusTraceSink("virtual_camera trace"))
+                                 tarvex::BusTraceSink(&event_service_, "virtual_camera"))
                            : nullptr),
       device_(options.device, {timeline_, claim_, key_values_, serial_lines_, trace_.get()}),
       control_(device_, modes_, [this] { return ConnectionState(); }),

@@ -14,7 +14,7 @@
 #include "json_text.h"
 #include "platform/asio_event_service.h"
 #include "platform/json_member.h"
-#include "platform/kv_watch.h"
+#include "platform/kv_bucket.h"
 #include "platform/trace.h"
 #include "virtual_camera/ctl/desk_server.h"
 

@@ -14,8 +14,7 @@ constexpr std::chrono::seconds kConnect{3};
 }  // namespace
 
 std::string NameOf(const DeskServer& server) {
-  const tarvex::SocketAddress address = tarvex::EffectiveAddress(server.address());
-  return std::string(server.what) + " at " + address.host() + ":" + std::to_string(address.port());
+  return std::string(server.what) + " at " + tarvex::EffectiveServersText(server.address());
 }
 
 std::shared_ptr<tarvex::NatsLink> Connected(const DeskServer& server) {

@@ -26,19 +26,19 @@ BusServer::BusServer(tarvex::AsioEventService& event_service, std::function<void
   const auto announce = [&event_service, on_state](bool connected) {
     event_service.PostTask([on_state, connected] { on_state(connected); });
   };
-  link_ =
-      tarvex::NatsLink::Connect(tarvex::BusAddress(), "virtual_camera", announce, &event_service);
-  if (!link_) {
+  connection_ =
+      tarvex::BusConnection::Of(&event_service, tarvex::BusAddress(), "virtual_camera", announce);
+  if (!connection_) {
     throw std::runtime_error("there can be no connection to the bus");
   }
-  if (link_->IsConnected()) {
+  if (IsConnected()) {
     announce(true);
   }
 }
 
 BusServer::~BusServer() {
-  for (auto& [name, subscription] : routes_) {
-    link_->Retire(subscription.release());
+  for (const auto& [name, subscription] : routes_) {
+    connection_->Unsubscribe(subscription);
   }
 }
 
@@ -55,8 +55,8 @@ void BusServer::Listen(const std::string& topic, Handler handler) {
 void BusServer::Subscribe(const std::string& name, bool is_queue, Handler handler) {
   StopServing(name);
   natsStatus status = NATS_OK;
-  auto subscription = link_->Subscribe(
-      tarvex::BusSubject(name), is_queue ? name : "",
+  const unsigned subscription = connection_->Subscribe(
+      name, is_queue ? name : "",
       [this, is_queue, shared = std::make_shared<Handler>(std::move(handler))](natsMsg* message) {
         Accept(message, is_queue, shared);
       },
@@ -65,13 +65,13 @@ void BusServer::Subscribe(const std::string& name, bool is_queue, Handler handle
     SYS_LOG(kLogError, "\"%s\" cannot be heard: %s", name.c_str(), natsStatus_GetText(status));
     return;
   }
-  routes_[name] = std::move(subscription);
+  routes_[name] = subscription;
 }
 
 void BusServer::StopServing(const std::string& queue) {
   const auto found = routes_.find(queue);
   if (found != routes_.end()) {
-    link_->Retire(found->second.release());
+    connection_->Unsubscribe(found->second);
     routes_.erase(found);
   }
 }
@@ -79,8 +79,8 @@ void BusServer::StopServing(const std::string& queue) {
 BusServer::Asked BusServer::Ask(const std::string& topic, const std::string& question,
                                 int64_t timeout_ms) {
   const natsStatus status =
-      link_->Request(tarvex::BusSubject(topic), question.data(), static_cast<int>(question.size()),
-                     timeout_ms, [](natsMsg*) {});
+      connection_->link().Request(tarvex::BusSubject(topic), question.data(),
+                                  static_cast<int>(question.size()), timeout_ms, [](natsMsg*) {});
   switch (status) {
     case NATS_OK:
       return Asked::kAnswered;
@@ -93,10 +93,10 @@ BusServer::Asked BusServer::Ask(const std::string& topic, const std::string& que
   }
 }
 
-bool BusServer::Flush() { return link_->Flush(kFlush_ms) == NATS_OK; }
+bool BusServer::Flush() { return connection_->link().Flush(kFlush_ms) == NATS_OK; }
 
 bool BusServer::Announce(const std::string& topic, const std::string& body) {
-  return IsConnected() && link_->Publish(tarvex::BusSubject(topic), body) == NATS_OK;
+  return IsConnected() && connection_->link().Publish(tarvex::BusSubject(topic), body) == NATS_OK;
 }
 
 void BusServer::Accept(natsMsg* message, bool is_queue,
@@ -114,9 +114,9 @@ void BusServer::Accept(natsMsg* message, bool is_queue,
   std::string request = length > 0 ? std::string(data, length) : std::string();
   Reply reply;
   if (reply_to != nullptr) {
-    reply = [link = std::weak_ptr(link_), subject = std::string(reply_to)](const auto& answer) {
-      if (const auto connected = link.lock()) {
-        connected->Publish(subject, answer);
+    reply = [to = std::weak_ptr(connection_), subject = std::string(reply_to)](const auto& answer) {
+      if (const auto connection = to.lock()) {
+        connection->link().Publish(subject, answer);
       }
     };
   }

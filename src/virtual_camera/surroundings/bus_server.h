@@ -10,8 +10,7 @@
 #include <nats/nats.h>
 
 #include "platform/asio_event_service.h"
-#include "platform/nats_handle.h"
-#include "platform/nats_link.h"
+#include "platform/bus_connection.h"
 #include "virtual_camera/surroundings/announcer.h"
 
 namespace virtual_camera {
@@ -57,7 +56,7 @@ class BusServer : public Announcer {
 
   bool Announce(const std::string& topic, const std::string& body) override;
 
-  bool IsConnected() const { return link_ && link_->IsConnected(); }
+  bool IsConnected() const { return connection_ && connection_->link().IsConnected(); }
 
   /// Requests that were dropped because too many waited for the camera's thread.
   int64_t dropped() const;
@@ -69,8 +68,8 @@ class BusServer : public Announcer {
 
   tarvex::AsioEventService& event_service_;
   const std::shared_ptr<Mailbox> mailbox_;
-  std::map<std::string, tarvex::NatsSubscription> routes_;  // by queue or topic
-  std::shared_ptr<tarvex::NatsLink> link_;
+  std::map<std::string, unsigned> routes_;  // subscriptions by queue or topic
+  std::shared_ptr<tarvex::BusConnection> connection_;
 };
 
 }  // namespace virtual_camera

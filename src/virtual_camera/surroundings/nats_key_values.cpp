@@ -3,6 +3,7 @@
 #include <chrono>
 #include <utility>
 
+#include "platform/kv_bucket.h"
 #include "platform/log.h"
 #include "platform/nats_handle.h"
 
@@ -10,25 +11,9 @@ namespace virtual_camera {
 
 namespace {
 
-constexpr int64_t kStoreAnswer_ms = 1000;
 constexpr std::chrono::milliseconds kRetry{300};
 
 using KvEntry = tarvex::NatsHandle<kvEntry, kvEntry_Destroy>;
-
-// The bucket of a database, created where the server has none.
-tarvex::NatsStore Open(jsCtx* context, const std::string& database) {
-  const std::string bucket = tarvex::KvBucket(database);
-  kvStore* store = nullptr;
-  natsStatus status = js_KeyValue(&store, context, bucket.c_str());
-  if (status == NATS_NOT_FOUND) {
-    kvConfig config;
-    kvConfig_Init(&config);
-    config.Bucket = bucket.c_str();
-    config.History = 1;
-    status = js_CreateKeyValue(&store, context, &config);
-  }
-  return tarvex::NatsStore(status == NATS_OK ? store : nullptr);
-}
 
 std::string TextOf(kvEntry* entry) {
   const void* value = kvEntry_Value(entry);
@@ -57,11 +42,13 @@ void NatsKeyValues::Begin(const std::vector<KeyValue>& values,
                           std::function<void(const std::string&, const std::string&)> on_adopted) {
   values_ = values;
   on_adopted_ = std::move(on_adopted);
-  link_ = tarvex::NatsLink::Connect(tarvex::KvAddress(), "virtual_camera", [this](bool connected) {
+  const auto on_state = [this](bool connected) {
     const std::lock_guard<std::mutex> lock(mutex_);
     is_due_ = is_due_ || connected;
     wake_.notify_all();
-  });
+  };
+  link_ =
+      tarvex::NatsLink::Connect(tarvex::KvAddress(), "virtual_camera", {on_state, nullptr, true});
   if (!link_) {
     SYS_LOG(kLogError, "there can be no key-value databases");
     return;
@@ -121,16 +108,14 @@ bool NatsKeyValues::SyncAll(const std::vector<KeyValue>& values) {
 }
 
 bool NatsKeyValues::SyncOne(natsConnection* connection, const KeyValue& wanted) {
-  jsOptions options;
-  jsOptions_Init(&options);
-  options.Wait = kStoreAnswer_ms;
-  jsCtx* raw_context = nullptr;
-  if (natsConnection_JetStream(&raw_context, connection, &options) != NATS_OK) {
+  natsStatus opened = NATS_OK;
+  const tarvex::NatsJetStream context = tarvex::OpenJetStream(connection, &opened);
+  if (opened != NATS_OK) {
     return false;
   }
-  const tarvex::NatsJetStream context(raw_context);
-  const tarvex::NatsStore store = Open(context.get(), wanted.database);
-  if (!store) {
+  const tarvex::NatsStore store =
+      tarvex::OpenBucket(context.get(), tarvex::KvBucket(wanted.database), &opened);
+  if (opened != NATS_OK) {
     return false;
   }
   kvEntry* raw_entry = nullptr;

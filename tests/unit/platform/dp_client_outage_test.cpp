@@ -168,13 +168,14 @@ class FailedResubscription : public BusOutage {
   FailedResubscription() {
     const auto connect = [this] {
       auto link = tarvex::NatsLink::Connect(tarvex::SocketAddress("127.0.0.1", server_.port()),
-                                            "adapter", {}, sockets_);
+                                            "adapter", {{}, sockets_, false});
       if (++connections_ == 2) {
         prefix_.emplace("TARVEX_SUBJECT_PREFIX", "not a prefix");
       }
       return link;
     };
-    client_ = boost::make_shared<tarvex::NatsDpClient>(service_, connect, connect());
+    client_ = boost::make_shared<tarvex::NatsDpClient>(
+        service_, std::make_shared<tarvex::BusConnection>(connect, connect()));
     client_->SignalDpMessage.connect(&listener_, &Listener::OnDpMessage);
     client_->ListenMessage("topic", 0);
     device_.Serve("silent", [this](const std::string&) {

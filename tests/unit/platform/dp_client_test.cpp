@@ -262,6 +262,15 @@ TEST(BusClient, IsNotMadeForAMalformedAddress) {
             nullptr);
 }
 
+TEST_P(BusRequest, SharesItsConnectionWhereTheEventServiceReadsIt) {
+  device_.Serve("queue", [](const std::string&) { return "answer"; });
+  EXPECT_EQ(Request("queue", "text"), 1);
+  const std::string connection = device_.last_requester();
+  const auto first = std::exchange(client_, NewClient());
+  EXPECT_EQ(Request("queue", "text"), 1);
+  EXPECT_EQ(device_.last_requester() == connection, GetParam() == Threads::kOfTheEventService);
+}
+
 INSTANTIATE_FOR_THREADS(BusRequest);
 INSTANTIATE_FOR_THREADS(BusTopic);
 INSTANTIATE_FOR_THREADS(FloodedBusTopic);

@@ -6,6 +6,7 @@
 
 #include "kv_fixture.h"
 #include "platform/database_states.h"
+#include "platform/kv_watch.h"
 #include "scoped_environment.h"
 
 namespace {
@@ -121,6 +122,23 @@ TEST_F(KvdbClientTest, IsAmongTheDatabasesOfItsProcessWhileItLives) {
   EXPECT_TRUE(WaitUntil([] {
     return tarvex::DatabaseStates() == std::map<std::string, bool>{{"skvdb", false}};
   }));
+}
+
+TEST_F(KvdbClientTest, SharesConnectionAndCopiesWithTheOthersOfItsProcess) {
+  const auto watch = tarvex::KvWatch::Of(Address());
+  EXPECT_EQ(tarvex::KvWatch::Of(Address()), watch);
+  const auto copy = watch->Follow("skvdb");
+  EXPECT_EQ(watch->Follow("skvdb"), copy);
+  EXPECT_NE(watch->Follow("usr_data_kvdb"), copy);
+}
+
+TEST_F(KvdbClientTest, ReadsADatabaseThatAnotherHasEndedWith) {
+  Put("dev_name", "gate 3");
+  const auto other = NewClient("usr_data_kvdb");  // keeps the connection up
+  NewClient().reset();
+  EXPECT_EQ(Get(*NewClient(), "dev_name"), "gate 3");
+  Put("dev_name", "gate 4");
+  EXPECT_TRUE(Becomes(*NewClient(), "dev_name", "gate 4"));
 }
 
 TEST_F(KvdbClientTest, IsNotMadeForANameThatNoDatabaseCanHave) {

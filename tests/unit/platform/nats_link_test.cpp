@@ -1,5 +1,6 @@
 #include "platform/nats_link.h"
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -143,6 +144,22 @@ TEST_F(NatsLinkTest, AnnouncesNothingAfterItsEnd) {
 TEST_F(NatsLinkTest, GoesWhereTheEnvironmentSends) {
   const ScopedEnvironment bus("TARVEX_BUS_ADDRESS", server_.address());
   const auto link = NatsLink::Connect(SocketAddress("127.0.0.1", 6101), "client");
+  EXPECT_TRUE(link->IsConnected());
+}
+
+TEST_F(NatsLinkTest, GoesToAnotherServerOfSeveralWhenItsOwnIsGone) {
+  NatsServer other;
+  const ScopedEnvironment bus("TARVEX_BUS_ADDRESS", server_.address() + "," + other.address());
+  const auto link = NatsLink::Connect(tarvex::BusAddress(), "client", [this](bool connected) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    states_.push_back(connected);
+  });
+  ASSERT_TRUE(link->IsConnected());
+  std::array<char, 64> url{};
+  natsConnection_GetConnectedUrl(link->get(), url.data(), url.size());
+  const bool is_at_other = std::string(url.data()).find(other.address()) != std::string::npos;
+  (is_at_other ? other : server_).Kill();
+  EXPECT_TRUE(Comes({false, true}));
   EXPECT_TRUE(link->IsConnected());
 }
 

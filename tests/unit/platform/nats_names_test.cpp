@@ -14,8 +14,7 @@ using tarvex::SocketAddress;
 using testing::HasSubstr;
 
 std::string Effective(const std::string& host, int port) {
-  const SocketAddress address = tarvex::EffectiveAddress(SocketAddress(host, port));
-  return address.host() + ":" + std::to_string(address.port());
+  return tarvex::EffectiveServersText(SocketAddress(host, port));
 }
 
 TEST(ServerAddress, IsTheGivenOneWithoutTheVariables) {
@@ -32,16 +31,22 @@ TEST(ServerAddress, OfTheBusIsRedirectedByItsVariable) {
 
 TEST(ServerAddress, OfTheDatabasesIsRedirectedByItsVariable) {
   const ScopedEnvironment kv("TARVEX_KV_ADDRESS", "[::1]:65535");
-  EXPECT_EQ(Effective("127.0.0.1", 6102), "::1:65535");
+  EXPECT_EQ(Effective("127.0.0.1", 6102), "[::1]:65535");
   EXPECT_EQ(Effective("127.0.0.1", 6101), "127.0.0.1:6101");
 }
 
+TEST(ServerAddress, CanBeThoseOfACluster) {
+  const ScopedEnvironment bus("TARVEX_BUS_ADDRESS", "one:1,[::2]:2,three:3");
+  EXPECT_EQ(Effective("127.0.0.1", 6101), "one:1,[::2]:2,three:3");
+}
+
 TEST(ServerAddress, IsNoneWithOneErrorWhereTheVariableIsMalformed) {
-  for (const char* text : {"nowhere", ":4222", "host:", "host:x", "host:1x", "host:0", "host:65536",
-                           "host:-1", "::1:5", "a b:1", "user@host:1"}) {
+  for (const char* text :
+       {"nowhere", ":4222", "host:", "host:x", "host:1x", "host:0", "host:65536", "host:-1",
+        "::1:5", "a b:1", "user@host:1", ",", "a:1,", "a:1,,b:2", "a:1,b"}) {
     const ScopedEnvironment bus("TARVEX_BUS_ADDRESS", text);
     testing::internal::CaptureStderr();
-    EXPECT_EQ(Effective("127.0.0.1", 6101), ":0") << text;
+    EXPECT_EQ(Effective("127.0.0.1", 6101), "") << text;
     const std::string log = testing::internal::GetCapturedStderr();
     EXPECT_THAT(log, HasSubstr(std::string("TARVEX_BUS_ADDRESS is not \"host:port\": ") + text));
     EXPECT_EQ(log.find('\n'), log.size() - 1);

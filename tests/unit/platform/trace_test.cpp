@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "json_text.h"
+#include "manual_event_service.h"
 #include "platform/nats_handle.h"
 #include "platform/nats_link.h"
 #include "scoped_environment.h"
@@ -88,15 +89,17 @@ class BusTraceSinkTest : public testing::Test {
   NatsServer server_;
   ScopedEnvironment address_{"TARVEX_BUS_ADDRESS", server_.address()};
   ScopedEnvironment prefix_{"TARVEX_SUBJECT_PREFIX", "desk"};
+  ManualSocketService service_;
   NatsSubscription subscription_;
   std::shared_ptr<NatsLink> listener_ = NatsLink::Connect({"127.0.0.1", server_.port()}, "l");
 };
 
 TEST_F(BusTraceSinkTest, PublishesInOrderBelowThePrefix) {
   Listen();
-  const Trace::Sink sink = BusTraceSink("t");
+  const Trace::Sink sink = BusTraceSink(&service_, "t");
   sink("one");
   sink("two");
+  service_.Deliver();
   EXPECT_EQ(Heard(), "one");
   EXPECT_EQ(Heard(), "two");
 }
@@ -104,7 +107,7 @@ TEST_F(BusTraceSinkTest, PublishesInOrderBelowThePrefix) {
 TEST_F(BusTraceSinkTest, SendsAtItsEndWhatWasToldBefore) {
   Listen();
   {
-    const Trace::Sink sink = BusTraceSink("t");
+    const Trace::Sink sink = BusTraceSink(&service_, "t");
     for (int i = 0; i < 200; ++i) {
       sink(std::to_string(i));
     }
@@ -115,7 +118,7 @@ TEST_F(BusTraceSinkTest, SendsAtItsEndWhatWasToldBefore) {
 }
 
 TEST_F(BusTraceSinkTest, NeverWaitsForABusThatDoesNotRead) {
-  const Trace::Sink sink = BusTraceSink("t");
+  const Trace::Sink sink = BusTraceSink(&service_, "t");
   server_.Freeze();
   const std::string text(std::size_t{1} << 18U, 'x');
   const auto time_of = [](const std::function<void()>& action) {
@@ -139,7 +142,7 @@ TEST_F(BusTraceSinkTest, NeverWaitsForABusThatDoesNotRead) {
 }
 
 TEST_F(BusTraceSinkTest, GoesOnWhenTheBusIsBack) {
-  const Trace::Sink sink = BusTraceSink("t");
+  const Trace::Sink sink = BusTraceSink(&service_, "t");
   server_.Kill();
   ASSERT_TRUE(WaitUntil([this] { return !listener_->IsConnected(); }));
   sink("lost");
@@ -148,6 +151,7 @@ TEST_F(BusTraceSinkTest, GoesOnWhenTheBusIsBack) {
   Listen();
   EXPECT_TRUE(WaitUntil([&] {
     sink("text");
+    service_.Deliver();
     natsMsg* received = nullptr;
     natsSubscription_NextMsg(&received, subscription_.get(), 20);
     const NatsMessage message(received);
@@ -157,7 +161,8 @@ TEST_F(BusTraceSinkTest, GoesOnWhenTheBusIsBack) {
 
 TEST(BusTraceSinkWithoutABus, DropsAllWhereThereCanBeNoConnection) {
   const ScopedEnvironment address("TARVEX_BUS_ADDRESS", "nonsense");
-  const Trace::Sink sink = BusTraceSink("t");
+  ManualSocketService service;
+  const Trace::Sink sink = BusTraceSink(&service, "t");
   sink("text");
 }
 
