@@ -95,7 +95,8 @@ Json::Value Listed(const Passport& passport) {
 
 Console::Console(boost::asio::io_context& context, const ConsoleOptions& options)
     : options_(options),
-      desk_({options.broker.host + ":" + std::to_string(options.broker.port), tarvex::EffectiveServersText(tarvex::BusAddress())}),
+      desk_({options.broker.host + ":" + std::to_string(options.broker.port),
+             tarvex::EffectiveServersText(tarvex::BusAddress())}),
       contract_(ReadFile(options.contract_file)),
       metrics_(RequestNames(contract_)),
       book_([this](const Passport& passport, const char* step) { OnStep(passport, step); }),
