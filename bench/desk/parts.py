@@ -48,6 +48,10 @@ class Program:
     def output(self):
         return self._log.read_text(errors="replace")
 
+    def kill(self):
+        self._process.kill()
+        self._process.wait()
+
     def end(self):
         """SIGTERM, and SIGKILL to one that does not hear it."""
         if self._process.poll() is None:

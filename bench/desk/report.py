@@ -160,11 +160,11 @@ def machine():
         ["Load before the run", f"{os.getloadavg()[0]:.1f}"]])
 
 
-def write(name, text):
-    """Puts a text between its markers in docs/performance.md."""
-    document = DOCUMENT.read_text(encoding="utf-8")
+def write(name, text, file=DOCUMENT):
+    """Puts a text between its markers in a document, docs/performance.md by default."""
+    document = file.read_text(encoding="utf-8")
     marked = re.compile(rf"(<!-- bench:begin {name} -->\n).*?(<!-- bench:end {name} -->)", re.DOTALL)
     if not marked.search(document):
-        raise RuntimeError(f"{DOCUMENT.name} has no place for {name}")
-    DOCUMENT.write_text(marked.sub(lambda found: f"{found[1]}\n{text}\n\n{found[2]}", document),
+        raise RuntimeError(f"{file.name} has no place for {name}")
+    file.write_text(marked.sub(lambda found: f"{found[1]}\n{text}\n\n{found[2]}", document),
                         encoding="utf-8")

@@ -1,0 +1,63 @@
+"""Pairs of a virtual camera and its agent, each with a serial number and a bus prefix of its own."""
+import concurrent.futures
+import os
+
+from parts import BUILD, Program
+from process_figures import Cost
+
+AT_A_TIME = 8
+
+
+class Cameras:
+    def __init__(self, servers, first, count, cars_per_minute):
+        """@param first number of the first one: fleets that share servers have others."""
+        self._servers = servers
+        self._cars_per_minute = cars_per_minute
+        self.serial_numbers = [f"FLEET{number:05}" for number in range(first, first + count)]
+        self._cameras = []
+        self._agents = []
+        self._directory = servers.directory / f"cameras{first}"
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.end()
+
+    def start(self, tell):
+        """@param tell called with the number of pairs that have been started, every now and then."""
+        with concurrent.futures.ThreadPoolExecutor(AT_A_TIME) as starter:
+            pairs = [starter.submit(self._start_pair, serial_number)
+                     for serial_number in self.serial_numbers]
+            for started, _ in enumerate(concurrent.futures.as_completed(pairs), 1):
+                if started % 25 == 0:
+                    tell(started)
+        for pair in pairs:
+            pair.result()
+
+    def _start_pair(self, serial_number):
+        directory = self._directory / serial_number
+        directory.mkdir(parents=True)
+        environment = {**os.environ, "TARVEX_SERIAL_NUMBER": serial_number,
+                       "TARVEX_SUBJECT_PREFIX": serial_number, "TARVEX_LOG_LEVEL": "4",
+                       "TARVEX_BUS_ADDRESS": self._servers.bus,
+                       "TARVEX_KV_ADDRESS": self._servers.databases}
+        self._cameras.append(Program(
+            [str(BUILD / "bin/virtual_camera"), "--trace", "--data", str(directory / "camera"),
+             "--cars-per-minute", str(self._cars_per_minute), "--keep-results", "1000"],
+            directory / "camera.log", environment, lambda output: "virtual_camera ready" in output))
+        self._agents.append(Program(
+            [str(BUILD / "bin/cloud_agent"), "--plugin", str(BUILD / "lib/libmqttadapter.so"),
+             "--trace", "--auto-push", "--broker", self._servers.broker, "--picture-dir",
+             str(directory / "pictures"), "--keep-pictures", "20"],
+            directory / "agent.log", environment, lambda _output: True))
+
+    def costs(self):
+        return {"agent": [Cost(agent.pid) for agent in self._agents],
+                "camera": [Cost(camera.pid) for camera in self._cameras]}
+
+    def end(self):
+        """All at once: each takes its time to say that it goes."""
+        with concurrent.futures.ThreadPoolExecutor(AT_A_TIME) as ender:
+            for programs in (self._agents, self._cameras):
+                list(ender.map(lambda program: program.end(), programs))

@@ -1,0 +1,183 @@
+"""Sees a fleet from both sides: what the programs tell of their messages on the bus, and what comes
+at the broker."""
+import json
+import threading
+import time
+
+import paho.mqtt.client as paho
+from adapter import Bus
+
+REQUEST = "get_io_out_status"
+REQUEST_BODY = {"gpio": 1}
+
+
+def percentiles(values):
+    """In milliseconds, of microseconds."""
+    ordered = sorted(values)
+
+    def at(share):
+        return round(ordered[min(len(ordered) - 1, int(share * len(ordered)))] / 1000, 2)
+    return {"count": len(ordered), "p50": at(0.5), "p99": at(0.99), "most": at(1)} if ordered else {
+        "count": 0}
+
+
+class Observer:
+    def __init__(self, servers):
+        self._lock = threading.Lock()
+        self._online = {}           # by serial number, as the retained status says
+        self._recognised_us = {}    # by serial number and plate id, as all that follow
+        self._acknowledged_us = {}
+        self._arrived = {}          # how often
+        self._links_up_us = {}      # by serial number, the latest
+        self._asked = {}            # request id: when
+        self._answered_us = []
+        self._refused = 0
+        self._counted_from_us = 0
+        self._bus = Bus(servers.bus.split(",", maxsplit=1)[0])
+        self._bus.subscribe("*.TRACE_MESSAGES", self._on_trace)
+        self._bus.flush()
+        self._bus_thread = threading.Thread(target=self._read_bus, daemon=True)
+        self._broker = self._connected(servers)
+
+    def _connected(self, servers):
+        client = paho.Client("fleet-observer")
+        client.max_inflight_messages_set(1000)
+        client.reconnect_delay_set(1, 1)
+
+        def subscribe(*_):
+            client.subscribe([("cameras/+/status", 1), ("cameras/+/message/#", 1),
+                              ("cameras/+/response/#", 1)])
+        client.on_connect = subscribe
+        client.on_message = self._on_message
+        host, port = servers.broker.split(",", maxsplit=1)[0].rsplit(":", 1)
+        client.connect(host, int(port))
+        return client
+
+    def __enter__(self):
+        self._bus_thread.start()
+        self._broker.loop_start()
+        return self
+
+    def __exit__(self, *_):
+        self._broker.loop_stop()
+        self._broker.disconnect()
+
+    def _read_bus(self):
+        try:
+            while True:
+                self._bus.read()
+        except (OSError, ConnectionError):
+            pass  # the servers have ended
+
+    def _on_trace(self, _subject, body):
+        event = json.loads(body)
+        kind, camera = event["event"], event["sn"]
+        with self._lock:
+            if kind == "stored":
+                self._recognised_us[camera, event["plate_id"]] = event["at_us"]
+            elif kind == "acknowledged" and "plate_id" in event and event["answer"] == "taken":
+                self._acknowledged_us.setdefault((camera, event["plate_id"]), event["at_us"])
+            elif kind == "link" and event["up"]:
+                self._links_up_us[camera] = event["at_us"]
+
+    def _on_message(self, _client, _data, message):
+        now = time.monotonic()
+        _, camera, kind, *name = message.topic.split("/")
+        body = json.loads(message.payload)
+        with self._lock:
+            if kind == "status":
+                self._online[camera] = body["online"]
+            elif kind == "response":
+                asked = self._asked.pop(body["id"], None)
+                if asked is not None:
+                    self._answered_us.append((now - asked) * 1e6)
+                    self._refused += not body["result"]
+            elif name == ["ivs_result"]:
+                plate = body["payload"]["AlarmInfoPlate"]["result"]["PlateResult"]["plateid"]
+                self._arrived[camera, plate] = self._arrived.get((camera, plate), 0) + 1
+
+    def ask(self, camera):
+        """Makes a request of the cloud."""
+        with self._lock:
+            number = f"fleet-{len(self._asked)}-{time.monotonic_ns()}"
+            self._asked[number] = time.monotonic()
+        self._broker.publish(f"cameras/{camera}/request/{REQUEST}", json.dumps(
+            {"id": number, "version": "1.0", "payload": {"type": REQUEST, "body": REQUEST_BODY}}),
+            qos=1)
+
+    def online(self):
+        with self._lock:
+            return sum(self._online.values())
+
+    def await_online(self, cameras, seconds):
+        def are_online():
+            with self._lock:
+                return all(self._online.get(camera) for camera in cameras)
+        self._await(are_online, f"{len(cameras)} cameras online", seconds)
+
+    def await_links(self, since_us, count, seconds):
+        """Waits until so many agents have connected since then."""
+        def are_up():
+            with self._lock:
+                return sum(at > since_us for at in self._links_up_us.values()) >= count
+        self._await(are_up, f"{count} agents connected again", seconds)
+
+    @staticmethod
+    def _await(condition, what, seconds):
+        deadline = time.monotonic() + seconds
+        while not condition():
+            if time.monotonic() > deadline:
+                raise RuntimeError(f"not within {seconds} s: {what}")
+            time.sleep(0.05)
+
+    def begin(self):
+        """From here on results count."""
+        self._counted_from_us = time.time_ns() // 1000
+
+    def _counted(self, until_us):
+        return {key: at for key, at in self._recognised_us.items()
+                if self._counted_from_us <= at < until_us}
+
+    def progress(self):
+        with self._lock:
+            counted = self._counted(time.time_ns() // 1000)
+            acknowledged = sum(key in self._acknowledged_us for key in counted)
+            answered = len(self._answered_us)
+        return (f"{self.online()} online, {len(counted)} results, {acknowledged} acknowledged, "
+                f"{answered} requests answered")
+
+    def await_all(self, seconds):
+        """Waits for the results that were recognised until now, so long at the most.
+        @return what has become of them."""
+        until_us = time.time_ns() // 1000
+        deadline = time.monotonic() + seconds
+
+        def missing():
+            with self._lock:
+                return [key for key in self._counted(until_us)
+                        if key not in self._arrived or key not in self._acknowledged_us]
+        while missing() and time.monotonic() < deadline:
+            time.sleep(0.1)
+        with self._lock:
+            counted = self._counted(until_us)
+            return {"results": len(counted),
+                    "acknowledged": sum(key in self._acknowledged_us for key in counted),
+                    "lost": sum(key not in self._arrived for key in counted),
+                    "arrived_again": sum(self._arrived.get(key, 1) - 1 for key in counted)}
+
+    def times(self):
+        """From recognition to acknowledgement, and of requests, so far."""
+        with self._lock:
+            delivered = [self._acknowledged_us[key] - at
+                         for key, at in self._counted(time.time_ns() // 1000).items()
+                         if key in self._acknowledged_us]
+            return {"recognition_to_acknowledgement_ms": percentiles(delivered),
+                    "requests_ms": percentiles(self._answered_us),
+                    "requests_answered": len(self._answered_us),
+                    "requests_failed": self._refused, "requests_unanswered": len(self._asked)}
+
+    def returns_ms(self, since_us):
+        """When each agent connected since then, in order."""
+        with self._lock:
+            return sorted(round((at - since_us) / 1000, 1)
+                          for at in self._links_up_us.values() if at > since_us)

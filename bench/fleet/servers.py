@@ -1,0 +1,112 @@
+"""The servers that all cameras of a fleet share: bus, databases and broker."""
+import json
+import os
+import pathlib
+import shutil
+import tempfile
+
+from parts import Program, free_port, is_open, wait_until
+from process_figures import Cost
+
+NODES = 3
+
+
+class _Addresses:
+    """Where they are, several of a cluster with commas; and a directory for who uses them."""
+
+    def __init__(self):
+        memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
+        self.directory = pathlib.Path(tempfile.mkdtemp(prefix="fleet-", dir=memory))
+        self.directory.chmod(0o755)  # a broker that root starts reads as another user
+        self.bus = self.databases = self.broker = ""
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.end()
+
+    def end(self):
+        shutil.rmtree(self.directory, ignore_errors=True)
+
+
+class SharedServers(_Addresses):
+    """Those that are there already."""
+
+    def __init__(self, file):
+        """@param file JSON: "bus", "databases" and "broker"."""
+        try:
+            addresses = json.loads(pathlib.Path(file).read_text())
+            found = [addresses[name] for name in ("bus", "databases", "broker")]
+        except (OSError, ValueError, KeyError, TypeError) as error:
+            raise RuntimeError(f"--servers {file}: {error}") from None
+        super().__init__()
+        self.bus, self.databases, self.broker = found
+
+    @staticmethod
+    def costs():
+        return {}
+
+
+class OwnServers(_Addresses):
+    def __init__(self, is_cluster):
+        """@param is_cluster three nats-servers that are all of it, instead of two and mosquitto."""
+        super().__init__()
+        self._programs = {}
+        try:
+            if is_cluster:
+                self._start_cluster()
+            else:
+                self._start_singles()
+        except BaseException:
+            self.end()
+            raise
+
+    def _start_singles(self):
+        bus, databases, broker = free_port(), free_port(), free_port()
+        self.bus, self.databases, self.broker = (
+            f"127.0.0.1:{port}" for port in (bus, databases, broker))
+        self._start("bus", ["nats-server", "-a", "127.0.0.1", "-p", str(bus)], bus)
+        self._start("databases", ["nats-server", "-a", "127.0.0.1", "-p", str(databases), "-js",
+                                  "-sd", str(self.directory / "databases")], databases)
+        settings = self.directory / "mosquitto.conf"
+        settings.write_text(f"listener {broker} 127.0.0.1\nallow_anonymous true\n"
+                            "persistence false\nset_tcp_nodelay true\nmax_queued_messages 0\n"
+                            "max_inflight_messages 1000\n")
+        self._broker = ("broker", ["mosquitto", "-c", str(settings)], broker)
+        self.start_broker()
+
+    def _start_cluster(self):
+        clients, brokers, routes = ([free_port() for _ in range(NODES)] for _ in range(3))
+        self.bus = self.databases = ",".join(f"127.0.0.1:{port}" for port in clients)
+        self.broker = ",".join(f"127.0.0.1:{port}" for port in brokers)
+        route_urls = ", ".join(f'"nats://127.0.0.1:{port}"' for port in routes)
+        for node in range(NODES):
+            settings = self.directory / f"node{node}.conf"
+            settings.write_text(
+                f"server_name: node{node}\nlisten: 127.0.0.1:{clients[node]}\n"
+                f'jetstream {{ store_dir: "{self.directory}/node{node}" }}\n'
+                f"cluster {{ name: desk, listen: 127.0.0.1:{routes[node]}, "
+                f"routes: [{route_urls}] }}\n"
+                f"mqtt {{ listen: 127.0.0.1:{brokers[node]}, stream_replicas: {NODES} }}\n")
+            self._start(f"node{node}", ["nats-server", "-c", str(settings)], clients[node])
+        wait_until(lambda: all(is_open(port) for port in brokers), "the start of the brokers")
+
+    def _start(self, name, command, port):
+        self._programs[name] = Program(command, self.directory / f"{name}.log",
+                                       dict(os.environ), lambda _output: is_open(port))
+
+    def kill_broker(self):
+        """Where it is a server of its own."""
+        self._programs.pop("broker").kill()
+
+    def start_broker(self):
+        self._start(*self._broker)
+
+    def costs(self):
+        return {name: Cost(program.pid) for name, program in self._programs.items()}
+
+    def end(self):
+        for program in self._programs.values():
+            program.end()
+        super().end()
