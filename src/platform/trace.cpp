@@ -9,6 +9,7 @@
 #include "platform/bus_connection.h"
 #include "platform/json_member.h"
 #include "platform/log.h"
+#include "platform/socket_service.h"
 #include "tarvex/base64.h"
 
 namespace tarvex {
