@@ -1,8 +1,10 @@
 #include "cloud_agent/options.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <vector>
 
 #include "cloud_agent/status/status.h"
@@ -14,6 +16,8 @@ namespace {
 
 constexpr int kPlainPort = 1883;
 constexpr int kTlsPort = 8883;
+// Hundreds of cameras that lose their broker together come back a few at a time.
+constexpr int kBackoffMin_ms = 3000;
 
 constexpr char kDescription[] =
     "Connects a camera's adapter plug-in to an MQTT broker.\n\n"
@@ -47,6 +51,7 @@ struct RawOptions {
   std::string broker = "127.0.0.1";
   std::string password_file;
   std::string unheard = "keep";
+  std::optional<int> backoff_min_ms;
   std::vector<std::string> switched_off_duties;
 };
 
@@ -89,14 +94,14 @@ void AddBrokerOptions(CLI::App* app, ProgramOptions* options, RawOptions* raw) {
       ->capture_default_str()
       ->type_name("S")
       ->group(group);
-  app->add_option("--backoff-min-ms", options->link.backoff_min_ms,
-                  "First delay before connecting again")
+  app->add_option("--backoff-min-ms", raw->backoff_min_ms,
+                  "Before connecting again: any time up to this, and to twice as long after each "
+                  "failure (default: 3000, or --backoff-max-ms where that is less)")
       ->check(Between(1, 3600000))
-      ->capture_default_str()
       ->type_name("MS")
       ->group(group);
   app->add_option("--backoff-max-ms", options->link.backoff_max_ms,
-                  "Longest delay before connecting again")
+                  "The longest delay before connecting again")
       ->check(Between(1, 3600000))
       ->capture_default_str()
       ->type_name("MS")
@@ -233,6 +238,8 @@ std::string Finish(const RawOptions& raw, ProgramOptions* options) {
   if (!error.empty()) {
     return "--root: " + error;
   }
+  options->link.backoff_min_ms =
+      raw.backoff_min_ms.value_or(std::min(kBackoffMin_ms, options->link.backoff_max_ms));
   if (options->link.backoff_max_ms < options->link.backoff_min_ms) {
     return "--backoff-max-ms is below --backoff-min-ms";
   }

@@ -12,11 +12,10 @@ Backoff::Backoff(int min_ms, int max_ms, std::function<std::uint32_t(std::uint32
       random_below_(std::move(random_below)) {}
 
 int Backoff::NextDelay_ms() {
-  const int half_ms = step_ms_ / 2;
   const int delay_ms =
-      step_ms_ - static_cast<int>(random_below_(static_cast<std::uint32_t>(half_ms) + 1));
+      step_ms_ - static_cast<int>(random_below_(static_cast<std::uint32_t>(step_ms_)));
   step_ms_ = step_ms_ > max_ms_ / 2 ? max_ms_ : step_ms_ * 2;
-  return std::max(1, delay_ms);
+  return delay_ms;
 }
 
 }  // namespace agent

@@ -6,8 +6,8 @@
 
 namespace agent {
 
-/// Doubles from attempt to attempt up to a limit. Each delay is drawn from the upper
-/// half of its step, so that many cameras do not come back in the same moment.
+/// Doubles from attempt to attempt up to a limit. Each delay is any time up to its step, so that
+/// many cameras, which all lose their broker in one moment, do not come back in one.
 class Backoff {
  public:
   /// @param random_below gives a number from 0 to its argument, excluding it.

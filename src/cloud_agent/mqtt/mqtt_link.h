@@ -31,7 +31,7 @@ class MqttLink : public Link {
  public:
   struct Options {
     BrokerOptions broker;
-    int backoff_min_ms = 500;
+    int backoff_min_ms = 3000;
     int backoff_max_ms = 30000;
   };
 

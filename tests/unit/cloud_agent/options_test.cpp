@@ -131,6 +131,15 @@ TEST_F(Options, RefuseWhatCannotBe) {
   EXPECT_THAT(RefusalOf({"--nonsense"}), HasSubstr("--nonsense"));
 }
 
+TEST_F(Options, KeepTheFirstDelayBelowTheLongest) {
+  EXPECT_EQ(Parse({}), std::nullopt);
+  EXPECT_EQ(options_.link.backoff_min_ms, 3000);
+  EXPECT_EQ(Parse({"--backoff-max-ms", "2000"}), std::nullopt);
+  EXPECT_EQ(options_.link.backoff_min_ms, 2000);
+  EXPECT_EQ(Parse({"--backoff-min-ms", "50", "--backoff-max-ms", "2000"}), std::nullopt);
+  EXPECT_EQ(options_.link.backoff_min_ms, 50);
+}
+
 TEST_F(Options, LetNobodySwitchADutyOff) {
   EXPECT_THAT(RefusalOf({"--no-duty", "one-at-a-time"}), HasSubstr("--no-duty"));
 }

@@ -23,9 +23,14 @@ TEST(Backoff, DoublesUpToItsLimit) {
   EXPECT_EQ(Delays(&backoff, 5), (std::vector<int>{100, 200, 400, 700, 700}));
 }
 
-TEST(Backoff, DrawsFromTheUpperHalfOfEachStep) {
-  Backoff backoff(100, 700, Most);
-  EXPECT_EQ(Delays(&backoff, 4), (std::vector<int>{50, 100, 200, 350}));
+TEST(Backoff, DrawsFromAllOfEachStep) {
+  std::vector<std::uint32_t> asked;
+  Backoff backoff(100, 700, [&asked](std::uint32_t limit) {
+    asked.push_back(limit);
+    return limit - 1;
+  });
+  EXPECT_EQ(Delays(&backoff, 4), (std::vector<int>{1, 1, 1, 1}));
+  EXPECT_EQ(asked, (std::vector<std::uint32_t>{100, 200, 400, 700}));
 }
 
 TEST(Backoff, StartsAgainAfterAReset) {
