@@ -165,6 +165,11 @@ class Observer:
                     "lost": sum(key not in self._arrived for key in counted),
                     "arrived_again": sum(self._arrived.get(key, 1) - 1 for key in counted)}
 
+    def counted(self):
+        """The results that count so far, by serial number and plate id."""
+        with self._lock:
+            return set(self._counted(time.time_ns() // 1000))
+
     def times(self):
         """From recognition to acknowledgement, and of requests, so far."""
         with self._lock:

@@ -1,14 +1,22 @@
 """A small fleet, and what its command says of wrong input."""
+import collections
+import contextlib
 import json
+import os
 import pathlib
+import sqlite3
 import subprocess
 import sys
-import tempfile
 import unittest
+import uuid
 
 import fleet_report
-from parts import ROOT
+from cameras import Cameras
+from observer import Observer
+from parts import ROOT, Program, wait_until
+from servers import OwnServers
 
+CONSUMER = ROOT / "examples/fleet_consumer.py"
 FLEET = pathlib.Path(__file__).resolve().parent / "fleet.py"
 
 
@@ -19,7 +27,7 @@ def fleet(*options, name):
 
 class SmallFleet(unittest.TestCase):
     def run_fleet(self, *options):
-        name = f"test{next(tempfile._get_candidate_names())}"
+        name = f"test-{uuid.uuid4()}"
         file = ROOT / f"build/fleet/{name}.json"
         self.addCleanup(lambda: file.unlink(missing_ok=True))
         done = fleet("--cameras", "8", "--cars-per-minute", "60", *options, name=name)
@@ -45,6 +53,45 @@ class SmallFleet(unittest.TestCase):
         figures, _ = self.run_fleet("--for", "5", "--cluster")
         self.assertEqual((figures["online"], figures["lost"]), (8, 0))
         self.assertEqual(figures["acknowledged"], figures["results"])
+
+
+class Consumer:
+    """One of a group, from the examples."""
+
+    def __init__(self, test, servers, name):
+        self._log = servers.directory / f"consumer-{name}.log"
+        self.program = Program(
+            ["/usr/bin/python3", str(CONSUMER), servers.broker, name, "--database",
+             str(servers.directory / "results.db")], self._log, dict(os.environ),
+            lambda output: "takes its share" in output)
+        test.addCleanup(self.program.end)
+
+
+class Consumers(unittest.TestCase):
+    def test_divide_the_results_and_keep_each_once(self):
+        servers = self.enterContext(OwnServers(False))
+        consumers = [Consumer(self, servers, name) for name in ("one", "two")]
+        observer = self.enterContext(Observer(servers))
+        cameras = self.enterContext(Cameras(servers, 1, 4, 120))
+        cameras.start(lambda _started: None)
+        observer.await_online(cameras.serial_numbers, 60)
+        observer.begin()
+
+        def kept():
+            with contextlib.closing(sqlite3.connect(servers.directory / "results.db")) as database:
+                return database.execute("SELECT sn, plateid, consumer FROM results").fetchall()
+        wait_until(lambda: len(kept()) > 20, "results of both")
+        consumers[0].program.kill()
+        before = len(kept())
+        wait_until(lambda: len(kept()) > before + 10, "results of the one that is left")
+        Consumer(self, servers, "one")  # it gets what it had not taken
+        arrived = observer.await_all(30)
+        self.assertEqual(arrived["lost"], 0)
+        counted = observer.counted()
+        wait_until(lambda: counted <= {row[:2] for row in kept()}, "every result", 30)
+        of_each = collections.Counter(row[2] for row in kept())
+        self.assertEqual(set(of_each), {"one", "two"})
+        self.assertEqual(len({row[:2] for row in kept()}), len(kept()))
 
 
 class WrongInput(unittest.TestCase):
