@@ -7,13 +7,9 @@
 
 #include "cloud_agent/status/status.h"
 #include "cloud_agent/topic_levels.h"
-#include "platform/host_port.h"
 
 namespace agent {
 namespace {
-
-constexpr int kPlainPort = 1883;
-constexpr int kTlsPort = 8883;
 
 constexpr char kDescription[] =
     "Connects a camera's adapter plug-in to an MQTT broker.\n\n"
@@ -43,8 +39,11 @@ const std::map<std::string, bool Duties::*> kDuties = {
     {"unsubscribe-on-loss", &Duties::unsubscribe_on_loss}};
 #endif
 
+constexpr char kDefaultBroker[] = "127.0.0.1";
+
 struct RawOptions {
-  std::string broker = "127.0.0.1";
+  std::vector<std::string> brokers;
+  std::string mqtt_version = "auto";
   std::string password_file;
   std::string unheard = "keep";
   std::vector<std::string> switched_off_duties;
@@ -65,9 +64,19 @@ void AddPluginOptions(CLI::App* app, ProgramOptions* options) {
 void AddBrokerOptions(CLI::App* app, ProgramOptions* options, RawOptions* raw) {
   const char* group = "Broker";
   BrokerOptions& broker = options->link.broker;
-  app->add_option("--broker", raw->broker, "HOST or HOST:PORT; the port is 1883, 8883 with TLS")
+  app->add_option("--broker", raw->brokers,
+                  "HOST[:PORT], mqtt://HOST[:PORT] or mqtts://HOST[:PORT] (with TLS); the port is "
+                  "1883, 8883 with TLS. Several are tried in turn: separated by commas, or the "
+                  "option again")
+      ->default_str(kDefaultBroker)
+      ->delimiter(',')
+      ->allow_extra_args(false)
+      ->type_name("ADDRESS")
+      ->group(group);
+  app->add_option("--mqtt-version", raw->mqtt_version,
+                  "Version of MQTT; auto: 5, and 3.1.1 for a broker that has no 5")
+      ->check(CLI::IsMember({"5", "3.1.1", "auto"}))
       ->capture_default_str()
-      ->type_name("HOST[:PORT]")
       ->group(group);
   app->add_option("--root", options->root, "What every topic begins with")
       ->capture_default_str()
@@ -112,7 +121,8 @@ void AddBrokerOptions(CLI::App* app, ProgramOptions* options, RawOptions* raw) {
 void AddTlsOptions(CLI::App* app, ProgramOptions* options) {
   const char* group = "TLS";
   BrokerOptions& broker = options->link.broker;
-  app->add_flag("--tls", broker.use_tls, "Use TLS; implied by --ca and --cert")->group(group);
+  app->add_flag("--tls", broker.use_tls, "Use TLS; implied by --ca, --cert and mqtts://")
+      ->group(group);
   app->add_option("--ca", broker.ca_file,
                   "Certificates to trust (default: those in /etc/ssl/certs)")
       ->check(Readable())
@@ -224,10 +234,14 @@ std::string ReadPassword(const std::string& file, std::string* password) {
 std::string Finish(const RawOptions& raw, ProgramOptions* options) {
   BrokerOptions& broker = options->link.broker;
   broker.use_tls = broker.use_tls || !broker.ca_file.empty() || !broker.cert_file.empty();
-  broker.port = broker.use_tls ? kTlsPort : kPlainPort;
-  std::string error = tarvex::ParseHostAndPort(raw.broker, &broker.host, &broker.port);
+  const std::vector<std::string> by_default = {kDefaultBroker};
+  std::string error = ReadBrokerAddresses(raw.brokers.empty() ? by_default : raw.brokers,
+                                          &broker.use_tls, &broker.addresses);
   if (!error.empty()) {
     return "--broker: " + error;
+  }
+  if (raw.mqtt_version != "auto") {
+    broker.version = raw.mqtt_version == "5" ? MqttVersion::k5 : MqttVersion::k311;
   }
   error = CheckTopicLevels(options->root);
   if (!error.empty()) {
