@@ -123,16 +123,15 @@ void AddTlsOptions(CLI::App* app, ProgramOptions* options) {
   BrokerOptions& broker = options->link.broker;
   app->add_flag("--tls", broker.use_tls, "Use TLS; implied by --ca, --cert and mqtts://")
       ->group(group);
-  app->add_option("--ca", broker.ca_file,
-                  "Certificates to trust (default: those in /etc/ssl/certs)")
+  app->add_option("--ca", broker.tls.ca, "Certificates to trust (default: those in /etc/ssl/certs)")
       ->check(Readable())
       ->type_name("FILE")
       ->group(group);
-  CLI::Option* cert = app->add_option("--cert", broker.cert_file, "The client's certificate")
+  CLI::Option* cert = app->add_option("--cert", broker.tls.cert, "The client's certificate")
                           ->check(Readable())
                           ->type_name("FILE")
                           ->group(group);
-  CLI::Option* key = app->add_option("--key", broker.key_file, "The key of that certificate")
+  CLI::Option* key = app->add_option("--key", broker.tls.key, "The key of that certificate")
                          ->check(Readable())
                          ->type_name("FILE")
                          ->group(group);
@@ -233,7 +232,7 @@ std::string ReadPassword(const std::string& file, std::string* password) {
 
 std::string Finish(const RawOptions& raw, ProgramOptions* options) {
   BrokerOptions& broker = options->link.broker;
-  broker.use_tls = broker.use_tls || !broker.ca_file.empty() || !broker.cert_file.empty();
+  broker.use_tls = broker.use_tls || !broker.tls.ca.empty() || !broker.tls.cert.empty();
   const std::vector<std::string> by_default = {kDefaultBroker};
   std::string error = ReadBrokerAddresses(raw.brokers.empty() ? by_default : raw.brokers,
                                           &broker.use_tls, &broker.addresses);

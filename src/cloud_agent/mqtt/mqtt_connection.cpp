@@ -19,7 +19,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kQos = 1;
 constexpr int kSessionTakenOver = 0x8E;
-constexpr char kSystemCertificates[] = "/etc/ssl/certs";
 
 class LibraryUse {
  public:
@@ -79,13 +78,9 @@ void MqttConnection::Configure() {
         "user name and password");
   }
   if (options_.use_tls) {
-    const auto or_null = [](const std::string& file) {
-      return file.empty() ? nullptr : file.c_str();
-    };
-    Require(mosquitto_tls_set(client_, or_null(options_.ca_file),
-                              options_.ca_file.empty() ? kSystemCertificates : nullptr,
-                              or_null(options_.cert_file), or_null(options_.key_file), nullptr),
-            "TLS");
+    tls_.emplace(options_.tls, attempt_.address.host);
+    Require(mosquitto_int_option(client_, MOSQ_OPT_SSL_CTX_WITH_DEFAULTS, 0), "TLS");
+    Require(mosquitto_void_option(client_, MOSQ_OPT_SSL_CTX, tls_->handle()), "TLS");
   }
   Require(mosquitto_will_set_v5(client_, options_.will_topic.c_str(),
                                 static_cast<int>(options_.will_payload.size()),
@@ -143,15 +138,14 @@ ConnectStage MqttConnection::Stage() const {
   if (stage_ > ConnectStage::kConnack || Socket() < 0) {
     return stage_;
   }
-  if (!mosquitto_want_write(client_)) {
+  const bool is_tls_missing = tls_ && !tls_->is_done();
+  if (!is_tls_missing && !mosquitto_want_write(client_)) {
     return ConnectStage::kConnack;
   }
   sockaddr_storage peer = {};
   socklen_t length = sizeof(peer);
-  if (getpeername(Socket(), reinterpret_cast<sockaddr*>(&peer), &length) != 0) {
-    return ConnectStage::kTcp;
-  }
-  return options_.use_tls ? ConnectStage::kTls : ConnectStage::kConnack;
+  const bool is_connected = getpeername(Socket(), reinterpret_cast<sockaddr*>(&peer), &length) == 0;
+  return is_connected && is_tls_missing ? ConnectStage::kTls : ConnectStage::kTcp;
 }
 
 std::string MqttConnection::Explained(int error, ConnectStage stage) {
@@ -159,6 +153,9 @@ std::string MqttConnection::Explained(int error, ConnectStage stage) {
                          (error == MOSQ_ERR_ERRNO && errno != ETIMEDOUT);
   const bool is_silent = error == MOSQ_ERR_KEEPALIVE;
   const std::string text = ErrorText(error);
+  if (const std::string failure = tls_ && !is_silent ? tls_->Failure() : ""; !failure.empty()) {
+    return failure;
+  }
   if (error == MOSQ_ERR_TLS && !complaint_.empty()) {
     return complaint_;  // the error's own text says nothing
   }
@@ -187,6 +184,10 @@ bool MqttConnection::Loop(int timeout_ms) {
   const ConnectStage stage = Stage();
   if (!GoesOn(mosquitto_loop(client_, timeout_ms, 1), stage)) {
     return false;
+  }
+  if (tls_ && tls_->socket_error() != 0) {  // the library goes on for ever
+    errno = tls_->socket_error();
+    return GoesOn(MOSQ_ERR_ERRNO, ConnectStage::kTls);
   }
   return stage_ == ConnectStage::kReady ||
          Clock::now() < waits_since_ + std::chrono::seconds(options_.answer_timeout_s) ||

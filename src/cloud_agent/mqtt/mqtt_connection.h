@@ -15,6 +15,7 @@
 #include "cloud_agent/mqtt/denial_watch.h"
 #include "cloud_agent/mqtt/link.h"
 #include "cloud_agent/mqtt/mqtt_reasons.h"
+#include "cloud_agent/mqtt/tls_context.h"
 
 struct mosquitto;
 
@@ -27,9 +28,7 @@ struct BrokerOptions {
   std::string username;  ///< empty: none is sent
   std::string password;
   bool use_tls = false;
-  std::string ca_file;    ///< empty: the system's certificates
-  std::string cert_file;  ///< with key_file, or neither
-  std::string key_file;
+  TlsFiles tls;
   int keep_alive_s = 10;      ///< 5 to 65535
   int answer_timeout_s = 10;  ///< for the broker to let the agent in, and then to subscribe it
   std::string will_topic;
@@ -116,6 +115,7 @@ class MqttConnection {
   const BrokerOptions options_;
   const BrokerTurns::Attempt attempt_;
   const Handlers handlers_;
+  std::optional<TlsContext> tls_;  // where TLS is used; outlives the client
   mosquitto* client_ = nullptr;
   // Held while the library reads or writes; recursive, because handlers publish. Guards
   // what follows.

@@ -3,6 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <array>
 #include <chrono>
 #include <deque>
 #include <memory>
@@ -486,6 +490,66 @@ TEST_F(LinkTest, SaysThatTheConnectionEndsOnTheSubscription) {
     broker_.Accept();
   });
   EXPECT_THAT(log, HasSubstr("the broker ends the connection on the subscription to requests"));
+}
+
+TEST_F(LinkTest, SaysThatTlsDoesNotBegin) {
+  options_.broker.answer_timeout_s = 1;
+  options_.broker.use_tls = true;
+  const std::string log = LogOf([this] {
+    StartLink();
+    BrokerSession silent = broker_.Accept();
+    broker_.Accept();
+  });
+  EXPECT_THAT(log, HasSubstr("takes the connection and does not begin TLS in 1 s; look whether"));
+}
+
+/// Takes no connection: its queue is full.
+class FullListener {
+ public:
+  FullListener() {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof(address);
+    auto* const any_address = reinterpret_cast<sockaddr*>(&address);
+    if (bind(sockets_[0], any_address, length) != 0 || listen(sockets_[0], 0) != 0 ||
+        getsockname(sockets_[0], any_address, &length) != 0) {
+      throw std::runtime_error("the full listener cannot listen");
+    }
+    port_ = ntohs(address.sin_port);
+    for (std::size_t i = 1; i < sockets_.size(); ++i) {
+      connect(sockets_[i], any_address, length);
+    }
+  }
+  ~FullListener() {
+    for (const int socket : sockets_) {
+      close(socket);
+    }
+  }
+  FullListener(const FullListener&) = delete;
+  FullListener& operator=(const FullListener&) = delete;
+
+  int port() const { return port_; }
+
+ private:
+  static int NewSocket() { return socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); }
+
+  std::array<int, 4> sockets_ = {NewSocket(), NewSocket(), NewSocket(), NewSocket()};
+  int port_ = 0;
+};
+
+TEST_F(LinkTest, SaysThatThereIsNoTcpConnection) {
+  const FullListener full;
+  options_.broker.answer_timeout_s = 1;
+  options_.broker.addresses = {{"127.0.0.1", full.port()}, {"127.0.0.1", broker_.port()}};
+  for (const bool use_tls : {false, true}) {
+    options_.broker.use_tls = use_tls;
+    const std::string log = LogOf([this] {
+      StartLink();
+      broker_.Accept();
+    });
+    EXPECT_THAT(log, HasSubstr("no TCP connection in 1 s; look at the address"));
+  }
 }
 
 // The version of MQTT.
