@@ -65,9 +65,8 @@ void AddBrokerOptions(CLI::App* app, ProgramOptions* options, RawOptions* raw) {
   const char* group = "Broker";
   BrokerOptions& broker = options->link.broker;
   app->add_option("--broker", raw->brokers,
-                  "HOST[:PORT], mqtt://HOST[:PORT] or mqtts://HOST[:PORT] (with TLS); the port is "
-                  "1883, 8883 with TLS. Several are tried in turn: separated by commas, or the "
-                  "option again")
+                  "HOST, HOST:PORT, or such with mqtt:// or mqtts:// (TLS) before it; the port is "
+                  "1883, 8883 with TLS; several, with commas between, are tried in turn")
       ->default_str(kDefaultBroker)
       ->delimiter(',')
       ->allow_extra_args(false)

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <chrono>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
 #include "cloud_agent/mqtt/mqtt_messages.h"
@@ -25,20 +24,6 @@ class LibraryUse {
   LibraryUse() { mosquitto_lib_init(); }
   // Never cleaned up: the network thread may hang in a name look-up when the process ends.
 };
-
-std::string ErrorText(int error) {
-  if (error == MOSQ_ERR_KEEPALIVE) {
-    return "no answer within the keep-alive";
-  }
-  if (error == MOSQ_ERR_ERRNO) {
-    return std::generic_category().message(errno);
-  }
-  std::string text = mosquitto_strerror(error);
-  if (!text.empty() && text.back() == '.') {
-    text.pop_back();
-  }
-  return text;
-}
 
 void Require(int error, const char* what) {
   if (error != MOSQ_ERR_SUCCESS) {

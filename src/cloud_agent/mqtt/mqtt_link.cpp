@@ -202,8 +202,8 @@ void MqttLink::RunConnection() {
   if (IsStopping()) {
     return;
   }
+  end.was_ready = was_ready_;
   if (was_ready_) {
-    end.was_ready = true;
     end.stood = Clock::now() - ready_at_;
     PostToListener([this, reason = end.reason] {
       socket_.reset();
@@ -222,14 +222,13 @@ void MqttLink::AwaitNext(const ConnectionEnd& end, VersionFinding finding) {
   if (ends_.WasGood()) {
     backoff_.Reset();
   }
-  BrokerTurns::Next next = turns_.OnEnd(finding, end.was_ready);
+  const BrokerTurns::Next next = turns_.OnEnd(finding, end.was_ready);
   const int delay_ms = next.is_at_once ? 0 : backoff_.NextDelay_ms();
-  if (!next.is_at_once) {
-    next.text += (next.text.empty() ? "next attempt in " : "; next attempt in ") +
-                 std::to_string(delay_ms) + " ms";
-  }
-  SYS_LOG(kLogWarning, "%s %s: %s; %s", end.was_ready ? "lost" : "no connection to",
-          address.c_str(), reason.c_str(), next.text.c_str());
+  const std::string delay =
+      next.is_at_once ? "" : "; next attempt in " + std::to_string(delay_ms) + " ms";
+  SYS_LOG(kLogWarning, "%s %s: %s%s%s%s", end.was_ready ? "lost" : "no connection to",
+          address.c_str(), reason.c_str(), next.text.empty() ? "" : "; ", next.text.c_str(),
+          delay.c_str());
   std::unique_lock<std::mutex> lock(mutex_);
   changed_.wait_for(lock, milliseconds(delay_ms), [this] { return is_stopping_; });
 }

@@ -3,7 +3,9 @@
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <system_error>
 
 namespace agent {
 namespace {
@@ -69,6 +71,20 @@ std::string Hexadecimal(int code) {
 }
 
 }  // namespace
+
+std::string ErrorText(int error) {
+  if (error == MOSQ_ERR_KEEPALIVE) {
+    return "no answer within the keep-alive";
+  }
+  if (error == MOSQ_ERR_ERRNO) {
+    return std::generic_category().message(errno);
+  }
+  std::string text = mosquitto_strerror(error);
+  if (!text.empty() && text.back() == '.') {
+    text.pop_back();
+  }
+  return text;
+}
 
 std::string ReasonText(int reason_code) {
   return std::string(mosquitto_reason_string(reason_code)) + " " + Hexadecimal(reason_code);

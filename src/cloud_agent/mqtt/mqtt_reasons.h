@@ -7,6 +7,9 @@
 
 namespace agent {
 
+/// An error of the library in words; for MOSQ_ERR_ERRNO it is errno's.
+std::string ErrorText(int error);
+
 /// An MQTT 5 reason code in words, such as "Not authorized (0x87)".
 std::string ReasonText(int reason_code);
 

@@ -125,8 +125,9 @@ void TlsContext::OnProgress(const SSL* ssl, int where, int value) {
     self->wants_certificate_ = self->wants_certificate_ || state == TLS_ST_CR_CERT_REQ;
   } else if ((where & SSL_CB_HANDSHAKE_DONE) != 0) {
     self->is_done_ = true;
-  } else if (where == SSL_CB_CONNECT_EXIT && value < 0 && self->socket_error_ == 0 &&
-             BIO_should_retry(SSL_get_rbio(ssl)) == 0 && ERR_peek_error() == 0) {
+  } else if (where == SSL_CB_CONNECT_EXIT && value < 0 && !self->is_done_ &&
+             self->socket_error_ == 0 && BIO_should_retry(SSL_get_rbio(ssl)) == 0 &&
+             ERR_peek_error() == 0) {
     self->socket_error_ = errno != 0 ? errno : EPIPE;
   }
 }
