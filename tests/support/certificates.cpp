@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr long kDay_s = 24 * 60 * 60;
+constexpr long kDay_s = 24L * 60 * 60;
 
 void RequireSuccess(bool is_done, const char* what) {
   if (!is_done) {
@@ -19,7 +19,7 @@ void RequireSuccess(bool is_done, const char* what) {
 }
 
 std::shared_ptr<EVP_PKEY> NewKey() {
-  std::shared_ptr<EVP_PKEY> key(EVP_EC_gen("P-256"), EVP_PKEY_free);
+  std::shared_ptr<EVP_PKEY> key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"), EVP_PKEY_free);
   RequireSuccess(key != nullptr, "key");
   return key;
 }
