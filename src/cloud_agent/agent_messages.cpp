@@ -3,7 +3,7 @@
 
 #include "cloud_agent/agent.h"
 #include "cloud_agent/delivery/host_duties.h"
-#include "cloud_agent/mqtt/mqtt_connection.h"
+#include "cloud_agent/mqtt/mqtt_reasons.h"
 #include "json_text.h"
 #include "platform/log.h"
 

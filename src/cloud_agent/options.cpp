@@ -9,13 +9,10 @@
 
 #include "cloud_agent/status/status.h"
 #include "cloud_agent/topic_levels.h"
-#include "platform/host_port.h"
 
 namespace agent {
 namespace {
 
-constexpr int kPlainPort = 1883;
-constexpr int kTlsPort = 8883;
 // Hundreds of cameras that lose their broker together come back a few at a time.
 constexpr int kBackoffMin_ms = 3000;
 
@@ -47,8 +44,11 @@ const std::map<std::string, bool Duties::*> kDuties = {
     {"unsubscribe-on-loss", &Duties::unsubscribe_on_loss}};
 #endif
 
+constexpr char kDefaultBroker[] = "127.0.0.1";
+
 struct RawOptions {
-  std::string broker = "127.0.0.1";
+  std::vector<std::string> brokers;
+  std::string mqtt_version = "auto";
   std::string password_file;
   std::string unheard = "keep";
   std::optional<int> backoff_min_ms;
@@ -70,9 +70,18 @@ void AddPluginOptions(CLI::App* app, ProgramOptions* options) {
 void AddBrokerOptions(CLI::App* app, ProgramOptions* options, RawOptions* raw) {
   const char* group = "Broker";
   BrokerOptions& broker = options->link.broker;
-  app->add_option("--broker", raw->broker, "HOST or HOST:PORT; the port is 1883, 8883 with TLS")
+  app->add_option("--broker", raw->brokers,
+                  "HOST, HOST:PORT, or such with mqtt:// or mqtts:// (TLS) before it; the port is "
+                  "1883, 8883 with TLS; several, with commas between, are tried in turn")
+      ->default_str(kDefaultBroker)
+      ->delimiter(',')
+      ->allow_extra_args(false)
+      ->type_name("ADDRESS")
+      ->group(group);
+  app->add_option("--mqtt-version", raw->mqtt_version,
+                  "Version of MQTT; auto: 5, and 3.1.1 for a broker that has no 5")
+      ->check(CLI::IsMember({"5", "3.1.1", "auto"}))
       ->capture_default_str()
-      ->type_name("HOST[:PORT]")
       ->group(group);
   app->add_option("--root", options->root, "What every topic begins with")
       ->capture_default_str()
@@ -117,17 +126,17 @@ void AddBrokerOptions(CLI::App* app, ProgramOptions* options, RawOptions* raw) {
 void AddTlsOptions(CLI::App* app, ProgramOptions* options) {
   const char* group = "TLS";
   BrokerOptions& broker = options->link.broker;
-  app->add_flag("--tls", broker.use_tls, "Use TLS; implied by --ca and --cert")->group(group);
-  app->add_option("--ca", broker.ca_file,
-                  "Certificates to trust (default: those in /etc/ssl/certs)")
+  app->add_flag("--tls", broker.use_tls, "Use TLS; implied by --ca, --cert and mqtts://")
+      ->group(group);
+  app->add_option("--ca", broker.tls.ca, "Certificates to trust (default: those in /etc/ssl/certs)")
       ->check(Readable())
       ->type_name("FILE")
       ->group(group);
-  CLI::Option* cert = app->add_option("--cert", broker.cert_file, "The client's certificate")
+  CLI::Option* cert = app->add_option("--cert", broker.tls.cert, "The client's certificate")
                           ->check(Readable())
                           ->type_name("FILE")
                           ->group(group);
-  CLI::Option* key = app->add_option("--key", broker.key_file, "The key of that certificate")
+  CLI::Option* key = app->add_option("--key", broker.tls.key, "The key of that certificate")
                          ->check(Readable())
                          ->type_name("FILE")
                          ->group(group);
@@ -228,11 +237,15 @@ std::string ReadPassword(const std::string& file, std::string* password) {
 
 std::string Finish(const RawOptions& raw, ProgramOptions* options) {
   BrokerOptions& broker = options->link.broker;
-  broker.use_tls = broker.use_tls || !broker.ca_file.empty() || !broker.cert_file.empty();
-  broker.port = broker.use_tls ? kTlsPort : kPlainPort;
-  std::string error = tarvex::ParseHostAndPort(raw.broker, &broker.host, &broker.port);
+  broker.use_tls = broker.use_tls || !broker.tls.ca.empty() || !broker.tls.cert.empty();
+  const std::vector<std::string> by_default = {kDefaultBroker};
+  std::string error = ReadBrokerAddresses(raw.brokers.empty() ? by_default : raw.brokers,
+                                          &broker.use_tls, &broker.addresses);
   if (!error.empty()) {
     return "--broker: " + error;
+  }
+  if (raw.mqtt_version != "auto") {
+    broker.version = raw.mqtt_version == "5" ? MqttVersion::k5 : MqttVersion::k311;
   }
   error = CheckTopicLevels(options->root);
   if (!error.empty()) {

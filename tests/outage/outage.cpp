@@ -23,6 +23,7 @@ struct Options {
   unsigned int seed = std::random_device()();
   double cars_per_second = 60;
   double clock_scale = 500;
+  std::string mqtt_version = "auto";
   std::vector<std::string> switched_off_duties;
 };
 
@@ -184,7 +185,7 @@ int Run(const Options& options) {
   Scene::Options scene_options;
   scene_options.cars_per_second = options.cars_per_second;
   scene_options.clock_scale = options.clock_scale;
-  scene_options.agent_options = {"--auto-push"};
+  scene_options.agent_options = {"--auto-push", "--mqtt-version", options.mqtt_version};
   for (const std::string& duty : options.switched_off_duties) {
     scene_options.agent_options.insert(scene_options.agent_options.end(), {"--no-duty", duty});
   }
@@ -238,6 +239,9 @@ int main(int argc, char** argv) {
                  "The agent's delayed messages come this many times sooner")
       ->capture_default_str()
       ->check(CLI::Range(1.0, 100000.0));
+  app.add_option("--mqtt-version", options.mqtt_version, "The agent's: 5, 3.1.1 or auto")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"5", "3.1.1", "auto"}));
   app.add_option("--no-duty", options.switched_off_duties,
                  "Switches a duty of the host off, to see what it is for");
   CLI11_PARSE(app, argc, argv);

@@ -1,6 +1,7 @@
 #include "support/rig.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <stdexcept>
 #include <utility>
 
@@ -76,6 +77,12 @@ void Rig::LaunchAgent(const std::vector<std::string>& options, int broker_port) 
        "--backoff-min-ms", "50", "--backoff-max-ms", "200", "--keep-alive", "5",
        "--print-messages"},
       options);
+  // All that runs on the rig can be run with another version of MQTT.
+  const char* const version = std::getenv("RIG_MQTT_VERSION");
+  if (version != nullptr &&
+      std::find(options.begin(), options.end(), "--mqtt-version") == options.end()) {
+    command.insert(command.end(), {"--mqtt-version", version});
+  }
   if (std::find(options.begin(), options.end(), "--picture-dir") == options.end()) {
     command.insert(command.end(), {"--picture-dir", (directory.path() / "pictures").string()});
   }

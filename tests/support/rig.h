@@ -38,7 +38,8 @@ class Rig {
   void StartCamera(const std::vector<std::string>& options = {});
 
   /// Starts the agent, connected to `broker_port` (0: the broker's own), and waits until
-  /// it says that it is online.
+  /// it says that it is online. Where the environment has RIG_MQTT_VERSION, that is its
+  /// --mqtt-version unless the options have another.
   void StartAgent(const std::vector<std::string>& options = {}, int broker_port = 0);
 
   /// Starts the agent and waits for nothing.

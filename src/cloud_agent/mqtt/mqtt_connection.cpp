@@ -3,14 +3,13 @@
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
 
-#include <algorithm>
+#include <sys/socket.h>
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
+
+#include "cloud_agent/mqtt/mqtt_messages.h"
 
 namespace agent {
 namespace {
@@ -19,9 +18,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kQos = 1;
 constexpr int kSessionTakenOver = 0x8E;
-// Of a request that is too large: its id may be there.
-constexpr std::size_t kBeginning_bytes = 1024;
-constexpr char kSystemCertificates[] = "/etc/ssl/certs";
 
 class LibraryUse {
  public:
@@ -29,72 +25,17 @@ class LibraryUse {
   // Never cleaned up: the network thread may hang in a name look-up when the process ends.
 };
 
-std::string ErrorText(int error) {
-  if (error == MOSQ_ERR_KEEPALIVE) {
-    return "no answer within the keep-alive";
-  }
-  if (error == MOSQ_ERR_ERRNO) {
-    return std::generic_category().message(errno);
-  }
-  std::string text = mosquitto_strerror(error);
-  if (!text.empty() && text.back() == '.') {
-    text.pop_back();
-  }
-  return text;
-}
-
 void Require(int error, const char* what) {
   if (error != MOSQ_ERR_SUCCESS) {
     throw std::runtime_error(std::string(what) + ": " + ErrorText(error));
   }
 }
 
-InboundRequest ToRequest(const mosquitto_message& message, const mosquitto_property* properties,
-                         std::size_t max_bytes) {
-  InboundRequest request;
-  request.topic = message.topic;
-  request.size = message.payloadlen > 0 ? static_cast<std::size_t>(message.payloadlen) : 0;
-  if (request.size > 0) {
-    const std::size_t kept =
-        request.size <= max_bytes ? request.size : std::min(request.size, kBeginning_bytes);
-    request.payload.assign(static_cast<const char*>(message.payload), kept);
-  }
-  request.received_at = Clock::now();
-  request.retained = message.retain;
-  std::uint32_t expiry_s = 0;
-  if (mosquitto_property_read_int32(properties, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL, &expiry_s,
-                                    false) != nullptr) {
-    request.expires_in = std::chrono::seconds(expiry_s);
-  }
-  char* topic = nullptr;
-  if (mosquitto_property_read_string(properties, MQTT_PROP_RESPONSE_TOPIC, &topic, false) !=
-      nullptr) {
-    request.response_topic = topic;
-    std::free(topic);
-  }
-  void* data = nullptr;
-  std::uint16_t length = 0;
-  if (mosquitto_property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &data, &length,
-                                     false) != nullptr) {
-    request.has_correlation_data = true;
-    if (length > 0) {
-      request.correlation_data.assign(static_cast<const char*>(data), length);
-    }
-    std::free(data);
-  }
-  return request;
-}
-
 }  // namespace
 
-std::string ReasonText(int reason_code) {
-  char number[16];
-  std::snprintf(number, sizeof(number), " (0x%02x)", static_cast<unsigned>(reason_code));
-  return mosquitto_reason_string(reason_code) + std::string(number);
-}
-
-MqttConnection::MqttConnection(const BrokerOptions& options, Handlers handlers)
-    : options_(options), handlers_(std::move(handlers)) {
+MqttConnection::MqttConnection(const BrokerOptions& options, const BrokerTurns::Attempt& attempt,
+                               Handlers handlers)
+    : options_(options), attempt_(attempt), handlers_(std::move(handlers)) {
   static const LibraryUse library_use;
   client_ = mosquitto_new(options_.client_id.c_str(), true, this);
   if (client_ == nullptr) {
@@ -111,7 +52,9 @@ MqttConnection::MqttConnection(const BrokerOptions& options, Handlers handlers)
 MqttConnection::~MqttConnection() { mosquitto_destroy(client_); }
 
 void MqttConnection::Configure() {
-  Require(mosquitto_int_option(client_, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5), "MQTT 5");
+  Require(
+      mosquitto_int_option(client_, MOSQ_OPT_PROTOCOL_VERSION, static_cast<int>(attempt_.version)),
+      VersionText(attempt_.version));
   // Without it a QoS 1 round trip costs tens of milliseconds.
   Require(mosquitto_int_option(client_, MOSQ_OPT_TCP_NODELAY, 1), "TCP_NODELAY");
   if (!options_.username.empty()) {
@@ -120,44 +63,42 @@ void MqttConnection::Configure() {
         "user name and password");
   }
   if (options_.use_tls) {
-    const auto or_null = [](const std::string& file) {
-      return file.empty() ? nullptr : file.c_str();
-    };
-    Require(mosquitto_tls_set(client_, or_null(options_.ca_file),
-                              options_.ca_file.empty() ? kSystemCertificates : nullptr,
-                              or_null(options_.cert_file), or_null(options_.key_file), nullptr),
-            "TLS");
+    tls_.emplace(options_.tls, attempt_.address.host);
+    Require(mosquitto_int_option(client_, MOSQ_OPT_SSL_CTX_WITH_DEFAULTS, 0), "TLS");
+    Require(mosquitto_void_option(client_, MOSQ_OPT_SSL_CTX, tls_->handle()), "TLS");
   }
   Require(mosquitto_will_set_v5(client_, options_.will_topic.c_str(),
                                 static_cast<int>(options_.will_payload.size()),
                                 options_.will_payload.data(), kQos, true, nullptr),
           "will");
-  mosquitto_connect_v5_callback_set(
-      client_, [](mosquitto*, void* self, int reason_code, int, const mosquitto_property*) {
-        static_cast<MqttConnection*>(self)->OnConnack(reason_code);
-      });
-  mosquitto_subscribe_v5_callback_set(client_, [](mosquitto*, void* self, int, int count,
-                                                  const int* granted, const mosquitto_property*) {
-    auto* connection = static_cast<MqttConnection*>(self);
-    connection->subscribe_deadline_.reset();
-    connection->handlers_.on_ready(count > 0 ? granted[0] : kFirstFailureCode);
+  SetCallbacks();
+}
+
+void MqttConnection::SetCallbacks() {
+  using Properties = const mosquitto_property*;
+  mosquitto_connect_v5_callback_set(client_, [](mosquitto*, void* self, int code, int, Properties) {
+    static_cast<MqttConnection*>(self)->OnConnack(code);
   });
-  mosquitto_disconnect_v5_callback_set(
-      client_, [](mosquitto*, void* self, int reason_code, const mosquitto_property*) {
-        static_cast<MqttConnection*>(self)->OnDisconnect(reason_code);
+  mosquitto_subscribe_v5_callback_set(
+      client_, [](mosquitto*, void* self, int, int count, const int* granted, Properties) {
+        static_cast<MqttConnection*>(self)->OnSuback(count > 0 ? granted[0] : kFirstFailureCode);
       });
-  mosquitto_publish_v5_callback_set(client_, [](mosquitto*, void* self, int message_id,
-                                                int reason_code, const mosquitto_property*) {
-    static_cast<MqttConnection*>(self)->handlers_.on_puback(message_id, reason_code);
+  mosquitto_disconnect_v5_callback_set(client_, [](mosquitto*, void* self, int code, Properties) {
+    static_cast<MqttConnection*>(self)->OnDisconnect(code);
   });
+  mosquitto_publish_v5_callback_set(
+      client_, [](mosquitto*, void* self, int message_id, int reason_code, Properties) {
+        auto* connection = static_cast<MqttConnection*>(self);
+        connection->denial_watch_.OnAnswered(message_id);
+        connection->handlers_.on_puback(message_id, reason_code);
+      });
   mosquitto_log_callback_set(client_, [](mosquitto*, void* self, int level, const char* text) {
     if (level == MOSQ_LOG_ERR) {
       static_cast<MqttConnection*>(self)->complaint_ = text;
     }
   });
   mosquitto_message_v5_callback_set(
-      client_, [](mosquitto*, void* self, const mosquitto_message* message,
-                  const mosquitto_property* properties) {
+      client_, [](mosquitto*, void* self, const mosquitto_message* message, Properties properties) {
         const auto* connection = static_cast<MqttConnection*>(self);
         connection->handlers_.on_request(
             ToRequest(*message, properties, connection->options_.max_request_bytes));
@@ -165,28 +106,77 @@ void MqttConnection::Configure() {
 }
 
 std::string MqttConnection::Open() {
-  // Asynchronous, so that a broker that does not answer costs one keep-alive only.
-  const int error =
-      mosquitto_connect_async(client_, options_.host.c_str(), options_.port, options_.keep_alive_s);
-  return error == MOSQ_ERR_SUCCESS ? "" : Explained(error);
+  Await(ConnectStage::kTcp);
+  // Asynchronous, so that a broker that does not answer costs one time-out only.
+  const int error = mosquitto_connect_async(client_, attempt_.address.host.c_str(),
+                                            attempt_.address.port, options_.keep_alive_s);
+  return error == MOSQ_ERR_SUCCESS ? "" : Explained(error, ConnectStage::kTcp);
 }
 
-// For a TLS failure the error's own text says nothing.
-std::string MqttConnection::Explained(int error) const {
-  return error == MOSQ_ERR_TLS && !complaint_.empty() ? complaint_ : ErrorText(error);
+void MqttConnection::Await(ConnectStage stage) {
+  stage_ = stage;
+  waits_since_ = Clock::now();
+}
+
+/// How far it has come, as far as the library does not tell.
+ConnectStage MqttConnection::Stage() const {
+  if (stage_ > ConnectStage::kConnack || Socket() < 0) {
+    return stage_;
+  }
+  const bool is_tls_missing = tls_ && !tls_->is_done();
+  if (!is_tls_missing && !mosquitto_want_write(client_)) {
+    return ConnectStage::kConnack;
+  }
+  sockaddr_storage peer = {};
+  socklen_t length = sizeof(peer);
+  const bool is_connected = getpeername(Socket(), reinterpret_cast<sockaddr*>(&peer), &length) == 0;
+  return is_connected && is_tls_missing ? ConnectStage::kTls : ConnectStage::kTcp;
+}
+
+std::string MqttConnection::Explained(int error, ConnectStage stage) {
+  const bool is_closed = error == MOSQ_ERR_CONN_LOST || error == MOSQ_ERR_NO_CONN ||
+                         (error == MOSQ_ERR_ERRNO && errno != ETIMEDOUT);
+  const bool is_silent = error == MOSQ_ERR_KEEPALIVE;
+  const std::string text = ErrorText(error);
+  if (const std::string failure = tls_ && !is_silent ? tls_->Failure() : ""; !failure.empty()) {
+    return failure;
+  }
+  if (error == MOSQ_ERR_TLS && !complaint_.empty()) {
+    return complaint_;  // the error's own text says nothing
+  }
+  if (is_silent && stage != ConnectStage::kReady) {
+    const auto waited = std::chrono::round<std::chrono::seconds>(Clock::now() - waits_since_);
+    return SilenceText(stage, static_cast<int>(waited.count()), options_.use_tls);
+  }
+  if (stage == ConnectStage::kConnack && !is_silent && finding_ == VersionFinding::kNothing) {
+    finding_ = VersionFinding::kDoubted;
+    return is_closed ? ClosedText(stage, attempt_.version, options_.use_tls)
+                     : std::string("what answers CONNECT does not speak ") +
+                           VersionText(attempt_.version) + ": " + text;
+  }
+  if (is_closed && stage == ConnectStage::kSubscribe) {
+    return ClosedText(stage, attempt_.version, options_.use_tls);
+  }
+  if (is_closed && stage == ConnectStage::kReady) {
+    denied_topic_ = denial_watch_.DeniedTopic(Clock::now());
+    return denied_topic_.empty() ? text : "the broker ended the connection";
+  }
+  return text;
 }
 
 bool MqttConnection::Loop(int timeout_ms) {
   const auto lock = Hold();
-  if (!GoesOn(mosquitto_loop(client_, timeout_ms, 1))) {
+  const ConnectStage stage = Stage();
+  if (!GoesOn(mosquitto_loop(client_, timeout_ms, 1), stage)) {
     return false;
   }
-  if (subscribe_deadline_ && Clock::now() > *subscribe_deadline_) {
-    error_ = "the broker does not answer the subscription to " + options_.request_filter + " in " +
-             std::to_string(options_.subscribe_timeout_s) + " s";
-    return false;
+  if (tls_ && tls_->socket_error() != 0) {  // the library goes on for ever
+    errno = tls_->socket_error();
+    return GoesOn(MOSQ_ERR_ERRNO, ConnectStage::kTls);
   }
-  return true;
+  return stage_ == ConnectStage::kReady ||
+         Clock::now() < waits_since_ + std::chrono::seconds(options_.answer_timeout_s) ||
+         GoesOn(MOSQ_ERR_KEEPALIVE, Stage());
 }
 
 bool MqttConnection::Read() {
@@ -198,12 +188,12 @@ bool MqttConnection::Read() {
   if (error == MOSQ_ERR_SUCCESS && mosquitto_want_write(client_)) {
     error = mosquitto_loop_write(client_, 1);
   }
-  return GoesOn(error) && Socket() >= 0;
+  return GoesOn(error, ConnectStage::kReady) && Socket() >= 0;
 }
 
-bool MqttConnection::GoesOn(int error) {
+bool MqttConnection::GoesOn(int error, ConnectStage stage) {
   if (error != MOSQ_ERR_SUCCESS && error_.empty()) {
-    error_ = Explained(error);
+    error_ = Explained(error, stage);
   }
   return error == MOSQ_ERR_SUCCESS;
 }
@@ -225,18 +215,28 @@ std::string MqttConnection::LastError() const {
   return error_;
 }
 
-void MqttConnection::OnConnack(int reason_code) {
-  if (reason_code != 0) {
-    error_ = "the broker refuses: " + ReasonText(reason_code);
+void MqttConnection::OnConnack(int code) {
+  finding_ =
+      RefusesVersion(attempt_.version, code) ? VersionFinding::kRefused : VersionFinding::kSpoken;
+  if (code != 0) {
+    error_ = RefusalText(attempt_.version, code);
     return;
   }
   // From here on the library would only tell of each packet, and format that each time.
   mosquitto_log_callback_set(client_, nullptr);
-  subscribe_deadline_ = Clock::now() + std::chrono::seconds(options_.subscribe_timeout_s);
-  // No retained request is wanted: what it asks for may be long out of date.
-  const int options =
-      MQTT_SUB_OPT_NO_LOCAL | MQTT_SUB_OPT_RETAIN_AS_PUBLISHED | MQTT_SUB_OPT_SEND_RETAIN_NEVER;
+  Await(ConnectStage::kSubscribe);
+  // No retained request is wanted: what it asks for may be long out of date. MQTT 3.1.1 has no
+  // such options: there the retained ones come, and are marked.
+  const int options = attempt_.version == MqttVersion::k5
+                          ? MQTT_SUB_OPT_NO_LOCAL | MQTT_SUB_OPT_RETAIN_AS_PUBLISHED |
+                                MQTT_SUB_OPT_SEND_RETAIN_NEVER
+                          : 0;
   mosquitto_subscribe_v5(client_, nullptr, options_.request_filter.c_str(), kQos, options, nullptr);
+}
+
+void MqttConnection::OnSuback(int code) {
+  stage_ = ConnectStage::kReady;
+  handlers_.on_ready(code);
 }
 
 void MqttConnection::OnDisconnect(int reason_code) {
@@ -250,20 +250,20 @@ void MqttConnection::OnDisconnect(int reason_code) {
 }
 
 int MqttConnection::Publish(const OutboundMessage& message, int* message_id) {
+  const bool is_5 = attempt_.version == MqttVersion::k5;
   mosquitto_property* properties = nullptr;
-  if (message.has_correlation_data) {
-    const int error = mosquitto_property_add_binary(
-        &properties, MQTT_PROP_CORRELATION_DATA, message.correlation_data.data(),
-        static_cast<std::uint16_t>(message.correlation_data.size()));
-    if (error != MOSQ_ERR_SUCCESS) {
-      return error;
-    }
+  const int property_error = is_5 ? ToProperties(message, &properties) : MOSQ_ERR_SUCCESS;
+  if (property_error != MOSQ_ERR_SUCCESS) {
+    return property_error;
   }
   const auto lock = Hold();
   const int error = mosquitto_publish_v5(client_, message_id, message.topic.c_str(),
                                          static_cast<int>(message.payload.size()),
                                          message.payload.data(), kQos, message.retain, properties);
   mosquitto_property_free_all(&properties);
+  if (error == MOSQ_ERR_SUCCESS && !is_5) {
+    denial_watch_.OnPublished(*message_id, message.topic, Clock::now());
+  }
   return error;
 }
 

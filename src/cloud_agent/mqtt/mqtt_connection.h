@@ -9,28 +9,28 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "cloud_agent/mqtt/broker_turns.h"
+#include "cloud_agent/mqtt/denial_watch.h"
 #include "cloud_agent/mqtt/link.h"
+#include "cloud_agent/mqtt/mqtt_reasons.h"
+#include "cloud_agent/mqtt/tls_context.h"
 
 struct mosquitto;
 
 namespace agent {
 
-/// An MQTT 5 reason code in words, such as "Not authorized (0x87)".
-std::string ReasonText(int reason_code);
-
 struct BrokerOptions {
-  std::string host = "127.0.0.1";
-  int port = 1883;
+  std::vector<BrokerAddress> addresses = {BrokerAddress()};  ///< at least one
+  std::optional<MqttVersion> version;                        ///< empty: found out for each
   std::string client_id;
   std::string username;  ///< empty: none is sent
   std::string password;
   bool use_tls = false;
-  std::string ca_file;    ///< empty: the system's certificates
-  std::string cert_file;  ///< with key_file, or neither
-  std::string key_file;
-  int keep_alive_s = 10;         ///< 5 to 65535
-  int subscribe_timeout_s = 10;  ///< for the broker's answer to the subscription
+  TlsFiles tls;
+  int keep_alive_s = 10;      ///< 5 to 65535
+  int answer_timeout_s = 10;  ///< for the broker to let the agent in, and then to subscribe it
   std::string will_topic;
   std::string will_payload;                                ///< retained
   std::string request_filter;                              ///< subscribed to once connected
@@ -49,7 +49,8 @@ class MqttConnection {
   };
 
   /// Throws std::runtime_error when the library cannot make a client of the options.
-  MqttConnection(const BrokerOptions& options, Handlers handlers);
+  MqttConnection(const BrokerOptions& options, const BrokerTurns::Attempt& attempt,
+                 Handlers handlers);
   ~MqttConnection();
   MqttConnection(const MqttConnection&) = delete;
   MqttConnection& operator=(const MqttConnection&) = delete;
@@ -81,6 +82,13 @@ class MqttConnection {
     return std::unique_lock<std::recursive_mutex>(driving_);
   }
 
+  /// What the connection shows of the version that it was made with; once it is over.
+  VersionFinding Finding() const { return finding_; }
+
+  /// The topic of a publication that the broker may have denied by ending the connection, as one
+  /// of MQTT 3.1.1 does; empty without one. Once the connection is over.
+  std::string DeniedTopic() const { return denied_topic_; }
+
   /// Whether the broker ended it because another client came with the same client id.
   bool WasTakenOver() const { return was_taken_over_; }
 
@@ -95,13 +103,19 @@ class MqttConnection {
 
  private:
   void Configure();
-  bool GoesOn(int error);
-  void OnConnack(int reason_code);
+  void SetCallbacks();
+  ConnectStage Stage() const;
+  bool GoesOn(int error, ConnectStage stage);
+  void Await(ConnectStage stage);
+  void OnConnack(int code);
+  void OnSuback(int code);
   void OnDisconnect(int reason_code);
-  std::string Explained(int error) const;
+  std::string Explained(int error, ConnectStage stage);
 
   const BrokerOptions options_;
+  const BrokerTurns::Attempt attempt_;
   const Handlers handlers_;
+  std::optional<TlsContext> tls_;  // where TLS is used; outlives the client
   mosquitto* client_ = nullptr;
   // Held while the library reads or writes; recursive, because handlers publish. Guards
   // what follows.
@@ -110,7 +124,11 @@ class MqttConnection {
   std::string error_;
   std::string complaint_;  // the library's latest
   bool was_taken_over_ = false;
-  std::optional<std::chrono::steady_clock::time_point> subscribe_deadline_;  // while it waits
+  ConnectStage stage_ = ConnectStage::kTcp;            // up to kConnack: at least this
+  std::chrono::steady_clock::time_point waits_since_;  // before kReady, for the next answer
+  VersionFinding finding_ = VersionFinding::kNothing;
+  DenialWatch denial_watch_;  // under MQTT 3.1.1
+  std::string denied_topic_;
 };
 
 }  // namespace agent

@@ -3,7 +3,6 @@
 #include <mosquitto.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <random>
 #include <utility>
@@ -20,11 +19,6 @@ using std::chrono::seconds;
 constexpr int kLoop_ms = 1000;
 constexpr milliseconds kLook{1000};
 constexpr int kLastLoop_ms = 50;
-// A connection that stood for less, or for less than twice the longest delay, was a short
-// one: two clients with one client id end each other's connections for ever.
-constexpr milliseconds kStable{5000};
-// Not every broker says that it was the other client; so many in a row make it likely.
-constexpr int kSuspiciousConnections = 3;
 constexpr seconds kLastPatience{1};
 constexpr seconds kStopPatience{3};
 
@@ -51,7 +45,8 @@ MqttLink::MqttLink(Options options, boost::asio::io_context& context,
       context_(context),
       post_(std::move(post)),
       take_request_(std::move(take_request)),
-      stable_(std::max(kStable, 2 * milliseconds(options_.backoff_max_ms))),
+      turns_(options_.broker.addresses, options_.broker.version),
+      ends_(options_.broker.client_id, milliseconds(options_.backoff_max_ms)),
       backoff_(options_.backoff_min_ms, options_.backoff_max_ms, RandomBelow) {}
 
 MqttLink::~MqttLink() {
@@ -179,54 +174,61 @@ void MqttLink::Run() {
 void MqttLink::RunConnection() {
   const std::uint64_t number = ++last_connection_number_;
   std::shared_ptr<MqttConnection> connection;
-  std::string reason;
-  Clock::time_point ready_at;
-  was_ready_ = false;
+  ConnectionEnd end;
   own_.clear();
+  was_ready_ = false;
   try {
     MqttConnection::Handlers handlers;
-    handlers.on_ready = [&](int subscription_code) {
-      ready_at = Clock::now();
-      OnReady(connection, subscription_code);
-    };
+    handlers.on_ready = [&](int subscription_code) { OnReady(connection, subscription_code); };
     handlers.on_puback = [this, number](int message_id, int reason_code) {
       OnPuback(number, message_id, reason_code);
     };
     handlers.on_request = [&](InboundRequest request) {
       OnRequest(connection.get(), std::move(request));
     };
-    connection = std::make_shared<MqttConnection>(options_.broker, std::move(handlers));
-    reason = Drive(connection.get());
+    connection =
+        std::make_shared<MqttConnection>(options_.broker, turns_.Present(), std::move(handlers));
+    end.reason = Drive(connection.get());
   } catch (const std::exception& failure) {
-    reason = failure.what();
+    end.reason = failure.what();
   }
+  VersionFinding finding = VersionFinding::kNothing;
   if (connection != nullptr) {
     connection->EndReading();
+    finding = connection->Finding();
+    end.was_taken_over = connection->WasTakenOver();
+    end.denied_topic = connection->DeniedTopic();
   }
   if (IsStopping()) {
     return;
   }
+  end.was_ready = was_ready_;
   if (was_ready_) {
-    PostToListener([this, reason] {
+    end.stood = Clock::now() - ready_at_;
+    PostToListener([this, reason = end.reason] {
       socket_.reset();
       connection_.reset();
       listener_->OnLinkDown(reason);
     });
   }
-  const bool was_taken_over = connection != nullptr && connection->WasTakenOver();
   connection.reset();  // closes the socket, unless the event thread is about to
-  if (was_ready_ && !was_taken_over && Clock::now() - ready_at >= stable_) {
+  AwaitNext(end, finding);
+}
+
+/// Says how a connection ended and what follows, and waits until that is due.
+void MqttLink::AwaitNext(const ConnectionEnd& end, VersionFinding finding) {
+  const std::string address = turns_.Present().address.Text();
+  const std::string reason = ends_.Add(end);
+  if (ends_.WasGood()) {
     backoff_.Reset();
-    short_connections_ = 0;
-  } else if (was_ready_ && ++short_connections_ >= kSuspiciousConnections && !was_taken_over) {
-    reason += "; " + std::to_string(short_connections_) +
-              " connections in a row did not last: another client may use the client id " +
-              options_.broker.client_id;
   }
-  const int delay_ms = backoff_.NextDelay_ms();
-  SYS_LOG(kLogWarning, "%s %s:%d: %s; next attempt in %d ms",
-          was_ready_ ? "lost" : "no connection to", options_.broker.host.c_str(),
-          options_.broker.port, reason.c_str(), delay_ms);
+  const BrokerTurns::Next next = turns_.OnEnd(finding, end.was_ready);
+  const int delay_ms = next.is_at_once ? 0 : backoff_.NextDelay_ms();
+  const std::string delay =
+      next.is_at_once ? "" : "; next attempt in " + std::to_string(delay_ms) + " ms";
+  SYS_LOG(kLogWarning, "%s %s: %s%s%s%s", end.was_ready ? "lost" : "no connection to",
+          address.c_str(), reason.c_str(), next.text.empty() ? "" : "; ", next.text.c_str(),
+          delay.c_str());
   std::unique_lock<std::mutex> lock(mutex_);
   changed_.wait_for(lock, milliseconds(delay_ms), [this] { return is_stopping_; });
 }
@@ -281,8 +283,10 @@ void MqttLink::Finish(MqttConnection* connection) {
 
 void MqttLink::OnReady(const std::shared_ptr<MqttConnection>& connection, int subscription_code) {
   was_ready_ = true;
-  SYS_LOG(kLogInfo, "connected to %s:%d as %s", options_.broker.host.c_str(), options_.broker.port,
-          options_.broker.client_id.c_str());
+  ready_at_ = Clock::now();
+  const BrokerTurns::Attempt attempt = turns_.Present();
+  SYS_LOG(kLogInfo, "connected to %s as %s, with %s", attempt.address.Text().c_str(),
+          options_.broker.client_id.c_str(), VersionText(attempt.version));
   // A descriptor of its own: the library may close its one while the event thread waits.
   const auto socket = std::make_shared<Socket>(context_, dup(connection->Socket()));
   PostToListener([this, connection, socket, number = last_connection_number_, subscription_code] {

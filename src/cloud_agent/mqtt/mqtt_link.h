@@ -17,6 +17,8 @@
 #include <boost/asio/posix/stream_descriptor.hpp>
 
 #include "cloud_agent/mqtt/backoff.h"
+#include "cloud_agent/mqtt/broker_turns.h"
+#include "cloud_agent/mqtt/connection_ends.h"
 #include "cloud_agent/mqtt/link.h"
 #include "cloud_agent/mqtt/mqtt_connection.h"
 
@@ -59,6 +61,7 @@ class MqttLink : public Link {
   // The network thread.
   void Run();
   void RunConnection();
+  void AwaitNext(const ConnectionEnd& end, VersionFinding finding);
   std::string Drive(MqttConnection* connection);
   bool AwaitWork(std::string* drop_reason);
   void Finish(MqttConnection* connection);
@@ -93,11 +96,12 @@ class MqttLink : public Link {
   bool is_stopped_ = false;
 
   // Network thread only.
-  const std::chrono::milliseconds stable_;  // a connection that stood as long was a good one
+  BrokerTurns turns_;
+  ConnectionEnds ends_;
   Backoff backoff_;
-  int short_connections_ = 0;  // in a row
   std::uint64_t last_connection_number_ = 0;
   bool was_ready_ = false;
+  std::chrono::steady_clock::time_point ready_at_;
 
   // The thread that reads.
   std::set<int> own_;  // message ids of responses that the listener knows nothing of

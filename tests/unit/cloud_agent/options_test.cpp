@@ -44,6 +44,15 @@ class Options : public ::testing::Test {
     return path;
   }
 
+  /// The addresses on one line.
+  std::string Brokers() const {
+    std::string line;
+    for (const BrokerAddress& address : options_.link.broker.addresses) {
+      line += (line.empty() ? "" : " ") + address.Text();
+    }
+    return line;
+  }
+
   TempDirectory directory_;
   ProgramOptions options_;
   std::string printed_;
@@ -53,8 +62,8 @@ TEST_F(Options, HaveDefaults) {
   EXPECT_EQ(Parse({}), std::nullopt);
   EXPECT_EQ(options_.plugin_path, "p.so");
   EXPECT_EQ(options_.root, "cameras");
-  EXPECT_EQ(options_.link.broker.host, "127.0.0.1");
-  EXPECT_EQ(options_.link.broker.port, 1883);
+  EXPECT_EQ(Brokers(), "127.0.0.1:1883");
+  EXPECT_FALSE(options_.link.broker.version);
   EXPECT_EQ(options_.link.broker.keep_alive_s, 10);
   EXPECT_FALSE(options_.link.broker.use_tls);
   EXPECT_EQ(options_.agent.requests.max_request_bytes, 262144U);
@@ -79,15 +88,43 @@ TEST_F(Options, NeedAPlugin) {
 
 TEST_F(Options, OfABrokerWithTlsHaveItsPort) {
   EXPECT_EQ(Parse({"--broker", "example.org", "--tls"}), std::nullopt);
-  EXPECT_EQ(options_.link.broker.host, "example.org");
-  EXPECT_EQ(options_.link.broker.port, 8883);
+  EXPECT_EQ(Brokers(), "example.org:8883");
 }
 
 TEST_F(Options, ImplyTlsByACertificateToTrust) {
   const std::string ca = File("ca.pem", "x");
   EXPECT_EQ(Parse({"--broker", "example.org:1234", "--ca", ca.c_str()}), std::nullopt);
   EXPECT_TRUE(options_.link.broker.use_tls);
-  EXPECT_EQ(options_.link.broker.port, 1234);
+  EXPECT_EQ(Brokers(), "example.org:1234");
+}
+
+TEST_F(Options, NameSeveralBrokers) {
+  EXPECT_EQ(Parse({"--broker", "a,b:17", "--broker", "[::1]"}), std::nullopt);
+  EXPECT_EQ(Brokers(), "a:1883 b:17 [::1]:1883");
+  const std::string file = File("agent.conf", "broker = [\"a\", \"b:17\"]\n");
+  EXPECT_EQ(Parse({"--config", file.c_str()}), std::nullopt);
+  EXPECT_EQ(Brokers(), "a:1883 b:17");
+}
+
+TEST_F(Options, NameABrokerWithTlsByItsAddress) {
+  EXPECT_EQ(Parse({"--broker", "mqtts://example.org"}), std::nullopt);
+  EXPECT_TRUE(options_.link.broker.use_tls);
+  EXPECT_EQ(Brokers(), "example.org:8883");
+}
+
+TEST_F(Options, RefuseABrokerWithoutTlsWhereTlsIsAskedFor) {
+  EXPECT_THAT(RefusalOf({"--tls", "--broker", "mqtt://a"}),
+              HasSubstr("--broker: mqtt://a is without TLS"));
+}
+
+TEST_F(Options, NameAVersionOfMqtt) {
+  EXPECT_EQ(Parse({"--mqtt-version", "5"}), std::nullopt);
+  EXPECT_EQ(options_.link.broker.version, MqttVersion::k5);
+  EXPECT_EQ(Parse({"--mqtt-version", "3.1.1"}), std::nullopt);
+  EXPECT_EQ(options_.link.broker.version, MqttVersion::k311);
+  EXPECT_EQ(Parse({"--mqtt-version", "auto"}), std::nullopt);
+  EXPECT_FALSE(options_.link.broker.version);
+  EXPECT_THAT(RefusalOf({"--mqtt-version", "3.1"}), HasSubstr("--mqtt-version"));
 }
 
 TEST_F(Options, OfACertificateNeedItsKey) {

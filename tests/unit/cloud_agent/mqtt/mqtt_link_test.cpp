@@ -3,6 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <array>
 #include <chrono>
 #include <deque>
 #include <memory>
@@ -79,8 +83,7 @@ OutboundMessage Message(const std::string& topic, const std::string& payload) {
 class LinkTest : public ::testing::Test, private LinkListener {
  protected:
   LinkTest() {
-    options_.broker.host = "127.0.0.1";
-    options_.broker.port = broker_.port();
+    options_.broker.addresses = {{"127.0.0.1", broker_.port()}};
     options_.broker.client_id = "CAM1";
     options_.broker.will_topic = "cameras/CAM1/status";
     options_.broker.will_payload = "gone";
@@ -139,7 +142,15 @@ class LinkTest : public ::testing::Test, private LinkListener {
                      std::to_string(reason_code));
   }
 
+  /// What is in the log of what is done.
+  static std::string LogOf(const std::function<void()>& deed) {
+    testing::internal::CaptureStderr();
+    deed();
+    return testing::internal::GetCapturedStderr();
+  }
+
   ScriptedBroker broker_;
+  ScriptedBroker silent_;  // until a test has it say something
   TaskQueue queue_;
   MqttLink::Options options_;
   std::deque<std::string> heard_;
@@ -208,7 +219,7 @@ TEST_F(LinkTest, TellsWhenTheSubscriptionIsRefused) {
 }
 
 TEST_F(LinkTest, LeavesABrokerThatNeverAnswersTheSubscription) {
-  options_.broker.subscribe_timeout_s = 1;
+  options_.broker.answer_timeout_s = 1;
   StartLink();
   {
     BrokerSession session = broker_.Accept();
@@ -392,6 +403,320 @@ TEST_F(LinkTest, EndsWhileItWaitsForABrokerThatNeverAnswers) {
   BrokerSession session = broker_.Accept();
   session.ExpectConnect();
   link_->Stop(Message("t", "bye"));
+}
+
+TEST_F(LinkTest, TriesItsAddressesInTurnWithoutDelay) {
+  options_.backoff_min_ms = options_.backoff_max_ms = 3600000;
+  options_.broker.version = MqttVersion::k5;
+  options_.broker.addresses = {{"127.0.0.1", silent_.port()}, {"127.0.0.1", broker_.port()}};
+  StartLink();
+  silent_.Accept().Close();
+  broker_.Accept().LetIn();
+  EXPECT_EQ(Heard(), "up");
+}
+
+TEST_F(LinkTest, BeginsWithTheAddressThatWorked) {
+  options_.broker.version = MqttVersion::k5;
+  options_.broker.addresses = {{"127.0.0.1", silent_.port()}, {"127.0.0.1", broker_.port()}};
+  StartLink();
+  silent_.Accept().Close();
+  broker_.Accept().LetIn();
+  EXPECT_EQ(Heard(), "up");
+  EXPECT_EQ(Heard(), "down");
+  broker_.Accept().LetIn();
+  EXPECT_EQ(Heard(), "up");
+  EXPECT_FALSE(silent_.HasCaller());
+}
+
+TEST_F(LinkTest, SaysWhichBrokerALineOfTheLogIsAbout) {
+  options_.broker.addresses = {{"127.0.0.1", silent_.port()}, {"127.0.0.1", broker_.port()}};
+  options_.broker.version = MqttVersion::k5;
+  const std::string log = LogOf([this] {
+    StartLink();
+    {
+      BrokerSession session = silent_.Accept();
+      session.ExpectConnect();
+      session.SendConnack(0x87);
+    }
+    broker_.Accept().LetIn();
+    EXPECT_EQ(Heard(), "up");
+    EXPECT_EQ(Heard(), "down");
+  });
+  const std::string first = "127.0.0.1:" + std::to_string(silent_.port());
+  const std::string second = "127.0.0.1:" + std::to_string(broker_.port());
+  EXPECT_THAT(log, HasSubstr("no connection to " + first +
+                             ": the broker refuses: Not authorized (0x87); look at --username"));
+  EXPECT_THAT(log, HasSubstr("trying " + second));
+  EXPECT_THAT(log, HasSubstr("connected to " + second + " as CAM1, with MQTT 5"));
+}
+
+TEST_F(LinkTest, LeavesABrokerThatNeverAnswersConnect) {
+  options_.broker.answer_timeout_s = 1;
+  const std::string log = LogOf([this] {
+    StartLink();
+    BrokerSession silent = broker_.Accept();
+    EXPECT_EQ(silent.ExpectConnect().version, 5);
+    BrokerSession session = broker_.Accept();
+    EXPECT_EQ(session.ExpectConnect().version, 5) << "silence says nothing of the version";
+    session.SendConnack(0);
+    session.ExpectSubscribe();
+    EXPECT_EQ(Heard(), "up");
+  });
+  EXPECT_THAT(log, HasSubstr("takes the connection and does not answer CONNECT in 1 s; look "));
+}
+
+TEST_F(LinkTest, SaysThatASubscriptionIsNotAnswered) {
+  options_.broker.answer_timeout_s = 1;
+  const std::string log = LogOf([this] {
+    StartLink();
+    BrokerSession session = broker_.Accept();
+    session.ExpectConnect();
+    session.SendConnack(0);
+    broker_.Accept();
+  });
+  EXPECT_THAT(log,
+              HasSubstr("does not answer the subscription to requests in 1 s; look at its load"));
+}
+
+TEST_F(LinkTest, SaysThatTheConnectionEndsOnTheSubscription) {
+  const std::string log = LogOf([this] {
+    StartLink();
+    {
+      BrokerSession session = broker_.Accept();
+      session.ExpectConnect();
+      session.SendConnack(0);
+      EXPECT_EQ(session.Read().type, 8);
+    }
+    broker_.Accept();
+  });
+  EXPECT_THAT(log, HasSubstr("the broker ends the connection on the subscription to requests"));
+}
+
+TEST_F(LinkTest, SaysThatTlsDoesNotBegin) {
+  options_.broker.answer_timeout_s = 1;
+  options_.broker.use_tls = true;
+  const std::string log = LogOf([this] {
+    StartLink();
+    BrokerSession silent = broker_.Accept();
+    broker_.Accept();
+  });
+  EXPECT_THAT(log, HasSubstr("takes the connection and does not begin TLS in 1 s; look whether"));
+}
+
+/// Takes no connection: its queue is full.
+class FullListener {
+ public:
+  FullListener() {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof(address);
+    auto* const any_address = reinterpret_cast<sockaddr*>(&address);
+    if (bind(sockets_[0], any_address, length) != 0 || listen(sockets_[0], 0) != 0 ||
+        getsockname(sockets_[0], any_address, &length) != 0) {
+      throw std::runtime_error("the full listener cannot listen");
+    }
+    port_ = ntohs(address.sin_port);
+    for (std::size_t i = 1; i < sockets_.size(); ++i) {
+      connect(sockets_[i], any_address, length);
+    }
+  }
+  ~FullListener() {
+    for (const int socket : sockets_) {
+      close(socket);
+    }
+  }
+  FullListener(const FullListener&) = delete;
+  FullListener& operator=(const FullListener&) = delete;
+
+  int port() const { return port_; }
+
+ private:
+  static int NewSocket() { return socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0); }
+
+  std::array<int, 4> sockets_ = {NewSocket(), NewSocket(), NewSocket(), NewSocket()};
+  int port_ = 0;
+};
+
+TEST_F(LinkTest, SaysThatThereIsNoTcpConnection) {
+  const FullListener full;
+  options_.broker.answer_timeout_s = 1;
+  options_.broker.addresses = {{"127.0.0.1", full.port()}, {"127.0.0.1", broker_.port()}};
+  for (const bool use_tls : {false, true}) {
+    options_.broker.use_tls = use_tls;
+    const std::string log = LogOf([this] {
+      StartLink();
+      broker_.Accept();
+    });
+    EXPECT_THAT(log, HasSubstr("no TCP connection in 1 s; look at the address"));
+  }
+}
+
+// The version of MQTT.
+
+class LinkVersionTest : public LinkTest {
+ protected:
+  /// Reads the next CONNECT, which is of this version.
+  BrokerSession Expect(int version) {
+    BrokerSession session = broker_.Accept();
+    EXPECT_EQ(session.ExpectConnect().version, version);
+    return session;
+  }
+
+  /// Reads the next CONNECT, lets the agent in, and ends the connection.
+  void LetInOnce(int version) {
+    BrokerSession session = Expect(version);
+    session.SendConnack(0);
+    session.ExpectSubscribe();
+    EXPECT_EQ(Heard(), "up");
+    session.Close();
+    EXPECT_EQ(Heard(), "down");
+  }
+
+  BrokerSession ConnectedWith311() {
+    options_.broker.version = MqttVersion::k311;
+    return Connected();
+  }
+};
+
+TEST_F(LinkVersionTest, Is311ForGoodAfterARefusalOf5) {
+  const std::string log = LogOf([this] {
+    StartLink();
+    Expect(5).SendConnack(0x84);
+    LetInOnce(4);
+    LetInOnce(4);
+  });
+  EXPECT_THAT(log, HasSubstr("the broker refuses MQTT 5: Unsupported Protocol Version (0x84); "
+                             "from now on it gets MQTT 3.1.1"));
+  EXPECT_THAT(log, HasSubstr("with MQTT 3.1.1"));
+}
+
+TEST_F(LinkVersionTest, Is311WithoutDelay) {
+  options_.backoff_min_ms = options_.backoff_max_ms = 3600000;
+  StartLink();
+  Expect(5).SendConnack(0x84);
+  Expect(4);
+}
+
+TEST_F(LinkVersionTest, Is311AfterTheRefusalOfABrokerThatKnowsOnlyThat) {
+  StartLink();
+  Expect(5).SendConnackOf311(1);
+  LetInOnce(4);
+  LetInOnce(4);
+}
+
+TEST_F(LinkVersionTest, Is311ForABrokerThatAnswersInIt) {
+  StartLink();
+  Expect(5).SendConnackOf311(0);
+  LetInOnce(4);
+}
+
+TEST_F(LinkVersionTest, Is311ForGoodWhereConnectOf5EndsTheConnectionTwice) {
+  StartLink();
+  for (int i = 0; i < 2; ++i) {
+    Expect(5).Close();
+    LetInOnce(4);
+  }
+  LetInOnce(4);
+}
+
+TEST_F(LinkVersionTest, Is5AgainWhereConnectEndsTheConnectionInAnyVersion) {
+  StartLink();
+  for (int i = 0; i < 3; ++i) {
+    Expect(5).Close();
+    Expect(4).Close();
+  }
+  LetInOnce(5);
+}
+
+TEST_F(LinkVersionTest, Stays5OnceTheBrokerHasSpokenIt) {
+  StartLink();
+  LetInOnce(5);
+  for (int i = 0; i < 3; ++i) {
+    Expect(5).Close();
+  }
+  LetInOnce(5);
+}
+
+TEST_F(LinkVersionTest, ThatIsGivenIsTheOnlyOne) {
+  options_.broker.version = MqttVersion::k5;
+  const std::string log = LogOf([this] {
+    StartLink();
+    Expect(5).SendConnack(0x84);
+    Expect(5);
+  });
+  EXPECT_THAT(log, HasSubstr("leave the version to --mqtt-version auto"));
+}
+
+TEST_F(LinkVersionTest, Of311SubscribesWithoutOptionsAndSendsNoProperties) {
+  options_.broker.version = MqttVersion::k311;
+  StartLink();
+  BrokerSession session = Expect(4);
+  session.SendConnack(0);
+  EXPECT_EQ(session.ExpectSubscribe(), "cameras/CAM1/request/# 1");
+  EXPECT_EQ(Heard(), "up");
+  OutboundMessage message = Message("t", "{}");
+  message.has_correlation_data = true;
+  message.correlation_data = "c";
+  ASSERT_EQ(link_->Publish(message).result, PublishResult::kAccepted);
+  EXPECT_EQ(session.ExpectPublish().payload, "{}");
+}
+
+TEST_F(LinkVersionTest, Of311HasAcknowledgementsAndRetainedRequests) {
+  BrokerSession session = ConnectedWith311();
+  const Publication publication = link_->Publish(Message("t", "one"));
+  session.SendPuback(session.ExpectPublish().message_id, 0);
+  EXPECT_EQ(Heard(), "acknowledged " + std::to_string(publication.id) + " 0");
+  session.SendPublish("cameras/CAM1/request/get_sn", "{}", "", true);
+  EXPECT_EQ(Heard(), "request cameras/CAM1/request/get_sn {}");
+  EXPECT_TRUE(requests_[0].retained);
+  EXPECT_TRUE(requests_[0].response_topic.empty());
+}
+
+TEST_F(LinkVersionTest, Of311TellsARefusedSubscription) {
+  options_.broker.version = MqttVersion::k311;
+  StartLink();
+  BrokerSession session = Expect(4);
+  session.SendConnack(0);
+  session.ExpectSubscribe(0x80);
+  EXPECT_EQ(Heard(), "up without requests");
+}
+
+TEST_F(LinkVersionTest, Of311SaysWhyItIsNotLetIn) {
+  options_.broker.version = MqttVersion::k311;
+  const std::string log = LogOf([this] {
+    StartLink();
+    for (const int code : {2, 3, 4, 5}) {
+      Expect(4).SendConnack(code);
+    }
+    Expect(4);
+  });
+  EXPECT_THAT(log, HasSubstr("Client Identifier not valid (0x02); give another --client-id"));
+  EXPECT_THAT(log, HasSubstr("Server unavailable (0x03)"));
+  EXPECT_THAT(log, HasSubstr("Bad User Name or Password (0x04); look at --username"));
+  EXPECT_THAT(log, HasSubstr("Not authorized (0x05); look at --username"));
+}
+
+TEST_F(LinkVersionTest, Of311TellsADeniedPublicationFromALostLink) {
+  const std::string log = LogOf([this] {
+    options_.broker.version = MqttVersion::k311;
+    StartLink();
+    for (int i = 0; i < 2; ++i) {
+      BrokerSession session = broker_.Accept();
+      session.LetIn();
+      EXPECT_EQ(Heard(), "up");
+      link_->Publish(Message("a/denied/topic", "{}"));
+      session.ExpectPublish();
+      session.Close();
+      EXPECT_EQ(Heard(), "down");
+    }
+    LetInOnce(4);
+  });
+  EXPECT_THAT(log, HasSubstr("the broker ended the connection after a/denied/topic was published, "
+                             "and not acknowledged: if that comes again, look at what"));
+  EXPECT_THAT(log, HasSubstr("the broker refuses to publish a/denied/topic: it ended 2 connections "
+                             "in a row right after that; look at what the broker allows"));
+  EXPECT_THAT(log, HasSubstr("The connection was lost"));
 }
 
 }  // namespace

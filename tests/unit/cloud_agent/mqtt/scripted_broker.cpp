@@ -74,18 +74,25 @@ ReadConnect BrokerSession::ExpectConnect() {
     throw std::runtime_error("expected CONNECT, got type " + std::to_string(packet.type));
   }
   MqttFields fields(packet.body);
-  if (fields.String() != "MQTT" || fields.Byte() != 5) {
-    throw std::runtime_error("expected MQTT 5");
-  }
   ReadConnect connect;
+  const std::string name = fields.String();
+  connect.version = fields.Byte();
+  is_5_ = connect.version == 5;
+  if (name != "MQTT" || (!is_5_ && connect.version != 4)) {
+    throw std::runtime_error("expected MQTT 5 or 3.1.1");
+  }
   const int flags = fields.Byte();
   connect.clean_start = (flags & 0x02) != 0;
   connect.will_retain = (flags & 0x20) != 0;
   connect.keep_alive_s = fields.Number();
-  fields.Properties();
+  if (is_5_) {
+    fields.Properties();
+  }
   connect.client_id = fields.String();
   if ((flags & 0x04) != 0) {
-    fields.Properties();
+    if (is_5_) {
+      fields.Properties();
+    }
     connect.will_topic = fields.String();
     connect.will_payload = fields.String();
   }
@@ -95,7 +102,11 @@ ReadConnect BrokerSession::ExpectConnect() {
 }
 
 void BrokerSession::SendConnack(int reason_code) {
-  Send(0x20, std::string{0, static_cast<char>(reason_code), 0});
+  Send(0x20, std::string{0, static_cast<char>(reason_code)} + (is_5_ ? MqttLength(0) : ""));
+}
+
+void BrokerSession::SendConnackOf311(int return_code) {
+  Send(0x20, std::string{0, static_cast<char>(return_code)});
 }
 
 std::string BrokerSession::ExpectSubscribe(int granted) {
@@ -105,10 +116,12 @@ std::string BrokerSession::ExpectSubscribe(int granted) {
   }
   MqttFields fields(packet.body);
   const int message_id = fields.Number();
-  fields.Properties();
+  if (is_5_) {
+    fields.Properties();
+  }
   const std::string filter = fields.String();
   const int options = fields.Byte();
-  Send(0x90, MqttNumber(message_id) + std::string{0, static_cast<char>(granted)});
+  Send(0x90, MqttNumber(message_id) + (is_5_ ? MqttLength(0) : "") + static_cast<char>(granted));
   return filter + " " + std::to_string(options);
 }
 
@@ -129,13 +142,14 @@ ReadPublish BrokerSession::ExpectPublish() {
   publish.retain = (packet.flags & 0x01) != 0;
   publish.topic = fields.String();
   publish.message_id = fields.Number();
-  publish.properties = fields.Properties();
+  publish.properties = is_5_ ? fields.Properties() : "";
   publish.payload = fields.Rest();
   return publish;
 }
 
 void BrokerSession::SendPuback(int message_id, int reason_code) {
-  Send(0x40, MqttNumber(message_id) + std::string{static_cast<char>(reason_code), 0});
+  Send(0x40,
+       MqttNumber(message_id) + (is_5_ ? std::string{static_cast<char>(reason_code), 0} : ""));
 }
 
 void BrokerSession::SendDisconnect(int reason_code) {
@@ -145,7 +159,7 @@ void BrokerSession::SendDisconnect(int reason_code) {
 void BrokerSession::SendPublish(const std::string& topic, const std::string& payload,
                                 const std::string& properties, bool retain) {
   Send(retain ? 0x31 : 0x30,
-       MqttString(topic) + MqttLength(properties.size()) + properties + payload);
+       MqttString(topic) + (is_5_ ? MqttLength(properties.size()) : "") + properties + payload);
 }
 
 ScriptedBroker::ScriptedBroker() : socket_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -170,6 +184,11 @@ BrokerSession ScriptedBroker::Accept() {
     throw std::runtime_error("the scripted broker cannot accept");
   }
   return BrokerSession(accepted);
+}
+
+bool ScriptedBroker::HasCaller() const {
+  pollfd entry{socket_, POLLIN, 0};
+  return poll(&entry, 1, 0) == 1;
 }
 
 }  // namespace agent

@@ -1,4 +1,5 @@
-// The broker's side of MQTT 5, step by step, as a test's script has it.
+// The broker's side of MQTT, step by step, as a test's script has it: in the version of the
+// CONNECT that it has read.
 #pragma once
 
 #include <cstdint>
@@ -24,6 +25,7 @@ struct ReadPublish {
 };
 
 struct ReadConnect {
+  int version = 0;  // 5, or 4 for MQTT 3.1.1
   bool clean_start = false;
   bool will_retain = false;
   int keep_alive_s = 0;
@@ -39,13 +41,17 @@ class BrokerSession {
  public:
   explicit BrokerSession(int socket) : socket_(socket) {}
   ~BrokerSession();
-  BrokerSession(BrokerSession&& other) noexcept : socket_(other.socket_) { other.socket_ = -1; }
+  BrokerSession(BrokerSession&& other) noexcept : socket_(other.socket_), is_5_(other.is_5_) {
+    other.socket_ = -1;
+  }
   BrokerSession(const BrokerSession&) = delete;
   BrokerSession& operator=(const BrokerSession&) = delete;
   BrokerSession& operator=(BrokerSession&&) = delete;
 
   ReadConnect ExpectConnect();
   void SendConnack(int reason_code);
+  /// As a broker answers that does not know the version of the CONNECT.
+  void SendConnackOf311(int return_code);
 
   /// @return the filter, a blank, and the options as a number.
   /// @param granted reason code of the answer.
@@ -69,6 +75,7 @@ class BrokerSession {
   std::string ReadBytes(std::size_t count);
 
   int socket_;
+  bool is_5_ = true;
 };
 
 /// Listens on 127.0.0.1, on a port of its own.
@@ -81,6 +88,9 @@ class ScriptedBroker {
 
   int port() const { return port_; }
   BrokerSession Accept();
+
+  /// Whether a connection waits to be accepted.
+  bool HasCaller() const;
 
  private:
   int socket_;
