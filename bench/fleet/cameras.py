@@ -1,7 +1,10 @@
 """Pairs of a virtual camera and its agent, each with a serial number and a bus prefix of its own."""
 import concurrent.futures
+import contextlib
 import os
+import sqlite3
 
+from camera_store import UNDELIVERED
 from parts import BUILD, Program
 from process_figures import Cost
 
@@ -38,19 +41,44 @@ class Cameras:
     def _start_pair(self, serial_number):
         directory = self._directory / serial_number
         directory.mkdir(parents=True)
-        environment = {**os.environ, "TARVEX_SERIAL_NUMBER": serial_number,
-                       "TARVEX_SUBJECT_PREFIX": serial_number, "TARVEX_LOG_LEVEL": "4",
-                       "TARVEX_BUS_ADDRESS": self._servers.bus,
-                       "TARVEX_KV_ADDRESS": self._servers.databases}
-        self._cameras.append(Program(
-            [str(BUILD / "bin/virtual_camera"), "--trace", "--data", str(directory / "camera"),
-             "--cars-per-minute", str(self._cars_per_minute), "--keep-results", "1000"],
-            directory / "camera.log", environment, lambda output: "virtual_camera ready" in output))
+        self._cameras.append(self._camera(serial_number, self._cars_per_minute))
         self._agents.append(Program(
             [str(BUILD / "bin/cloud_agent"), "--plugin", str(BUILD / "lib/libmqttadapter.so"),
              "--trace", "--auto-push", "--broker", self._servers.broker, "--picture-dir",
              str(directory / "pictures"), "--keep-pictures", "20"],
-            directory / "agent.log", environment, lambda _output: True))
+            directory / "agent.log", self._environment(serial_number), lambda _output: True))
+
+    def _environment(self, serial_number):
+        return {**os.environ, "TARVEX_SERIAL_NUMBER": serial_number,
+                "TARVEX_SUBJECT_PREFIX": serial_number, "TARVEX_LOG_LEVEL": "4",
+                "TARVEX_BUS_ADDRESS": self._servers.bus,
+                "TARVEX_KV_ADDRESS": self._servers.databases}
+
+    def _camera(self, serial_number, cars_per_minute):
+        directory = self._directory / serial_number
+        return Program(
+            [str(BUILD / "bin/virtual_camera"), "--trace", "--data", str(directory / "camera"),
+             "--cars-per-minute", str(cars_per_minute), "--keep-results", "1000000",
+             "--picture-width", "320"],
+            directory / "camera.log", self._environment(serial_number),
+            lambda output: "virtual_camera ready" in output)
+
+    def stop_cars(self):
+        """Each camera begins again with its store, and no car passes."""
+        for camera in self._cameras:
+            camera.end()
+        self._cameras = [self._camera(serial_number, 0) for serial_number in self.serial_numbers]
+
+    def stored(self):
+        """The plate ids in each camera's store, by serial number: (all, those undelivered)."""
+        of_cameras = {}
+        for serial_number in self.serial_numbers:
+            file = self._directory / serial_number / "camera/camera.db"
+            with contextlib.closing(sqlite3.connect(f"file:{file}?mode=ro", uri=True)) as store:
+                rows = store.execute("SELECT id, status FROM results").fetchall()
+            of_cameras[serial_number] = ({plate for plate, _ in rows},
+                                         {plate for plate, status in rows if status == UNDELIVERED})
+        return of_cameras
 
     def costs(self):
         return {"agent": [Cost(agent.pid) for agent in self._agents],

@@ -1,5 +1,6 @@
 """Sees a fleet from both sides: what the programs tell of their messages on the bus, and what comes
 at the broker."""
+import itertools
 import json
 import threading
 import time
@@ -9,6 +10,9 @@ from adapter import Bus
 
 REQUEST = "get_io_out_status"
 REQUEST_BODY = {"gpio": 1}
+START_S = 60
+RECONNECT_S = 0.1
+KEEP_ALIVE_S = 5
 
 
 def percentiles(values):
@@ -33,41 +37,57 @@ class Observer:
         self._answered_us = []
         self._refused = 0
         self._counted_from_us = 0
-        self._bus = Bus(servers.bus.split(",", maxsplit=1)[0])
-        self._bus.subscribe("*.TRACE_MESSAGES", self._on_trace)
-        self._bus.flush()
-        self._bus_thread = threading.Thread(target=self._read_bus, daemon=True)
-        self._broker = self._connected(servers)
-
-    def _connected(self, servers):
-        client = paho.Client("fleet-observer")
-        client.max_inflight_messages_set(1000)
-        client.reconnect_delay_set(1, 1)
-
-        def subscribe(*_):
-            client.subscribe([("cameras/+/status", 1), ("cameras/+/message/#", 1),
-                              ("cameras/+/response/#", 1)])
-        client.on_connect = subscribe
-        client.on_message = self._on_message
-        host, port = servers.broker.split(",", maxsplit=1)[0].rsplit(":", 1)
-        client.connect(host, int(port))
-        return client
+        self._is_listening, self._is_subscribed = threading.Event(), threading.Event()
+        self._buses = itertools.cycle(servers.bus.split(","))
+        self._brokers = itertools.cycle(servers.broker.split(","))
+        self._is_ending = False
+        self._threads = [threading.Thread(target=target, daemon=True)
+                         for target in (self._read_bus, self._read_broker)]
+        # Its session lasts: what comes while it goes from one server to another waits for it.
+        self._broker = paho.Client("fleet-observer", clean_session=False)
+        self._broker.max_inflight_messages_set(1000)
+        self._broker.on_connect = self._on_connect
+        self._broker.on_subscribe = lambda *_: self._is_subscribed.set()
+        self._broker.on_message = self._on_message
 
     def __enter__(self):
-        self._bus_thread.start()
-        self._broker.loop_start()
+        for thread in self._threads:
+            thread.start()
+        if not self._is_listening.wait(START_S) or not self._is_subscribed.wait(START_S):
+            raise RuntimeError("the observer reaches no bus or no broker")
         return self
 
     def __exit__(self, *_):
-        self._broker.loop_stop()
-        self._broker.disconnect()
+        self._is_ending = True
+        self._threads[1].join()
 
     def _read_bus(self):
-        try:
-            while True:
-                self._bus.read()
-        except (OSError, ConnectionError):
-            pass  # the servers have ended
+        while not self._is_ending:
+            try:
+                bus = Bus(next(self._buses))
+                bus.subscribe("*.TRACE_MESSAGES", self._on_trace)
+                bus.flush()
+                self._is_listening.set()
+                while True:
+                    bus.read()
+            except OSError:
+                time.sleep(RECONNECT_S)  # its server has ended
+
+    def _read_broker(self):
+        while not self._is_ending:
+            host, port = next(self._brokers).rsplit(":", 1)
+            try:
+                self._broker.connect(host, int(port), keepalive=KEEP_ALIVE_S)
+                while not self._is_ending and self._broker.loop(0.2) == paho.MQTT_ERR_SUCCESS:
+                    pass
+            except OSError:
+                pass
+            time.sleep(RECONNECT_S)
+        self._broker.disconnect()
+
+    def _on_connect(self, client, *_):
+        client.subscribe([("cameras/+/status", 1), ("cameras/+/message/#", 1),
+                          ("cameras/+/response/#", 1)])
 
     def _on_trace(self, _subject, body):
         event = json.loads(body)
@@ -164,6 +184,11 @@ class Observer:
                     "acknowledged": sum(key in self._acknowledged_us for key in counted),
                     "lost": sum(key not in self._arrived for key in counted),
                     "arrived_again": sum(self._arrived.get(key, 1) - 1 for key in counted)}
+
+    def arrived(self):
+        """How often each result came, by serial number and plate id."""
+        with self._lock:
+            return dict(self._arrived)
 
     def counted(self):
         """The results that count so far, by serial number and plate id."""

@@ -4,6 +4,7 @@ import os
 import pathlib
 import shutil
 import tempfile
+import urllib.request
 
 from parts import Program, free_port, is_open, wait_until
 from process_figures import Cost
@@ -53,6 +54,7 @@ class OwnServers(_Addresses):
         """@param is_cluster three nats-servers that are all of it, instead of two and mosquitto."""
         super().__init__()
         self._programs = {}
+        self._nodes = []
         try:
             if is_cluster:
                 self._start_cluster()
@@ -77,7 +79,8 @@ class OwnServers(_Addresses):
         self.start_broker()
 
     def _start_cluster(self):
-        clients, brokers, routes = ([free_port() for _ in range(NODES)] for _ in range(3))
+        clients, brokers, routes, self._monitors = (
+            [free_port() for _ in range(NODES)] for _ in range(4))
         self.bus = self.databases = ",".join(f"127.0.0.1:{port}" for port in clients)
         self.broker = ",".join(f"127.0.0.1:{port}" for port in brokers)
         route_urls = ", ".join(f'"nats://127.0.0.1:{port}"' for port in routes)
@@ -85,12 +88,32 @@ class OwnServers(_Addresses):
             settings = self.directory / f"node{node}.conf"
             settings.write_text(
                 f"server_name: node{node}\nlisten: 127.0.0.1:{clients[node]}\n"
+                f"http: 127.0.0.1:{self._monitors[node]}\n"
                 f'jetstream {{ store_dir: "{self.directory}/node{node}" }}\n'
                 f"cluster {{ name: desk, listen: 127.0.0.1:{routes[node]}, "
                 f"routes: [{route_urls}] }}\n"
                 f"mqtt {{ listen: 127.0.0.1:{brokers[node]}, stream_replicas: {NODES} }}\n")
-            self._start(f"node{node}", ["nats-server", "-c", str(settings)], clients[node])
-        wait_until(lambda: all(is_open(port) for port in brokers), "the start of the brokers")
+            self._nodes.append((f"node{node}", ["nats-server", "-c", str(settings)],
+                                clients[node]))
+            self._start(*self._nodes[node])
+        wait_until(lambda: all(map(self._is_healthy, range(NODES))), "the start of the cluster")
+
+    def _is_healthy(self, node):
+        """Whether it has caught up with the others, and serves."""
+        try:
+            with urllib.request.urlopen(
+                    f"http://127.0.0.1:{self._monitors[node]}/healthz", timeout=5) as answer:
+                return answer.status == 200
+        except OSError:
+            return False
+
+    def kill_node(self, node):
+        self._programs.pop(self._nodes[node][0]).kill()
+
+    def start_node(self, node):
+        """Returns when it has caught up."""
+        self._start(*self._nodes[node])
+        wait_until(lambda: self._is_healthy(node), f"the return of node {node}")
 
     def _start(self, name, command, port):
         self._programs[name] = Program(command, self.directory / f"{name}.log",
