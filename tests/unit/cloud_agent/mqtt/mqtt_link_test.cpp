@@ -719,5 +719,19 @@ TEST_F(LinkVersionTest, Of311TellsADeniedPublicationFromALostLink) {
   EXPECT_THAT(log, HasSubstr("The connection was lost"));
 }
 
+TEST_F(LinkVersionTest, Of311BlamesNoPublicationThatWasAcknowledged) {
+  const std::string log = LogOf([this] {
+    BrokerSession session = ConnectedWith311();
+    link_->Publish(Message("a/topic", "{}"));
+    session.SendPuback(session.ExpectPublish().message_id, 0);
+    EXPECT_THAT(Heard(), HasSubstr("acknowledged"));
+    session.Close();
+    EXPECT_EQ(Heard(), "down");
+    broker_.Accept();
+  });
+  EXPECT_THAT(log, HasSubstr("The connection was lost"));
+  EXPECT_THAT(log, testing::Not(HasSubstr("a/topic")));
+}
+
 }  // namespace
 }  // namespace agent
