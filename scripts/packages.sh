@@ -17,12 +17,16 @@ missing_packages() {
 }
 
 # An index that cannot be fetched is no failure where the packages can be installed without.
-# usage: need_packages run|test|lint|bench|fuzz|arm|abi|package   all but arm need what running and the tests need
+# usage: need_packages run|test|lint|bench|brokers|fuzz|arm|abi|package   all but arm need what running and the tests need
 need_packages() {
-  local lists=(scripts/packages.txt) missing as_root=() update="" architecture
+  local lists=(scripts/packages.txt) missing as_root=() update="" architecture services=() service
   case "$1" in
     test) lists+=(scripts/packages-test.txt) ;;
     bench) lists+=(scripts/packages-test.txt scripts/packages-bench.txt) ;;
+    brokers)
+      lists+=(scripts/packages-test.txt scripts/packages-brokers.txt)
+      services=(ejabberd.service epmd.service epmd.socket)
+      ;;
     fuzz) lists+=(scripts/packages-test.txt scripts/packages-fuzz.txt) ;;
     arm) lists=(scripts/packages-arm.txt) ;;
     abi) lists+=(scripts/packages-test.txt scripts/packages-arm.txt) ;;
@@ -40,6 +44,11 @@ need_packages() {
   mkdir -p build
   for architecture in $(printf '%s\n' "${missing[@]}" | sed -n 's/.*://p' | sort -u); do
     "${as_root[@]}" dpkg --add-architecture "$architecture"
+  done
+  # What a package starts by itself is not wanted; one that is there already is somebody's.
+  for service in "${services[@]}"; do
+    [ -e "/lib/systemd/system/$service" ] ||
+      "${as_root[@]}" ln -sfn /dev/null "/etc/systemd/system/$service"
   done
   "${as_root[@]}" apt-get update >build/apt-update.log 2>&1 ||
     update="; apt-get update failed too: $(tail -n 1 build/apt-update.log)"

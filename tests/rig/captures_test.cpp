@@ -82,8 +82,6 @@ class Captures : public RigTest {
     return published;
   }
 
-  int Undelivered() { return rig_.CameraState()["results"]["undelivered"].asInt(); }
-
   void Redeliver(int count) {
     rig_.Request("check_offline_record", R"({"enable":"push","max_count":100})");
     for (int i = 0; i < count; ++i) {

@@ -4,149 +4,10 @@
 #include <iterator>
 #include <vector>
 
+#include "request_cases.h"
 #include "rig_test.h"
 
 namespace {
-
-/// What a response says in short: "done" or its code, with "+answer" where it has one.
-std::string InShort(const Json::Value& response) {
-  const std::string outcome = response["result"].asBool() ? "done" : response["code"].asString();
-  return outcome + (response.isMember("answer") ? "+answer" : "");
-}
-
-struct RequestCase {
-  std::string name;
-  std::string good_body;
-  std::string done;                         ///< what a good one comes to
-  std::vector<std::string> refused_bodies;  ///< "" is none at all
-  std::string service = {};                 ///< its queue; empty: none is asked
-  std::string down = "refused";
-  std::string garbage = "refused";
-  bool needs_version = true;
-};
-
-std::ostream& operator<<(std::ostream& stream, const RequestCase& row) {
-  return stream << row.name;
-}
-
-const std::vector<RequestCase>& Cases() {
-  static const std::string time =
-      R"({"year":"2030","month":"1","day":"5","hour":"3","min":"4","sec":"5"})";
-  static const std::vector<RequestCase> cases = {
-      {"ivs_trigger", "", "done", {}, "ALG_REQUEST_MESSAGE", "refused", "done"},
-      {"gpio_out",
-       R"({"io":1,"value":1,"delay":0})",
-       "done",
-       {"5", "[1]", R"("x")", R"({"io":"x"})", R"({"io":1,"value":[]})"},
-       "EVS_GPIO_CONTROL",
-       "refused",
-       "done",
-       false},
-      {"get_io_out_status",
-       R"({"gpio":1})",
-       "done+answer",
-       {"", "{}", R"({"gpio":"1"})", R"({"gpio":1.5})", "[]"},
-       "EVS_BUS_REQUEST"},
-      {"set_time",
-       time,
-       "done",
-       {"", "{}", R"({"year":"2030"})",
-        R"({"year":"2030","month":"13","day":"5","hour":"3","min":"4","sec":"5"})",
-        R"({"year":"1969","month":"1","day":"5","hour":"3","min":"4","sec":"5"})",
-        R"({"year":"2030","month":"x","day":"5","hour":"3","min":"4","sec":"5"})",
-        R"({"year":[],"month":"1","day":"5","hour":"3","min":"4","sec":"5"})"},
-       "SS_BUS_REQUEST",
-       "refused",
-       "done"},
-      {"reboot_dev", "", "done", {}, "SS_BUS_REQUEST", "refused", "done"},
-      {"get_sn", "", "done+answer", {}},
-      {"get_device_timestamp", "", "done+answer", {}},
-      {"serial_data",
-       R"({"serialData":[{"serialChannel":0,"data":"aGVsbG8K","dataLen":6}]})",
-       "done",
-       {"", "{}", R"({"serialData":"aGVsbG8K"})", R"({"serialData":{}})"},
-       "EVS_RS485_WRITE",
-       "done",
-       "done",
-       false},
-      {"get_ad_voice", "", "done+answer", {}, "AD_HTTP_REQUESTION", "refused", "refused", false},
-      {"set_ad_voice",
-       R"({"media_voice_time_ctrl":[]})",
-       "done",
-       {"", "{}", "[]"},
-       "AD_HTTP_REQUESTION",
-       "refused",
-       "refused",
-       false},
-      {"get_lcd_bright", "", "done+answer", {}, "AD_HTTP_REQUESTION", "refused", "refused", false},
-      {"set_lcd_bright",
-       R"({"lcd_bright_mode":1,"lcd_bright_time_ctrl":[]})",
-       "done",
-       {"", "{}", R"({"lcd_bright_mode":1})", R"({"lcd_bright_time_ctrl":[]})"},
-       "AD_HTTP_REQUESTION",
-       "refused",
-       "refused",
-       false},
-      {"set_cloud_ctrl",
-       R"({"type":3})",
-       "done",
-       {"", "{}", "[]", R"({"type":"x"})"},
-       "BUS_REQUEST_MESSAGE"},
-      {"get_image_by_id",
-       R"({"id":1})",
-       "done+answer",
-       {"", "{}", R"({"id":"1"})", R"({"id":77})", R"({"id":-1})"},
-       "BUS_GET_IVS_INFO"},
-      {"snapshot", "", "done+answer", {}, "ALG_REQUEST_MESSAGE"},
-      // The answer is a binary record: any bytes make one.
-      {"get_last_result", "", "done+answer", {}, "BUS_GET_IVS_INFO", "refused", "done+answer"},
-      {"bind_device_list", "", "done+answer", {}, "user_get_mate_info", "refused", "done+answer"},
-      {"agent_rtsp_url",
-       R"({"sn":"VCMATE0001"})",
-       "done+answer",
-       {"", "{}", R"({"sn":null})", R"({"sn":[]})"},
-       "user_get_rtsp_info",
-       "refused",
-       "done+answer"},
-      {"agent_talkback_port",
-       R"({"sn":"VCMATE0001","window_size":64})",
-       "done+answer",
-       {"", "{}", R"({"sn":"VCMATE0001"})", R"({"sn":"VCMATE0001","window_size":"x"})"},
-       "user_request_talkback",
-       "refused",
-       "done+answer"},
-      {"lanectrl_result_cfg",
-       R"([{"event":"person_stay","enable":1}])",
-       "done",
-       {"", "{}", R"("x")"},
-       "stay_event_enable",
-       "refused",
-       "done"},
-      {"white_list_operator",
-       R"({"operator_type":"update_or_add","dldb_rec":{"plate":"AB12345"}})",
-       "done+answer",
-       {"", "{}", R"({"operator_type":5})", R"({"operator_type":"select","plate":"A"})",
-        R"({"operator_type":"drop"})"},
-       "BUS_WHITE_LIST_INFO",
-       "refused+answer",
-       "refused+answer"},
-      {"wl_check_status",
-       R"({"cmd":"set","filter_enable":1})",
-       "done+answer",
-       {"", "{}", R"({"cmd":5})", R"({"cmd":"drop"})", R"({"cmd":"set"})",
-        R"({"cmd":"set","filter_enable":3})", R"({"cmd":"set","filter_enable":"1"})"},
-       "BUS_WHITE_LIST_INFO"},
-      // Says only whether the re-delivery was ordered.
-      {"check_offline_record",
-       R"({"enable":"clear"})",
-       "done",
-       {},
-       "BUS_GET_IVS_INFO",
-       "done",
-       "done"},
-  };
-  return cases;
-}
 
 class EveryRequest : public RigTest, public testing::WithParamInterface<RequestCase> {
  protected:
@@ -224,16 +85,16 @@ TEST_P(EveryService, MakesItsRequestComeToThis) {
 
 std::vector<RequestCase> CasesWithService() {
   std::vector<RequestCase> cases;
-  std::copy_if(Cases().begin(), Cases().end(), std::back_inserter(cases),
+  std::copy_if(RequestCases().begin(), RequestCases().end(), std::back_inserter(cases),
                [](const RequestCase& row) { return !row.service.empty(); });
   return cases;
 }
 
 std::string NameOf(const testing::TestParamInfo<RequestCase>& test) { return test.param.name; }
 
-INSTANTIATE_TEST_SUITE_P(Rig, EveryRequest, testing::ValuesIn(Cases()), NameOf);
+INSTANTIATE_TEST_SUITE_P(Rig, EveryRequest, testing::ValuesIn(RequestCases()), NameOf);
 INSTANTIATE_TEST_SUITE_P(Rig, EveryService, testing::ValuesIn(CasesWithService()), NameOf);
 
-TEST(EveryRequestTable, HasThemAll) { EXPECT_EQ(Cases().size(), 23U); }
+TEST(EveryRequestTable, HasThemAll) { EXPECT_EQ(RequestCases().size(), 23U); }
 
 }  // namespace

@@ -87,8 +87,6 @@ class Examples : public RigTest, public testing::WithParamInterface<Language> {
   static int ExitCode(ChildProcess* program) {
     return program->WaitForExit(seconds(60)) ? program->exit_code().value_or(-1) : -1;
   }
-
-  int Undelivered() { return rig_.CameraState()["results"]["undelivered"].asInt(); }
   int Pulses() { return rig_.CameraState()["gpio"]["pulses"][1].asInt(); }
 
   static constexpr char kPulse[] = R"({"io":1,"value":2,"delay":100})";

@@ -14,8 +14,6 @@ class Listeners : public RigTest {
     rig_.StartAgent(options);
     rig_.cloud.reset();
   }
-
-  int Undelivered() { return rig_.CameraState()["results"]["undelivered"].asInt(); }
 };
 
 TEST_F(Listeners, ThatAreMissingLeaveResultsInTheStore) {

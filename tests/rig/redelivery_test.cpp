@@ -11,22 +11,6 @@ class Redelivery : public RigTest {
     // The five seconds between two records pass in 50 ms.
     rig_.more_environment["TARVEX_CLOCK_SCALE"] = "100";
   }
-
-  void Push(int max_count) {
-    EXPECT_EQ(rig_.Request("check_offline_record", R"({"enable":"push","max_count":)" +
-                                                       std::to_string(max_count) + "}")["result"],
-              true);
-  }
-
-  int Undelivered() { return rig_.CameraState()["results"]["undelivered"].asInt(); }
-
-  /// Waits for one re-delivered result. @return its plate id.
-  unsigned int AwaitRedelivered() {
-    const Json::Value message = rig_.AwaitMessage("ivs_result");
-    EXPECT_EQ(message["tag"].asInt(), 16);
-    EXPECT_EQ(PlateResult(message)["isoffline"].asInt(), 1);
-    return PlateResult(message)["plateid"].asUInt();
-  }
 };
 
 TEST_F(Redelivery, OnCommandBringsWhatWasMissedInOrder) {

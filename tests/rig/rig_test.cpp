@@ -34,7 +34,8 @@ std::string FromBase64(const std::string& text) {
   return bytes;
 }
 
-RigTest::RigTest() : rig_({RIG_CAMERA, RIG_CAMERA_CTL, RIG_AGENT, RIG_PLUGIN}) {}
+RigTest::RigTest(const BrokerProgram& broker)
+    : rig_({RIG_CAMERA, RIG_CAMERA_CTL, RIG_AGENT, RIG_PLUGIN}, broker) {}
 
 void RigTest::TearDown() {
   if (!HasFailure()) {
@@ -73,6 +74,13 @@ bool RigTest::AgentPrints(const std::string& text) {
   return WaitUntil([&] { return rig_.agent->Output().find(text) != std::string::npos; });
 }
 
+bool RigTest::AgentIsConnected() const {
+  const std::string printed = rig_.agent->Output();
+  const std::size_t connected = printed.rfind("broker connected");
+  const std::size_t lost = printed.rfind("broker lost");
+  return connected != std::string::npos && (lost == std::string::npos || connected > lost);
+}
+
 void RigTest::MissCars(int count) {
   rig_.broker.Kill();
   ASSERT_TRUE(AgentPrints("broker lost"));
@@ -86,4 +94,19 @@ void RigTest::BrokerComesBack() {
   rig_.broker.Start();
   ASSERT_TRUE(rig_.AwaitOnline(true));
   ASSERT_TRUE(WaitUntil([this] { return rig_.cloud->IsSubscribed(); }));
+  // The status may be an old one that the broker has kept.
+  ASSERT_TRUE(WaitUntil([this] { return AgentIsConnected(); }));
+}
+
+void RigTest::Push(int max_count) {
+  EXPECT_EQ(rig_.Request("check_offline_record", R"({"enable":"push","max_count":)" +
+                                                     std::to_string(max_count) + "}")["result"],
+            true);
+}
+
+unsigned int RigTest::AwaitRedelivered() {
+  const Json::Value message = rig_.AwaitMessage("ivs_result");
+  EXPECT_EQ(message["tag"].asInt(), 16);
+  EXPECT_EQ(PlateResult(message)["isoffline"].asInt(), 1);
+  return PlateResult(message)["plateid"].asUInt();
 }

@@ -11,7 +11,7 @@
 
 class RigTest : public testing::Test {
  protected:
-  RigTest();
+  explicit RigTest(const BrokerProgram& broker = Mosquitto());
 
   /// On failure, shows what the programs wrote.
   void TearDown() override;
@@ -28,10 +28,22 @@ class RigTest : public testing::Test {
   /// Waits until the agent has printed such a text.
   bool AgentPrints(const std::string& text);
 
+  /// Whether the agent has a connection to the broker, as it prints.
+  bool AgentIsConnected() const;
+
   /// Has cars pass while the broker is away; the agent runs, and knows.
   void MissCars(int count);
 
+  /// Starts the broker that was ended, and waits until agent and test are connected again.
   void BrokerComesBack();
+
+  /// Has a re-delivery begin.
+  void Push(int max_count);
+
+  int Undelivered() { return rig_.CameraState()["results"]["undelivered"].asInt(); }
+
+  /// Waits for one re-delivered result. @return its plate id.
+  unsigned int AwaitRedelivered();
 
   Rig rig_;
 };

@@ -1,14 +1,22 @@
 #include "support/mqtt_broker.h"
 
+#include <chrono>
 #include <csignal>
-#include <fstream>
 #include <stdexcept>
+#include <utility>
 
 #include "support/loopback_port.h"
 #include "support/wait_until.h"
 
-MqttBroker::MqttBroker(const std::vector<std::string>& settings)
-    : settings_(settings), port_(FreeLoopbackPort()) {
+namespace {
+
+// Some brokers take seconds where nothing else runs.
+constexpr auto kStart = std::chrono::seconds(90);
+
+}  // namespace
+
+MqttBroker::MqttBroker(BrokerProgram program)
+    : program_(std::move(program)), port_(FreeLoopbackPort()) {
   for (int attempts_left = 4;; --attempts_left) {
     try {
       Start();
@@ -30,25 +38,27 @@ MqttBroker::~MqttBroker() {
 }
 
 void MqttBroker::Start() {
-  const std::string configuration = (directory_.path() / "mosquitto.conf").string();
-  std::ofstream file(configuration);
-  file << "listener " << port_ << " 127.0.0.1\npersistence false\nset_tcp_nodelay true\n"
-       << "max_queued_messages 0\nmax_inflight_messages 1000\n";
-  for (const std::string& line : settings_) {
-    file << line << "\n";
-  }
-  file.close();
-  process_ =
-      std::make_unique<ChildProcess>(std::vector<std::string>{"mosquitto", "-c", configuration},
-                                     (directory_.path() / "mosquitto.log").string());
+  const BrokerProgram ready = Prepared(program_, directory_.path(), port_);
+  process_ = std::make_unique<ChildProcess>(
+      ready.command, (directory_.path() / "broker.log").string(), ready.environment);
   const bool serves =
-      WaitUntil([this] { return LoopbackPortServes(port_) || !process_->IsRunning(); });
+      WaitUntil([this] { return LoopbackPortServes(port_) || !process_->IsRunning(); }, kStart);
   if (!serves || !process_->IsRunning()) {
-    throw std::runtime_error("mosquitto did not start: " + process_->Output());
+    throw std::runtime_error(program_.name + " did not start: " + process_->Output());
   }
 }
 
+BrokerAccess MqttBroker::access() const {
+  BrokerAccess access(port_);
+  access.speaks_mqtt_5 = program_.speaks_mqtt_5;
+  access.username = program_.username;
+  access.password = program_.password;
+  return access;
+}
+
 void MqttBroker::Kill() { process_->Kill(); }
+
+void MqttBroker::Stop() { process_->Terminate(); }
 
 void MqttBroker::Freeze() { process_->Signal(SIGSTOP); }
 

@@ -1,18 +1,21 @@
-// A real mosquitto on the loopback interface, on a free port of its own.
+// A real broker on the loopback interface, on a free port of its own.
 #pragma once
 
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "support/broker_program.h"
 #include "support/child_process.h"
+#include "support/mqtt_client.h"
 #include "support/temp_directory.h"
 
 class MqttBroker {
  public:
   /// Starts a broker and waits until it serves. Throws std::runtime_error.
-  /// @param settings further lines of its configuration; without any it lets everybody in.
-  explicit MqttBroker(const std::vector<std::string>& settings = {"allow_anonymous true"});
+  explicit MqttBroker(BrokerProgram program = Mosquitto());
+  /// mosquitto, with these further lines of configuration.
+  explicit MqttBroker(const std::vector<std::string>& settings) : MqttBroker(Mosquitto(settings)) {}
   ~MqttBroker();
 
   MqttBroker(const MqttBroker&) = delete;
@@ -21,10 +24,18 @@ class MqttBroker {
   /// The port stays the same through Kill() and Start().
   int port() const { return port_; }
 
-  /// Ends the broker with SIGKILL; it forgets everything.
+  const BrokerProgram& program() const { return program_; }
+
+  /// How the tests' client reaches it.
+  BrokerAccess access() const;
+
+  /// Ends the broker with SIGKILL; mosquitto forgets everything.
   void Kill();
 
-  /// Starts a killed broker again.
+  /// Ends the broker with SIGTERM, so that it can take leave of its clients.
+  void Stop();
+
+  /// Starts a broker again that was ended.
   void Start();
 
   /// Stops the broker (SIGSTOP), and lets it go on.
@@ -33,7 +44,7 @@ class MqttBroker {
 
  private:
   TempDirectory directory_;
-  std::vector<std::string> settings_;
+  const BrokerProgram program_;
   int port_;
   std::unique_ptr<ChildProcess> process_;
 };

@@ -33,17 +33,22 @@ struct MqttClient::Library {
   ~Library() { mosquitto_lib_cleanup(); }
 };
 
-MqttClient::MqttClient(int port, const std::string& filter,
+MqttClient::MqttClient(const BrokerAccess& broker, const std::string& filter,
                        std::function<void(const Message&)> on_message)
     : filter_(filter), on_message_(std::move(on_message)) {
   static const Library library;
   client_ = mosquitto_new(nullptr, true, this);
-  mosquitto_int_option(client_, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
+  mosquitto_int_option(client_, MOSQ_OPT_PROTOCOL_VERSION,
+                       broker.speaks_mqtt_5 ? MQTT_PROTOCOL_V5 : MQTT_PROTOCOL_V311);
+  if (!broker.username.empty()) {
+    mosquitto_username_pw_set(client_, broker.username.c_str(), broker.password.c_str());
+  }
   mosquitto_int_option(client_, MOSQ_OPT_TCP_NODELAY, 1);
   mosquitto_reconnect_delay_set(client_, 1, 1, false);
   mosquitto_connect_callback_set(client_, OnConnect);
   mosquitto_subscribe_callback_set(client_, OnSubscribed);
   mosquitto_disconnect_callback_set(client_, OnDisconnect);
+  mosquitto_publish_callback_set(client_, OnPublished);
   mosquitto_message_v5_callback_set(client_, [](mosquitto*, void* self,
                                                 const mosquitto_message* message,
                                                 const mosquitto_property* properties) {
@@ -52,7 +57,7 @@ MqttClient::MqttClient(int port, const std::string& filter,
                                                          static_cast<size_t>(message->payloadlen)),
                                              CorrelationOf(properties), message->retain});
   });
-  mosquitto_connect_async(client_, "127.0.0.1", port, 10);
+  mosquitto_connect_async(client_, "127.0.0.1", broker.port, 10);
   mosquitto_loop_start(client_);
   if (!WaitUntil([this] { return IsSubscribed(); })) {
     throw std::runtime_error("the test's MQTT client does not get a connection");
@@ -83,6 +88,13 @@ void MqttClient::OnDisconnect(mosquitto* /*client*/, void* self, int /*code*/) {
   auto* me = static_cast<MqttClient*>(self);
   const std::lock_guard<std::mutex> lock(me->mutex_);
   me->is_subscribed_ = false;
+}
+
+void MqttClient::OnPublished(mosquitto* /*client*/, void* self, int id) {
+  auto* me = static_cast<MqttClient*>(self);
+  const std::lock_guard<std::mutex> lock(me->mutex_);
+  me->last_published_ = id;
+  me->published_.notify_all();
 }
 
 void MqttClient::Arrived(const Message& message) {
@@ -123,6 +135,21 @@ void MqttClient::Publish(const std::string& topic, const std::string& payload,
   if (result != MOSQ_ERR_SUCCESS) {
     throw std::runtime_error(mosquitto_strerror(result));
   }
+}
+
+std::chrono::microseconds MqttClient::RoundTrip(const std::string& topic,
+                                                const std::string& payload) {
+  const auto begin = std::chrono::steady_clock::now();
+  int id = 0;
+  const int result = mosquitto_publish(client_, &id, topic.c_str(),
+                                       static_cast<int>(payload.size()), payload.data(), 1, false);
+  std::unique_lock<std::mutex> lock(mutex_);
+  if (result != MOSQ_ERR_SUCCESS ||
+      !published_.wait_for(lock, std::chrono::seconds(20), [&] { return last_published_ == id; })) {
+    throw std::runtime_error("no acknowledgement of " + topic);
+  }
+  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() -
+                                                               begin);
 }
 
 std::optional<MqttClient::Message> MqttClient::Await(

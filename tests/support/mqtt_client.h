@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <map>
 #include <memory>
@@ -11,6 +12,16 @@
 #include <vector>
 
 struct mosquitto;
+
+/// How a client reaches a broker of this machine.
+struct BrokerAccess {
+  BrokerAccess(int loopback_port) : port(loopback_port) {}  // NOLINT: mostly that is all
+
+  int port;
+  bool speaks_mqtt_5 = true;  ///< else 3.1.1, which has none of the Extras but `retain`
+  std::string username;       ///< empty: none
+  std::string password;
+};
 
 class MqttClient {
  public:
@@ -28,7 +39,7 @@ class MqttClient {
   /// Connects, subscribes to `filter`, and waits for both. It reconnects and subscribes
   /// again by itself. Throws std::runtime_error.
   /// @param on_message called on the client's thread for each message; may be empty.
-  MqttClient(int port, const std::string& filter,
+  MqttClient(const BrokerAccess& broker, const std::string& filter,
              std::function<void(const Message&)> on_message = {});
   ~MqttClient();
 
@@ -46,6 +57,10 @@ class MqttClient {
   void Publish(const std::string& topic, const std::string& payload) {
     Publish(topic, payload, Extras());
   }
+
+  /// Publishes a message with QoS 1. @return how long the broker took to acknowledge it.
+  /// Throws std::runtime_error.
+  std::chrono::microseconds RoundTrip(const std::string& topic, const std::string& payload);
 
   /// Whether the subscription stands.
   bool IsSubscribed() const;
@@ -73,6 +88,7 @@ class MqttClient {
   static void OnConnect(mosquitto* client, void* self, int code);
   static void OnSubscribed(mosquitto* client, void* self, int id, int count, const int* granted);
   static void OnDisconnect(mosquitto* client, void* self, int code);
+  static void OnPublished(mosquitto* client, void* self, int id);
   void Arrived(const Message& message);
 
   std::string filter_;
@@ -80,5 +96,7 @@ class MqttClient {
   mutable std::mutex mutex_;
   std::vector<Message> messages_;
   bool is_subscribed_ = false;
+  std::condition_variable published_;
+  int last_published_ = 0;  ///< message id
   mosquitto* client_ = nullptr;
 };

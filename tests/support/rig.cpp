@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
 #include <stdexcept>
 #include <utility>
 
@@ -32,8 +33,10 @@ std::string Compact(const Json::Value& value) {
   return text;
 }
 
-Rig::Rig(const RigPrograms& rig_programs)
-    : programs(rig_programs), cloud(std::make_unique<MqttClient>(broker.port(), "cameras/#")) {}
+Rig::Rig(const RigPrograms& rig_programs, const BrokerProgram& broker_program)
+    : programs(rig_programs),
+      broker(broker_program),
+      cloud(std::make_unique<MqttClient>(broker.access(), "cameras/#")) {}
 
 Rig::~Rig() = default;
 
@@ -76,17 +79,29 @@ void Rig::LaunchAgent(const std::vector<std::string>& options, int broker_port) 
        "--id-picture-dir", (directory.path() / "camera/lane").string(), "--status-interval", "1",
        "--backoff-min-ms", "50", "--backoff-max-ms", "200", "--keep-alive", "5",
        "--print-messages"},
-      options);
+      Joined(BrokerOptions(), options));
   // All that runs on the rig can be run with another version of MQTT.
   const char* const version = std::getenv("RIG_MQTT_VERSION");
   if (version != nullptr &&
-      std::find(options.begin(), options.end(), "--mqtt-version") == options.end()) {
+      std::find(command.begin(), command.end(), "--mqtt-version") == command.end()) {
     command.insert(command.end(), {"--mqtt-version", version});
   }
   if (std::find(options.begin(), options.end(), "--picture-dir") == options.end()) {
     command.insert(command.end(), {"--picture-dir", (directory.path() / "pictures").string()});
   }
   agent = std::make_unique<ChildProcess>(command, LogFile("agent"), Environment());
+}
+
+std::vector<std::string> Rig::BrokerOptions() const {
+  const BrokerProgram& program = broker.program();
+  std::vector<std::string> options = program.agent_options;
+  if (!program.username.empty()) {
+    const std::string password_file = (directory.path() / "password").string();
+    std::ofstream(password_file) << program.password << "\n";
+    options.insert(options.end(),
+                   {"--username", program.username, "--password-file", password_file});
+  }
+  return options;
 }
 
 void Rig::StartAgent(const std::vector<std::string>& options, int broker_port) {

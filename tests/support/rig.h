@@ -27,7 +27,7 @@ struct RigPrograms {
 class Rig {
  public:
   /// Starts the servers and the client. Throws std::runtime_error.
-  explicit Rig(const RigPrograms& programs);
+  explicit Rig(const RigPrograms& programs, const BrokerProgram& broker_program = Mosquitto());
   ~Rig();
 
   Rig(const Rig&) = delete;
@@ -85,6 +85,9 @@ class Rig {
  private:
   /// A file of its own for each start.
   std::string LogFile(const std::string& program);
+
+  /// What the agent is told of the broker besides its address.
+  std::vector<std::string> BrokerOptions() const;
 
   int starts_ = 0;
   int last_request_ = 0;
