@@ -12,8 +12,10 @@ AT_A_TIME = 8
 
 
 class Cameras:
-    def __init__(self, servers, first, count, cars_per_minute):
-        """@param first number of the first one: fleets that share servers have others."""
+    def __init__(self, servers, first, count, cars_per_minute, environment=None):
+        """@param first number of the first one: fleets that share servers have others.
+        @param environment of all programs besides."""
+        self._more_environment = environment or {}
         self._servers = servers
         self._cars_per_minute = cars_per_minute
         self.serial_numbers = [f"FLEET{number:05}" for number in range(first, first + count)]
@@ -52,7 +54,7 @@ class Cameras:
         return {**os.environ, "TARVEX_SERIAL_NUMBER": serial_number,
                 "TARVEX_SUBJECT_PREFIX": serial_number, "TARVEX_LOG_LEVEL": "4",
                 "TARVEX_BUS_ADDRESS": self._servers.bus,
-                "TARVEX_KV_ADDRESS": self._servers.databases}
+                "TARVEX_KV_ADDRESS": self._servers.databases, **self._more_environment}
 
     def _camera(self, serial_number, cars_per_minute):
         directory = self._directory / serial_number

@@ -4,6 +4,7 @@ import os
 import pathlib
 import shutil
 import tempfile
+import urllib.error
 import urllib.request
 
 from parts import Program, free_port, is_open, wait_until
@@ -99,11 +100,14 @@ class OwnServers(_Addresses):
         wait_until(lambda: all(map(self._is_healthy, range(NODES))), "the start of the cluster")
 
     def _is_healthy(self, node):
-        """Whether it has caught up with the others, and serves."""
+        """Whether it serves, and its copy of each stream is as the others have it. Consumers do not
+        count: those of clients that have gone stay behind for minutes."""
         try:
             with urllib.request.urlopen(
-                    f"http://127.0.0.1:{self._monitors[node]}/healthz", timeout=5) as answer:
-                return answer.status == 200
+                    f"http://127.0.0.1:{self._monitors[node]}/healthz", timeout=5):
+                return True
+        except urllib.error.HTTPError as answer:
+            return "JetStream consumer" in json.loads(answer.read())["error"]
         except OSError:
             return False
 
