@@ -18,9 +18,9 @@ PEERS = ROOT / "bench/peers"
 SERIAL_NUMBER = "BENCH1"
 
 
-def is_open(port):
+def is_open(port, host="127.0.0.1"):
     try:
-        socket.create_connection(("127.0.0.1", port), 1).close()
+        socket.create_connection((host, port), 1).close()
         return True
     except OSError:
         return False

@@ -160,8 +160,9 @@ def machine():
         ["Load before the run", f"{os.getloadavg()[0]:.1f}"]])
 
 
-def write(name, text, file=DOCUMENT):
+def write(name, text, file=None):
     """Puts a text between its markers in a document, docs/performance.md by default."""
+    file = file or DOCUMENT
     document = file.read_text(encoding="utf-8")
     marked = re.compile(rf"(<!-- bench:begin {name} -->\n).*?(<!-- bench:end {name} -->)", re.DOTALL)
     if not marked.search(document):

@@ -11,17 +11,22 @@ from process_figures import Cost
 AT_A_TIME = 8
 
 
+def serial_numbers(first, count):
+    """@param first number of the first one: fleets that share servers have others."""
+    return [f"FLEET{number:05}" for number in range(first, first + count)]
+
+
 class Cameras:
-    def __init__(self, servers, first, count, cars_per_minute, environment=None):
-        """@param first number of the first one: fleets that share servers have others.
+    def __init__(self, servers, numbers, cars_per_minute, environment=None):
+        """@param numbers the serial numbers.
         @param environment of all programs besides."""
         self._more_environment = environment or {}
         self._servers = servers
         self._cars_per_minute = cars_per_minute
-        self.serial_numbers = [f"FLEET{number:05}" for number in range(first, first + count)]
+        self.serial_numbers = numbers
         self._cameras = []
         self._agents = []
-        self._directory = servers.directory / f"cameras{first}"
+        self._directory = servers.directory / "cameras"
 
     def __enter__(self):
         return self

@@ -14,10 +14,10 @@ import time
 for folder in ("peers", "desk"):
     sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / folder))
 # pylint: disable=wrong-import-position
-from cameras import Cameras  # noqa: E402
+from cameras import Cameras, serial_numbers  # noqa: E402
 from observer import Observer, percentiles  # noqa: E402
 from parts import ROOT  # noqa: E402
-from servers import NODES, OwnServers  # noqa: E402
+from servers import LOOPBACK, NODES, OwnServers  # noqa: E402
 
 OUTPUT = ROOT / "build/fleet"
 ADDRESSES = OUTPUT / "cluster-addresses.json"
@@ -42,6 +42,13 @@ def whole(text):
     return value
 
 
+def three(text):
+    hosts = text.split(",")
+    if len(hosts) != NODES:
+        raise argparse.ArgumentTypeError(f"{text} is not {NODES} addresses with commas")
+    return hosts
+
+
 def options():
     parser = argparse.ArgumentParser(prog="./dev cluster", description=__doc__)
     parser.add_argument("--results", type=whole, default=600, metavar="N",
@@ -55,11 +62,17 @@ def options():
     parser.add_argument("--serve", action="store_true",
                         help="only starts the cluster, and writes its addresses for "
                         "./dev fleet --servers, until Ctrl-C")
-    return parser.parse_args()
+    parser.add_argument("--hosts", type=three, default=(LOOPBACK,) * NODES, metavar="A,B,C",
+                        help="with --serve: this machine's addresses that the nodes listen on "
+                        "(default: 127.0.0.1 for each); whoever reaches them can do everything")
+    chosen = parser.parse_args()
+    if not chosen.serve and set(chosen.hosts) != {LOOPBACK}:
+        parser.error("--hosts is for --serve")
+    return chosen
 
 
-def serve():
-    with OwnServers(True) as servers:
+def serve(hosts):
+    with OwnServers(True, hosts) as servers:
         OUTPUT.mkdir(parents=True, exist_ok=True)
         ADDRESSES.write_text(json.dumps({"bus": servers.bus, "databases": servers.databases,
                                          "broker": servers.broker}) + "\n")
@@ -122,8 +135,9 @@ def drained(observer, cameras):
 def run(chosen):
     say(f"seed {chosen.seed}")
     begin = time.monotonic()
-    with OwnServers(True) as servers, Observer(servers) as observer, \
-            Cameras(servers, 1, CAMERAS, chosen.cars_per_minute,
+    numbers = serial_numbers(1, CAMERAS)
+    with OwnServers(True) as servers, Observer(servers, numbers) as observer, \
+            Cameras(servers, numbers, chosen.cars_per_minute,
                     {"TARVEX_CLOCK_SCALE": CLOCK_SCALE}) as cameras:
         cameras.start(lambda _started: None)
         observer.await_online(cameras.serial_numbers, START_S)
@@ -148,7 +162,8 @@ def run(chosen):
 def main():
     chosen = options()
     if chosen.serve:
-        serve()
+        serve(chosen.hosts)
+        return
     figures = run(chosen)
     OUTPUT.mkdir(parents=True, exist_ok=True)
     (OUTPUT / "cluster.json").write_text(json.dumps(figures, indent=1) + "\n")

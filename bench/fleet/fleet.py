@@ -15,7 +15,7 @@ for folder in ("peers", "desk"):
 import fleet_report  # noqa: E402
 import process_figures  # noqa: E402
 import scale  # noqa: E402
-from cameras import Cameras  # noqa: E402
+from cameras import Cameras, serial_numbers  # noqa: E402
 from observer import Observer  # noqa: E402
 from parts import ROOT  # noqa: E402
 from servers import OwnServers, SharedServers  # noqa: E402
@@ -113,8 +113,9 @@ def run(chosen):
                "seconds": chosen.seconds, "cluster": chosen.cluster}
     make_servers = (lambda: SharedServers(chosen.servers)) if chosen.servers else (
         lambda: OwnServers(chosen.cluster))
-    with make_servers() as servers, Observer(servers) as observer, \
-            Cameras(servers, chosen.first, chosen.cameras, chosen.cars_per_minute) as cameras:
+    numbers = serial_numbers(chosen.first, chosen.cameras)
+    with make_servers() as servers, Observer(servers, numbers) as observer, \
+            Cameras(servers, numbers, chosen.cars_per_minute) as cameras:
         begin = time.monotonic()
         cameras.start(lambda started: say(f"{started} of {chosen.cameras} started, "
                                           f"{observer.online()} online"))

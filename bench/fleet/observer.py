@@ -4,6 +4,7 @@ import itertools
 import json
 import threading
 import time
+import uuid
 
 import paho.mqtt.client as paho
 from adapter import Bus
@@ -26,7 +27,9 @@ def percentiles(values):
 
 
 class Observer:
-    def __init__(self, servers):
+    def __init__(self, servers, serial_numbers):
+        """@param serial_numbers of the cameras that it heeds; there may be others."""
+        self._mine = frozenset(serial_numbers)
         self._lock = threading.Lock()
         self._online = {}           # by serial number, as the retained status says
         self._recognised_us = {}    # by serial number and plate id, as all that follow
@@ -44,7 +47,7 @@ class Observer:
         self._threads = [threading.Thread(target=target, daemon=True)
                          for target in (self._read_bus, self._read_broker)]
         # Its session lasts: what comes while it goes from one server to another waits for it.
-        self._broker = paho.Client("fleet-observer", clean_session=False)
+        self._broker = paho.Client(f"fleet-observer-{uuid.uuid4()}", clean_session=False)
         self._broker.max_inflight_messages_set(1000)
         self._broker.on_connect = self._on_connect
         self._broker.on_subscribe = lambda *_: self._is_subscribed.set()
@@ -92,6 +95,8 @@ class Observer:
     def _on_trace(self, _subject, body):
         event = json.loads(body)
         kind, camera = event["event"], event["sn"]
+        if camera not in self._mine:
+            return
         with self._lock:
             if kind == "stored":
                 self._recognised_us[camera, event["plate_id"]] = event["at_us"]
@@ -103,6 +108,8 @@ class Observer:
     def _on_message(self, _client, _data, message):
         now = time.monotonic()
         _, camera, kind, *name = message.topic.split("/")
+        if camera not in self._mine:
+            return
         body = json.loads(message.payload)
         with self._lock:
             if kind == "status":

@@ -11,6 +11,7 @@ from parts import Program, free_port, is_open, wait_until
 from process_figures import Cost
 
 NODES = 3
+LOOPBACK = "127.0.0.1"
 
 
 class _Addresses:
@@ -51,14 +52,15 @@ class SharedServers(_Addresses):
 
 
 class OwnServers(_Addresses):
-    def __init__(self, is_cluster):
-        """@param is_cluster three nats-servers that are all of it, instead of two and mosquitto."""
+    def __init__(self, is_cluster, hosts=(LOOPBACK,) * NODES):
+        """@param is_cluster three nats-servers that are all of it, instead of two and mosquitto.
+        @param hosts the address of this machine that each of them is to listen on."""
         super().__init__()
         self._programs = {}
         self._nodes = []
         try:
             if is_cluster:
-                self._start_cluster()
+                self._start_cluster(hosts)
             else:
                 self._start_singles()
         except BaseException:
@@ -79,23 +81,26 @@ class OwnServers(_Addresses):
         self._broker = ("broker", ["mosquitto", "-c", str(settings)], broker)
         self.start_broker()
 
-    def _start_cluster(self):
+    def _start_cluster(self, hosts):
         clients, brokers, routes, self._monitors = (
             [free_port() for _ in range(NODES)] for _ in range(4))
-        self.bus = self.databases = ",".join(f"127.0.0.1:{port}" for port in clients)
-        self.broker = ",".join(f"127.0.0.1:{port}" for port in brokers)
-        route_urls = ", ".join(f'"nats://127.0.0.1:{port}"' for port in routes)
+
+        def places(ports):
+            return [f"{host}:{port}" for host, port in zip(hosts, ports)]
+        self.bus = self.databases = ",".join(places(clients))
+        self.broker = ",".join(places(brokers))
+        route_urls = ", ".join(f'"nats://{place}"' for place in places(routes))
         for node in range(NODES):
             settings = self.directory / f"node{node}.conf"
             settings.write_text(
-                f"server_name: node{node}\nlisten: 127.0.0.1:{clients[node]}\n"
+                f"server_name: node{node}\nlisten: {places(clients)[node]}\n"
                 f"http: 127.0.0.1:{self._monitors[node]}\n"
                 f'jetstream {{ store_dir: "{self.directory}/node{node}" }}\n'
-                f"cluster {{ name: desk, listen: 127.0.0.1:{routes[node]}, "
+                f"cluster {{ name: desk, listen: {places(routes)[node]}, "
                 f"routes: [{route_urls}] }}\n"
-                f"mqtt {{ listen: 127.0.0.1:{brokers[node]}, stream_replicas: {NODES} }}\n")
+                f"mqtt {{ listen: {places(brokers)[node]}, stream_replicas: {NODES} }}\n")
             self._nodes.append((f"node{node}", ["nats-server", "-c", str(settings)],
-                                clients[node]))
+                                clients[node], hosts[node]))
             self._start(*self._nodes[node])
         wait_until(lambda: all(map(self._is_healthy, range(NODES))), "the start of the cluster")
 
@@ -119,9 +124,9 @@ class OwnServers(_Addresses):
         self._start(*self._nodes[node])
         wait_until(lambda: self._is_healthy(node), f"the return of node {node}")
 
-    def _start(self, name, command, port):
+    def _start(self, name, command, port, host=LOOPBACK):
         self._programs[name] = Program(command, self.directory / f"{name}.log",
-                                       dict(os.environ), lambda _output: is_open(port))
+                                       dict(os.environ), lambda _output: is_open(port, host))
 
     def kill_broker(self):
         """Where it is a server of its own."""

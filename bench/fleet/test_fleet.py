@@ -11,7 +11,7 @@ import unittest
 import uuid
 
 import fleet_report
-from cameras import Cameras
+from cameras import Cameras, serial_numbers
 from observer import Observer
 from parts import ROOT, Program, wait_until
 from servers import OwnServers
@@ -71,8 +71,9 @@ class Consumers(unittest.TestCase):
     def test_divide_the_results_and_keep_each_once(self):
         servers = self.enterContext(OwnServers(False))
         consumers = [Consumer(self, servers, name) for name in ("one", "two")]
-        observer = self.enterContext(Observer(servers))
-        cameras = self.enterContext(Cameras(servers, 1, 4, 120))
+        numbers = serial_numbers(1, 4)
+        observer = self.enterContext(Observer(servers, numbers))
+        cameras = self.enterContext(Cameras(servers, numbers, 120))
         cameras.start(lambda _started: None)
         observer.await_online(cameras.serial_numbers, 60)
         observer.begin()
