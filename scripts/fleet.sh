@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# ./dev fleet: many cameras on shared servers, and what each costs.
+# ./dev fleet and ./dev cluster: many cameras on shared servers.
+# usage: fleet.sh fleet|cluster [OPTIONS]
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=scripts/common.sh
@@ -12,4 +13,5 @@ case " $* " in
     build dev "cloud_agent virtual_camera mqttadapter"
     ;;
 esac
-python bench/fleet/fleet.py "$@"
+case " $* " in *" --scale "*) need_packages bench ;; esac
+python "bench/fleet/$1.py" "${@:2}"

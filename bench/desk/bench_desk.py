@@ -5,8 +5,6 @@ writes all figures to build/bench/."""
 import argparse
 import json
 import pathlib
-import signal
-import subprocess
 import sys
 import time
 
@@ -17,7 +15,7 @@ import curves  # noqa: E402
 import instructions  # noqa: E402
 import measurements  # noqa: E402
 import report  # noqa: E402
-from parts import ROOT  # noqa: E402
+from parts import ROOT, run_command  # noqa: E402
 
 OUTPUT = ROOT / "build/bench"
 PARTS = ("plug-in", "compare", "live", "request", "endurance", "burst", "curves")
@@ -100,11 +98,4 @@ def main():
 
 
 if __name__ == "__main__":
-    # What has been started ends with it.
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
-    try:
-        main()
-    except (RuntimeError, AssertionError, subprocess.TimeoutExpired) as failure:
-        sys.exit(f"./dev bench: {failure}")
-    except KeyboardInterrupt:
-        sys.exit(130)
+    run_command("bench", main)

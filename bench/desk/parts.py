@@ -26,6 +26,17 @@ def is_open(port, host="127.0.0.1"):
         return False
 
 
+def run_command(name, main):
+    """Runs a command of ./dev: what it has started ends with it, and a failure is one line."""
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
+    try:
+        main()
+    except (RuntimeError, AssertionError, subprocess.TimeoutExpired) as failure:
+        sys.exit(f"./dev {name}: {failure}")
+    except KeyboardInterrupt:
+        sys.exit(130)
+
+
 class Program:
     def __init__(self, command, log, environment, ready):
         """@param ready called with what it has written so far: whether it is of use."""

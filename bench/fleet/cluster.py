@@ -7,7 +7,6 @@ import json
 import pathlib
 import random
 import signal
-import subprocess
 import sys
 import time
 
@@ -16,7 +15,7 @@ for folder in ("peers", "desk"):
 # pylint: disable=wrong-import-position
 from cameras import Cameras, serial_numbers  # noqa: E402
 from observer import Observer, percentiles  # noqa: E402
-from parts import ROOT  # noqa: E402
+from parts import ROOT, run_command  # noqa: E402
 from servers import LOOPBACK, NODES, OwnServers  # noqa: E402
 
 OUTPUT = ROOT / "build/fleet"
@@ -174,11 +173,4 @@ def main():
 
 
 if __name__ == "__main__":
-    # What has been started ends with it.
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
-    try:
-        main()
-    except (RuntimeError, AssertionError, subprocess.TimeoutExpired) as failure:
-        sys.exit(f"./dev cluster: {failure}")
-    except KeyboardInterrupt:
-        sys.exit(130)
+    run_command("cluster", main)

@@ -4,8 +4,6 @@ measures what one more camera costs. Writes all figures to build/fleet/."""
 import argparse
 import json
 import pathlib
-import signal
-import subprocess
 import sys
 import time
 
@@ -17,7 +15,7 @@ import process_figures  # noqa: E402
 import scale  # noqa: E402
 from cameras import Cameras, serial_numbers  # noqa: E402
 from observer import Observer  # noqa: E402
-from parts import ROOT  # noqa: E402
+from parts import ROOT, run_command  # noqa: E402
 from servers import OwnServers, SharedServers  # noqa: E402
 
 OUTPUT = ROOT / "build/fleet"
@@ -175,11 +173,4 @@ def main():
 
 
 if __name__ == "__main__":
-    # What has been started ends with it.
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
-    try:
-        main()
-    except (RuntimeError, AssertionError, subprocess.TimeoutExpired) as failure:
-        sys.exit(f"./dev fleet: {failure}")
-    except KeyboardInterrupt:
-        sys.exit(130)
+    run_command("fleet", main)
