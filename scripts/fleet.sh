@@ -9,7 +9,7 @@ case " $* " in
   *" --help "* | *" -h "*) ;;
   *)
     need_packages test
-    build dev "cloud_agent virtual_camera mqttadapter"
+    build dev "cloud_agent virtual_camera mqttadapter console"
     ;;
 esac
 python bench/fleet/fleet.py "$@"
