@@ -10,7 +10,7 @@ case " $* " in
   *" --help "* | *" -h "*) ;;
   *)
     need_packages test
-    build dev "cloud_agent virtual_camera mqttadapter"
+    build dev "cloud_agent virtual_camera mqttadapter console"
     ;;
 esac
 case " $* " in *" --scale "*) need_packages bench ;; esac

@@ -2,6 +2,7 @@
 """Runs many cameras with their agents on shared servers, counts what becomes of each result, and
 measures what one more camera costs. Writes all figures to build/fleet/."""
 import argparse
+import contextlib
 import json
 import pathlib
 import sys
@@ -14,6 +15,7 @@ import fleet_report  # noqa: E402
 import process_figures  # noqa: E402
 import scale  # noqa: E402
 from cameras import Cameras, serial_numbers  # noqa: E402
+from console import Console  # noqa: E402
 from observer import Observer  # noqa: E402
 from parts import ROOT, run_command  # noqa: E402
 from servers import OwnServers, SharedServers  # noqa: E402
@@ -36,16 +38,18 @@ def number(least):
     return read
 
 
-def whole(text):
-    value = int(text)
-    if not 1 <= value <= 5000:
-        raise argparse.ArgumentTypeError(f"{text} is not from 1 to 5000")
-    return value
+def whole(least, most):
+    def read(text):
+        value = int(text)
+        if not least <= value <= most:
+            raise argparse.ArgumentTypeError(f"{text} is not from {least} to {most}")
+        return value
+    return read
 
 
 def options():
     parser = argparse.ArgumentParser(prog="./dev fleet", description=__doc__)
-    parser.add_argument("--cameras", type=whole, default=10, metavar="N", help="default 10")
+    parser.add_argument("--cameras", type=whole(1, 5000), default=10, metavar="N", help="default 10")
     parser.add_argument("--cars-per-minute", type=number(0), default=6, metavar="M",
                         help="of each camera (default 6)")
     parser.add_argument("--for", dest="seconds", type=number(1), default=60, metavar="S",
@@ -57,11 +61,15 @@ def options():
     parser.add_argument("--servers", metavar="FILE",
                         help="the addresses of servers that are there already, as "
                         "./dev cluster --serve writes them: for a fleet over several hosts")
-    parser.add_argument("--first", type=whole, default=1, metavar="N",
+    parser.add_argument("--first", type=whole(1, 5000), default=1, metavar="N",
                         help="number of the first camera: fleets on the same servers differ in it")
     parser.add_argument("--scale", action="store_true",
                         help="runs 10, 50, 100 and 200 cameras in turn, the last with a broker that "
                         "is away, and writes the tables and pictures of docs/scale.md")
+    parser.add_argument("--console-port", type=whole(0, 65535), default=0, metavar="PORT",
+                        help="where the console shows the fleet (default 0: a free port)")
+    parser.add_argument("--no-console", action="store_true",
+                        help="run none, as --scale does: what it takes is not measured")
     parser.add_argument("--name", default="fleet", metavar="NAME",
                         help="of the file in build/fleet/ (default fleet)")
     chosen = parser.parse_args()
@@ -112,7 +120,8 @@ def run(chosen):
     make_servers = (lambda: SharedServers(chosen.servers)) if chosen.servers else (
         lambda: OwnServers(chosen.cluster))
     numbers = serial_numbers(chosen.first, chosen.cameras)
-    with make_servers() as servers, Observer(servers, numbers) as observer, \
+    with make_servers() as servers, console_for(servers, chosen) as console, \
+            Observer(servers, numbers) as observer, \
             Cameras(servers, numbers, chosen.cars_per_minute) as cameras:
         begin = time.monotonic()
         cameras.start(lambda started: say(f"{started} of {chosen.cameras} started, "
@@ -131,7 +140,18 @@ def run(chosen):
         say("waiting for what is under way")
         figures.update(observer.await_all(PATIENCE_S))
         figures["online"] = observer.online()
+        if console:
+            figures["online_on_console"] = console.await_online(observer.online())
     return figures
+
+
+def console_for(servers, chosen):
+    """Null where there is to be none."""
+    if chosen.no_console:
+        return contextlib.nullcontext()
+    console = Console(servers, chosen.console_port)
+    say(f"{console.address}#fleet shows the fleet in a browser")
+    return console
 
 
 def the_return(servers, observer, chosen):
@@ -156,7 +176,7 @@ def run_and_keep(chosen):
 def run_sizes(chosen):
     runs = []
     for cameras in scale.SIZES:
-        of_size = argparse.Namespace(**{**vars(chosen), "cameras": cameras,
+        of_size = argparse.Namespace(**{**vars(chosen), "cameras": cameras, "no_console": True,
                                         "name": f"{chosen.name}-{cameras}"})
         of_size.broker_away = scale.AWAY_S if cameras == scale.SIZES[-1] else None
         runs.append(run_and_keep(of_size))

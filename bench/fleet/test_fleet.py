@@ -8,10 +8,13 @@ import sqlite3
 import subprocess
 import sys
 import unittest
+import urllib.error
 import uuid
 
 import fleet_report
+from paho.mqtt import publish
 from cameras import Cameras, serial_numbers
+from console import Console
 from observer import Observer
 from parts import ROOT, Program, wait_until
 from servers import OwnServers
@@ -36,7 +39,7 @@ class SmallFleet(unittest.TestCase):
 
     def test_loses_nothing_and_answers_all_while_its_broker_is_killed(self):
         figures, said = self.run_fleet("--for", "10", "--broker-away", "1")
-        self.assertEqual(figures["online"], 8)
+        self.assertEqual((figures["online"], figures["online_on_console"]), (8, 8))
         self.assertGreater(figures["results"], 40)
         self.assertEqual(figures["acknowledged"], figures["results"])
         self.assertEqual((figures["lost"], figures["requests_unanswered"]), (0, 0))
@@ -51,8 +54,24 @@ class SmallFleet(unittest.TestCase):
 
     def test_runs_on_a_cluster(self):
         figures, _ = self.run_fleet("--for", "5", "--cluster")
-        self.assertEqual((figures["online"], figures["lost"]), (8, 0))
+        self.assertEqual((figures["online"], figures["online_on_console"]), (8, 8))
+        self.assertEqual(figures["lost"], 0)
         self.assertEqual(figures["acknowledged"], figures["results"])
+
+
+class ConsoleOfACluster(unittest.TestCase):
+    """Its brokers have MQTT 3.1.1."""
+
+    def test_shows_the_cameras_and_says_that_it_sends_no_requests(self):
+        servers = self.enterContext(OwnServers(True))
+        console = self.enterContext(Console(servers))
+        host, port = servers.broker.split(",", maxsplit=1)[0].split(":")
+        publish.single("cameras/FAR0001/status", '{"online":true}', 1, True, host, int(port))
+        self.assertEqual(console.await_online(1, 30), 1)
+        with self.assertRaises(urllib.error.HTTPError) as refused:
+            console.request("FAR0001", "get_sn", {})
+        self.assertEqual(refused.exception.code, 503)
+        self.assertIn("MQTT 3.1.1", refused.exception.read().decode())
 
 
 class Consumer:
@@ -99,6 +118,7 @@ class WrongInput(unittest.TestCase):
     def test_is_told(self):
         for options, error in ((["--cameras", "0"], "0 is not from 1 to 5000"),
                                (["--for", "0"], "0 is below 1"),
+                               (["--console-port", "70000"], "70000 is not from 0 to 65535"),
                                (["--cluster", "--broker-away", "1"], "./dev cluster"),
                                (["--servers", "x", "--cluster"], "not this command's own"),
                                (["--servers", "/nonexistent"], "/nonexistent")):

@@ -96,7 +96,7 @@ Json::Value Listed(const Passport& passport) {
 Console::Console(boost::asio::io_context& context, const ConsoleOptions& options)
     : options_(options),
       desk_({options.broker.host + ":" + std::to_string(options.broker.port),
-             tarvex::EffectiveServersText(tarvex::BusAddress())}),
+             options.has_bus ? tarvex::EffectiveServersText(tarvex::BusAddress()) : ""}),
       contract_(ReadFile(options.contract_file)),
       metrics_(RequestNames(contract_)),
       book_([this](const Passport& passport, const char* step) { OnStep(passport, step); }),
@@ -121,8 +121,10 @@ Console::Console(boost::asio::io_context& context, const ConsoleOptions& options
     link_state_.port = link_->port();
     desk_.OnLink(link_state_, tarvex::TraceClock_us());
   }
-  bus_ = std::make_unique<BusClient>(
-      context, [this](bool is_connected) { desk_.OnBus(is_connected, tarvex::TraceClock_us()); });
+  if (options_.has_bus) {
+    bus_ = std::make_unique<BusClient>(
+        context, [this](bool is_connected) { desk_.OnBus(is_connected, tarvex::TraceClock_us()); });
+  }
   for (const auto& [sn, prefix] : options_.cameras) {
     ListenToCamera(sn, prefix);
   }
@@ -133,9 +135,7 @@ Console::Console(boost::asio::io_context& context, const ConsoleOptions& options
       BrokerClient::Handlers{
           [this](bool is_connected) { desk_.OnBroker(is_connected, tarvex::TraceClock_us()); },
           [this](const BrokerMessage& message) { book_.OnBrokerMessage(message); },
-          [this](const std::string& sn, const std::string& text) {
-            desk_.OnStatus(sn, text, tarvex::TraceClock_us());
-          }});
+          [this](const std::string& sn, const std::string& text) { OnStatus(sn, text); }});
   EverySecond();
   Flush();
 }
@@ -174,6 +174,20 @@ void Console::OnTrace(const std::string& text) {
                       tarvex::TraceClock_us());
   }
   book_.OnTrace(event);
+}
+
+void Console::OnStatus(const std::string& sn, const std::string& text) {
+  desk_.OnStatus(sn, text, tarvex::TraceClock_us());
+  if (desk_.Knows(sn)) {
+    metrics_.OnOnline(sn, desk_.IsOnline(sn));
+    OnBacklog(sn);
+  }
+}
+
+void Console::OnBacklog(const std::string& sn) {
+  if (const auto backlog = desk_.BacklogOf(sn)) {
+    metrics_.OnBacklog(sn, *backlog);
+  }
 }
 
 void Console::OnStep(const Passport& passport, const std::string& step) {
@@ -249,9 +263,7 @@ void Console::EverySecond() {
     AskCamera(sn, command, kStateTimeout,
               [this, sn = sn](const Json::Value& answer, const std::string& error) {
                 desk_.OnWorld(sn, Member(answer, "state"), error, tarvex::TraceClock_us());
-                if (const auto backlog = desk_.BacklogOf(sn)) {
-                  metrics_.OnBacklog(sn, *backlog);
-                }
+                OnBacklog(sn);
               });
   }
   book_.OnTime(tarvex::TraceClock_us());

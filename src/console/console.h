@@ -46,6 +46,8 @@ class Console {
 
   void ListenToCamera(const std::string& sn, const std::string& prefix);
   void OnTrace(const std::string& text);
+  void OnStatus(const std::string& sn, const std::string& text);
+  void OnBacklog(const std::string& sn);
   void OnStep(const Passport& passport, const std::string& step);
   std::string AnswerPassport(const std::string& question) const;
   void AskCamera(
@@ -76,7 +78,7 @@ class Console {
   std::uint64_t last_request_ = 0;
   const std::string run_;  ///< what the correlation data of this run's requests begins with
   std::unique_ptr<TcpProxy> link_;
-  std::unique_ptr<BusClient> bus_;
+  std::unique_ptr<BusClient> bus_;  ///< null without a bus
   std::unique_ptr<BrokerClient> broker_;
   std::unique_ptr<HttpServer> server_;
   boost::asio::steady_timer second_;

@@ -36,6 +36,10 @@ Metrics::Metrics(std::set<std::string> request_names)
                     .Name("camera_requests_total")
                     .Help("Answered requests, by name and by what became of them.")
                     .Register(registry_)),
+      online_(prometheus::BuildGauge()
+                  .Name("camera_online")
+                  .Help("1 where the camera's status says that it is online, otherwise 0.")
+                  .Register(registry_)),
       backlog_(prometheus::BuildGauge()
                    .Name("camera_backlog_results")
                    .Help("Undelivered results in the camera's store.")
@@ -66,6 +70,10 @@ void Metrics::OnAnswered(const Passport& request) {
   requests_.Add({{"sn", request.sn}, {"name", name}, {"outcome", OutcomeOf(request)}}).Increment();
   request_seconds_.Add({{"sn", request.sn}, {"name", name}}, kSeconds)
       .Observe(static_cast<double>(request.response->us) / kSecond_us);
+}
+
+void Metrics::OnOnline(const std::string& sn, bool is_online) {
+  online_.Add({{"sn", sn}}).Set(is_online ? 1 : 0);
 }
 
 void Metrics::OnBacklog(const std::string& sn, std::int64_t count) {

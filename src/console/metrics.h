@@ -25,6 +25,8 @@ class Metrics {
   /// A step of a passport.
   void OnStep(const Passport& passport, const char* step);
 
+  void OnOnline(const std::string& sn, bool is_online);
+
   /// Undelivered results in a camera's store.
   void OnBacklog(const std::string& sn, std::int64_t count);
 
@@ -38,6 +40,7 @@ class Metrics {
   prometheus::Registry registry_;
   prometheus::Family<prometheus::Counter>& results_;
   prometheus::Family<prometheus::Counter>& requests_;
+  prometheus::Family<prometheus::Gauge>& online_;
   prometheus::Family<prometheus::Gauge>& backlog_;
   prometheus::Family<prometheus::Histogram>& acknowledgement_seconds_;
   prometheus::Family<prometheus::Histogram>& request_seconds_;

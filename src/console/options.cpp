@@ -41,7 +41,7 @@ void ReadCameras(const std::vector<std::string>& texts, ConsoleOptions* options)
     }
     options->cameras[text.substr(0, equals)] = prefix.empty() ? "" : prefix + ".";
   }
-  if (options->cameras.empty()) {
+  if (options->cameras.empty() && options->has_bus) {
     options->cameras[hw_sn()] = tarvex::BusSubject("");
   }
 }
@@ -71,9 +71,13 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, ConsoleOption
   app.add_option("--contract", options->contract_file, "What requests there are, as AsyncAPI")
       ->check(CLI::ExistingFile)
       ->capture_default_str();
-  app.add_option("--camera", cameras,
-                 "SN or SN=PREFIX: a camera on the bus and the prefix of its subjects; may be "
-                 "repeated");
+  CLI::Option* camera = app.add_option("--camera", cameras,
+                                       "SN or SN=PREFIX: a camera on the bus and the prefix of "
+                                       "its subjects; may be repeated");
+  app.add_flag("!--no-bus", options->has_bus,
+               "Shows what comes over the broker only: for cameras of which none is on a bus that "
+               "the console reaches")
+      ->excludes(camera);
   app.add_option("--pictures", pictures,
                  "SN=DIR: the directory in which the agent of that camera keeps its pictures, "
                  "served as /pictures/SN/; may be repeated");

@@ -12,7 +12,8 @@ namespace console {
 struct ConsoleOptions {
   int port = 8090;
   BrokerClient::Options broker;
-  int link_port = 0;  ///< where the agent finds the broker; 0: the console gives no link
+  bool has_bus = true;  ///< otherwise `cameras` is empty
+  int link_port = 0;    ///< where the agent finds the broker; 0: the console gives no link
   std::string page_directory = "src/console/page";
   std::string contract_file = "contract/asyncapi.json";
   std::map<std::string, std::string> cameras;     ///< prefix of its subjects by serial number

@@ -179,8 +179,9 @@ HttpResponse Console::SendRequest(const std::string& sn, const std::string& name
   request.payload = text;
   request.at_us = tarvex::TraceClock_us();
   request.correlation = run_ + std::to_string(++last_request_);
-  if (!broker_->SendRequest(request.topic, text, request.correlation)) {
-    return ErrorResponse(503, "the broker is not there: the request was not sent");
+  const std::string problem = broker_->SendRequest(request.topic, text, request.correlation);
+  if (!problem.empty()) {
+    return ErrorResponse(503, problem);
   }
   Json::Value answer(Json::objectValue);
   answer["correlation"] = request.correlation;

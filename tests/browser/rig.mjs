@@ -144,6 +144,23 @@ export class Rig {
     return (await promisify(execFile)(program("camera_ctl"), args, options)).stdout;
   }
 
+  /// Publishes at the broker what an agent elsewhere would, retained or not.
+  async publish(topic, payload, retained = false) {
+    await promisify(execFile)("mosquitto_pub", [
+      "-p", String(this.mqtt_port), "-q", "1", "-t", `cameras/${topic}`, "-m", JSON.stringify(payload),
+      ...(retained ? ["-r"] : [])]);
+  }
+
+  publishStatus(sn, status) {
+    return this.publish(`${sn}/status`, status, true);
+  }
+
+  publishResult(sn, plateid, plate) {
+    const PlateResult = {plateid, license: Buffer.from(plate).toString("base64")};
+    return this.publish(`${sn}/message/ivs_result`,
+                        {version: "1.0", tag: 11, payload: {AlarmInfoPlate: {result: {PlateResult}}}});
+  }
+
   /// camera_ctl that writes the next announced record to a file; resolves to its bytes.
   async nextRecord() {
     const file = this.path("record");

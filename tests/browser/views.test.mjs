@@ -30,6 +30,7 @@ const views = {
   "free-request": {view: "requests/free", shows: 'form[data-form="free"]'},
   world: {view: "world", shows: "[data-queue]"},
   outage: {view: "outage", shows: "#told li"},
+  fleet: {view: "fleet", shows: '#fleet tr[data-sn="GATE0012"]'},
   "outage-cut": {
     view: "outage",
     act: (page) => page.click('button[data-link="cut"]'),
@@ -50,6 +51,19 @@ async function somethingHappens(rig) {
   }
   await rig.ctl(["gpio-in", "1", "1"]);
   await rig.ctl(["serial", "0", "hello"]);
+  await somethingHappensElsewhere(rig);
+}
+
+async function somethingHappensElsewhere(rig) {
+  for (let number = 1; number <= 12; ++number) {
+    const sn = `GATE00${String(number).padStart(2, "0")}`;
+    const count = number % 5 === 0 ? number : 0;
+    await rig.publishStatus(sn, number === 7 ? {online: false} : {
+      online: true, started_at: 1700000000 + number, undelivered: {count, oldest_age_s: count}});
+    if (number % 4 !== 0) {
+      await rig.publishResult(sn, number, `GH${100 + number}KL`);
+    }
+  }
 }
 
 for (const [name, {view, shows, act}] of Object.entries(views)) {

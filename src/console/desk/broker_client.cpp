@@ -53,7 +53,6 @@ BrokerClient::BrokerClient(boost::asio::io_context& context, Options options, Ha
   if (client_ == nullptr) {
     throw std::runtime_error("no MQTT client can be made");
   }
-  mosquitto_int_option(client_, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
   mosquitto_int_option(client_, MOSQ_OPT_TCP_NODELAY, 1);
   mosquitto_reconnect_delay_set(client_, 1, 1, false);
   mosquitto_connect_v5_callback_set(
@@ -69,8 +68,16 @@ BrokerClient::BrokerClient(boost::asio::io_context& context, Options options, Ha
                   const mosquitto_property* properties) {
         static_cast<BrokerClient*>(self)->OnArrived(ToMessage(*message, properties));
       });
+  Connect(MQTT_PROTOCOL_V5);
+}
+
+void BrokerClient::Connect(int version) {
+  has_correlation_ = version == MQTT_PROTOCOL_V5;
+  mosquitto_int_option(client_, MOSQ_OPT_PROTOCOL_VERSION, version);
   mosquitto_property* session = nullptr;
-  mosquitto_property_add_int32(&session, MQTT_PROP_SESSION_EXPIRY_INTERVAL, kSession_s);
+  if (version == MQTT_PROTOCOL_V5) {
+    mosquitto_property_add_int32(&session, MQTT_PROP_SESSION_EXPIRY_INTERVAL, kSession_s);
+  }
   // Fails where there is no broker yet; the library's thread then tries again.
   mosquitto_connect_bind_v5(client_, options_.host.c_str(), options_.port, kKeepAlive_s, nullptr,
                             session);
@@ -84,10 +91,14 @@ BrokerClient::~BrokerClient() {
   mosquitto_destroy(client_);
 }
 
-bool BrokerClient::SendRequest(const std::string& topic, const std::string& payload,
-                               const std::string& correlation) {
+std::string BrokerClient::SendRequest(const std::string& topic, const std::string& payload,
+                                      const std::string& correlation) {
   if (!is_connected_) {
-    return false;
+    return "the broker is not there: the request was not sent";
+  }
+  if (!has_correlation_) {
+    return "the broker has MQTT 3.1.1 only, which does not tell which response is of which "
+           "request: the request was not sent";
   }
   mosquitto_property* properties = nullptr;
   mosquitto_property_add_binary(&properties, MQTT_PROP_CORRELATION_DATA, correlation.data(),
@@ -96,10 +107,20 @@ bool BrokerClient::SendRequest(const std::string& topic, const std::string& payl
       mosquitto_publish_v5(client_, nullptr, topic.c_str(), static_cast<int>(payload.size()),
                            payload.data(), kQos, false, properties);
   mosquitto_property_free_all(&properties);
-  return error == MOSQ_ERR_SUCCESS;
+  return error == MOSQ_ERR_SUCCESS ? "" : mosquitto_strerror(error);
 }
 
 void BrokerClient::OnConnack(int reason_code) {
+  if (reason_code == MQTT_RC_UNSUPPORTED_PROTOCOL_VERSION) {
+    SYS_LOG(kLogInfo, "the broker has no MQTT 5: it gets MQTT 3.1.1");
+    // The library's thread, which this is, ends with that.
+    Post([this] {
+      mosquitto_disconnect(client_);
+      mosquitto_loop_stop(client_, false);
+      Connect(MQTT_PROTOCOL_V311);
+    });
+    return;
+  }
   if (reason_code != 0) {
     SYS_LOG(kLogWarning, "the broker refuses the console: %s",
             mosquitto_reason_string(reason_code));

@@ -14,7 +14,8 @@ struct mosquitto;
 namespace console {
 
 /// Subscribes to what all cameras below a root send, with a session that outlives a lost
-/// connection. Reconnects by itself. All but the library's own thread is the context's.
+/// connection. Reconnects by itself. A broker without MQTT 5 gets 3.1.1 for good. All but the
+/// library's own thread is the context's.
 class BrokerClient {
  public:
   struct Options {
@@ -39,12 +40,13 @@ class BrokerClient {
 
   bool IsConnected() const { return is_connected_; }
 
-  /// Sends a request, QoS 1, with correlation data.
-  /// @return false when it cannot be sent now.
-  bool SendRequest(const std::string& topic, const std::string& payload,
-                   const std::string& correlation);
+  /// Sends a request, QoS 1, with correlation data, by which its response is known.
+  /// @return why it cannot be sent; empty where it is.
+  std::string SendRequest(const std::string& topic, const std::string& payload,
+                          const std::string& correlation);
 
  private:
+  void Connect(int version);
   void OnConnack(int reason_code);
   void OnConnectionLost();
   void OnArrived(const BrokerMessage& message);
@@ -55,6 +57,7 @@ class BrokerClient {
   const Handlers handlers_;
   mosquitto* client_ = nullptr;
   bool is_connected_ = false;
+  bool has_correlation_ = false;  // MQTT 3.1.1 has none
 };
 
 }  // namespace console

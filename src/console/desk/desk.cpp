@@ -10,7 +10,7 @@ namespace {
 
 using tarvex::Member;
 
-constexpr std::size_t kMaxCameras = 256;
+constexpr std::size_t kMaxCameras = 4096;
 constexpr std::size_t kMaxTold = 200;
 
 std::optional<std::int64_t> IntOf(const Json::Value& value) {
@@ -83,13 +83,18 @@ void Desk::OnStatus(const std::string& sn, const std::string& text, Time_us now_
   const Json::Value& online = Member(status, "online");
   const bool is_online = online.isBool() && online.asBool();
   if (is_online != camera.is_online) {
+    camera.since_us = camera.status_at_us != 0 ? now_us : 0;
     Tell(is_online ? sn + " is online." : sn + " is offline: its agent has no link.",
          is_online ? "good" : "bad", now_us);
   }
   camera.is_online = is_online;
-  camera.status = std::move(status);
+  camera.started_at = Member(status, "started_at");
+  camera.undelivered = Member(status, "undelivered");
+  camera.status_at_us = now_us;
   changed_cameras_.insert(sn);
-  NoteTrouble(now_us);
+  if (camera.is_on_desk) {
+    NoteTrouble(now_us);
+  }
 }
 
 void Desk::OnWorld(const std::string& sn, const Json::Value& state, const std::string& error,
@@ -131,6 +136,8 @@ void Desk::OnStep(const Passport& passport, const std::string& step, Time_us now
     outage_.OnMarkedAsDelivered(passport.sn, plate_id, now_us);
   } else if (step == "at_the_broker") {
     outage_.OnArrived(passport.sn, plate_id);
+    camera->second.recent.OnArrived(passport.plate, now_us);
+    changed_recent_.insert(passport.sn);
   } else if (passport.is_redelivered && step == "published") {
     camera->second.redelivery.OnPublished(now_us);
   } else if (passport.is_redelivered && step == "acknowledged") {
@@ -152,6 +159,9 @@ void Desk::OnTime(Time_us now_us) {
   for (auto& [sn, camera] : cameras_) {
     if (camera.redelivery.OnTime(BacklogOf(sn), now_us)) {
       changed_cameras_.insert(sn);
+    }
+    if (camera.recent.OnTime(now_us)) {
+      changed_recent_.insert(sn);
     }
   }
   if (const auto line = outage_.OnTime(now_us)) {
@@ -182,11 +192,18 @@ void Desk::NoteTrouble(Time_us now_us) {
   }
 }
 
+bool Desk::IsOnline(const std::string& sn) const {
+  const auto found = cameras_.find(sn);
+  return found != cameras_.end() && found->second.is_online;
+}
+
 std::optional<std::int64_t> Desk::BacklogOf(const std::string& sn) const {
   const auto found = cameras_.find(sn);
-  return found == cameras_.end()
-             ? std::nullopt
-             : IntOf(Member(Member(found->second.world, "results"), "undelivered"));
+  if (found == cameras_.end()) {
+    return std::nullopt;
+  }
+  const auto counted = IntOf(Member(Member(found->second.world, "results"), "undelivered"));
+  return counted ? counted : IntOf(Member(found->second.undelivered, "count"));
 }
 
 Json::Value Desk::CameraJson(const Camera& camera) const {
@@ -194,7 +211,8 @@ Json::Value Desk::CameraJson(const Camera& camera) const {
   json["on_desk"] = camera.is_on_desk;
   json["can_restart_agent"] = camera.can_restart_agent;
   json["online"] = camera.is_online;
-  json["status"] = camera.status;
+  json["since_us"] = camera.since_us == 0 ? Json::Value() : Json::Int64{camera.since_us};
+  json["started_at"] = camera.started_at;
   json["world"] = camera.world;
   if (!camera.world_error.empty()) {
     json["world_error"] = camera.world_error;
@@ -202,14 +220,14 @@ Json::Value Desk::CameraJson(const Camera& camera) const {
   json["redelivery"] = camera.redelivery.ToJson();
   // The camera's own count also stands while the link does not.
   const Json::Value& results = Member(camera.world, "results");
-  const Json::Value& reported = Member(camera.status, "undelivered");
   json["backlog"] = Json::Value();
   if (Member(results, "undelivered").isInt64()) {
     json["backlog"]["count"] = results["undelivered"];
     json["backlog"]["oldest_age_s"] = Member(results, "oldest_undelivered_age_s");
     json["backlog"]["at_us"] = Json::Int64{camera.world_at_us};
-  } else if (reported.isObject()) {
-    json["backlog"] = reported;
+  } else if (camera.undelivered.isObject()) {
+    json["backlog"] = camera.undelivered;
+    json["backlog"]["at_us"] = Json::Int64{camera.status_at_us};
   }
   return json;
 }
@@ -219,8 +237,11 @@ Json::Value Desk::DeskJson(Time_us now_us) const {
   json["now_us"] = Json::Int64{now_us};
   json["broker"]["connected"] = is_broker_connected_;
   json["broker"]["address"] = addresses_.broker;
-  json["bus"]["connected"] = is_bus_connected_;
-  json["bus"]["address"] = addresses_.bus;
+  json["bus"] = Json::Value();
+  if (!addresses_.bus.empty()) {
+    json["bus"]["connected"] = is_bus_connected_;
+    json["bus"]["address"] = addresses_.bus;
+  }
   json["link"] = Json::Value();
   if (link_.port != 0) {
     json["link"]["mode"] = link_.mode;
@@ -247,6 +268,9 @@ Json::Value Desk::All(Time_us now_us) const {
   json["cameras"] = Json::Value(Json::objectValue);
   for (const auto& [sn, camera] : cameras_) {
     json["cameras"][sn] = CameraJson(camera);
+    if (const Json::Value recent = camera.recent.ToJson(); !recent.isNull()) {
+      json["recent"][sn] = recent;
+    }
   }
   json["desk"] = DeskJson(now_us);
   json["told"] = Json::Value(Json::arrayValue);
@@ -260,6 +284,9 @@ Json::Value Desk::TakeChanged(Time_us now_us) {
   Json::Value json;
   for (const std::string& sn : std::exchange(changed_cameras_, {})) {
     json["cameras"][sn] = CameraJson(cameras_.at(sn));
+  }
+  for (const std::string& sn : std::exchange(changed_recent_, {})) {
+    json["recent"][sn] = cameras_.at(sn).recent.ToJson();
   }
   if (std::exchange(has_desk_changed_, false)) {
     json["desk"] = DeskJson(now_us);

@@ -12,6 +12,7 @@
 #include <json/value.h>
 
 #include "console/desk/outage_ledger.h"
+#include "console/desk/recent_results.h"
 #include "console/desk/redelivery.h"
 #include "console/passports/passport.h"
 
@@ -36,7 +37,7 @@ class Desk {
  public:
   struct Addresses {
     std::string broker;
-    std::string bus;
+    std::string bus;  ///< empty where the console has no bus
   };
 
   explicit Desk(const Addresses& addresses);
@@ -49,7 +50,7 @@ class Desk {
   void OnBus(bool is_connected, Time_us now_us);
   void OnLink(const LinkState& link, Time_us now_us);
 
-  /// A camera's retained status at the broker. At most 256 cameras are known.
+  /// A camera's retained status at the broker. At most 4096 cameras are known.
   void OnStatus(const std::string& sn, const std::string& text, Time_us now_us);
 
   /// What the camera says of itself. @param state null: it did not answer, see `error`.
@@ -66,9 +67,13 @@ class Desk {
 
   void OnTime(Time_us now_us);
 
+  bool IsOnline(const std::string& sn) const;
+
+  /// Undelivered results, as the camera itself counts them; otherwise as its status says.
   std::optional<std::int64_t> BacklogOf(const std::string& sn) const;
 
-  /// {"cameras", "desk", "told"}: everything.
+  /// {"cameras", "recent", "desk", "told"}: everything. "recent" has what changes with each result,
+  /// by serial number; cameras of which none has come are not in it.
   Json::Value All(Time_us now_us) const;
 
   /// The same members, with what has changed since the last call; null when nothing has.
@@ -79,11 +84,15 @@ class Desk {
     bool is_on_desk = false;
     bool can_restart_agent = false;
     bool is_online = false;
-    Json::Value status;
+    Time_us since_us = 0;     // when the console saw that change; 0: it did not
+    Json::Value started_at;   // of the agent, as its latest status says
+    Json::Value undelivered;  // likewise
+    Time_us status_at_us = 0;
     Json::Value world;
     std::string world_error;
     Time_us world_at_us = 0;
     Redelivery redelivery;
+    RecentResults recent;
   };
   struct Told {
     std::uint64_t number;
@@ -108,6 +117,7 @@ class Desk {
   std::deque<Told> told_;
   std::uint64_t last_told_ = 0;
   std::set<std::string> changed_cameras_;
+  std::set<std::string> changed_recent_;
   bool has_desk_changed_ = true;
   std::uint64_t sent_told_ = 0;
 };

@@ -6,7 +6,11 @@ const max_told = 200;
 
 export class DeskState {
   passports = new Map();
-  cameras = {};
+  /// By serial number, which may be any text.
+  cameras = Object.create(null);
+  /// By serial number, as all that come from the console: {per_minute, plate, plate_at_us} of
+  /// cameras of which a result has come.
+  recent = Object.create(null);
   desk = {};
   told = [];
   connected = false;
@@ -17,6 +21,7 @@ export class DeskState {
   #drawer = () => {};
   #due = false;
   #sorted = null;
+  #serial_numbers = [];
   #clock_offset_ms = 0;
 
   /// `draw` is called before the next paint, once for all changes since the one before. A hidden
@@ -33,7 +38,8 @@ export class DeskState {
   apply(message) {
     if (message.type === "snapshot") {
       this.passports.clear();
-      this.cameras = {};
+      this.cameras = Object.create(null);
+      this.recent = Object.create(null);
       this.told = [];
       this.connected = true;
     }
@@ -42,7 +48,12 @@ export class DeskState {
       this.#sorted = null;
     }
     this.#forgetOldest();
-    this.cameras = {...this.cameras, ...message.cameras};
+    Object.assign(this.cameras, message.cameras);
+    Object.assign(this.recent, message.recent);
+    const serial_numbers = Object.keys(this.cameras);
+    if (message.type === "snapshot" || serial_numbers.length !== this.#serial_numbers.length) {
+      this.#serial_numbers = serial_numbers.sort();
+    }
     if (message.desk) {
       this.desk = {...this.desk, ...message.desk};
       if (message.desk.now_us) {
@@ -90,12 +101,18 @@ export class DeskState {
     }
   }
 
+  /// In order; another array only when there are others.
   serialNumbers() {
-    return Object.keys(this.cameras).sort();
+    return this.#serial_numbers;
   }
 
   camera() {
     return this.cameras[this.chosen] ?? null;
+  }
+
+  /// Whether the chosen camera is known from the broker only.
+  isElsewhere() {
+    return this.camera()?.on_desk === false;
   }
 
   /// All passports, or those of the chosen camera; the newest first.

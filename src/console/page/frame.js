@@ -2,31 +2,66 @@
 // that is away.
 import {el, reconcile, setAttribute, setText} from "./dom.js";
 
+const many_cameras = 30;
 const by_itself = "On the desk ./dev run starts it again by itself within a moment";
 
 export function createFrame(desk) {
-  const chooser = document.getElementById("camera-chooser");
+  const chooser = createChooser(desk);
   const parts = document.getElementById("parts");
   const missing = document.getElementById("missing");
-  chooser.addEventListener("change", () => desk.choose(chooser.value));
 
   return {
     update() {
       document.body.dataset.connected = String(desk.connected);
       document.getElementById("console-away").hidden =
         desk.connected || !document.body.dataset.tried;
-      reconcile(
-        chooser,
-        desk.serialNumbers(),
-        (sn) => sn,
-        (sn) => ({node: el("option", {value: sn}, sn)}),
-      );
-      if (desk.chosen !== null && chooser.value !== desk.chosen) {
-        chooser.value = desk.chosen;
-      }
-      chooser.disabled = desk.serialNumbers().length === 0;
+      chooser.update();
       reconcile(parts, partsOf(desk), (part) => part.name, partNode);
       reconcile(missing, desk.connected ? missingOf(desk) : [], (piece) => piece.name, missingNode);
+    },
+  };
+}
+
+// A list of few cameras; of many a text input that offers those with the text in their name.
+function createChooser(desk) {
+  const list = document.getElementById("camera-chooser");
+  const input = document.getElementById("camera-name");
+  const label = document.getElementById("camera-label");
+  let drawn = null;
+  list.addEventListener("change", () => desk.choose(list.value));
+  input.addEventListener("focus", () => input.select());
+  input.addEventListener("change", () => {
+    if (desk.cameras[input.value]) {
+      desk.choose(input.value);
+    }
+    input.value = desk.chosen ?? "";
+  });
+
+  return {
+    update() {
+      const cameras = desk.serialNumbers();
+      const are_many = cameras.length > many_cameras;
+      const control = are_many ? input : list;
+      if (cameras !== drawn) {
+        drawn = cameras;
+        list.hidden = are_many;
+        input.hidden = !are_many;
+        label.htmlFor = control.id;
+        reconcile(
+          are_many ? document.getElementById("camera-names") : list,
+          cameras,
+          (sn) => sn,
+          (sn) => ({node: el("option", {value: sn}, are_many ? null : sn)}),
+        );
+        control.disabled = cameras.length === 0;
+      }
+      if (
+        desk.chosen !== null &&
+        control.value !== desk.chosen &&
+        document.activeElement !== input
+      ) {
+        control.value = desk.chosen;
+      }
     },
   };
 }
@@ -71,7 +106,11 @@ function partsOf(desk) {
         : {ok: "false", text: no};
   return [
     {name: "broker", title: "Broker", ...known(broker, "connected", "away")},
-    {name: "bus", title: "Bus", ...known(bus, "connected", "away")},
+    {
+      name: "bus",
+      title: "Bus",
+      ...(bus === null ? {ok: "unknown", text: "none"} : known(bus, "connected", "away")),
+    },
     {name: "camera", title: "Camera", ...cameraPart(desk, camera)},
     {name: "agent", title: "Agent", ...agentPart(desk, camera)},
     {name: "link", title: "Link", ...linkPart(desk, link)},
@@ -130,7 +169,7 @@ function missingOf(desk) {
   } else if (
     camera
       ? camera.on_desk && !camera.world && camera.world_error
-      : desk.serialNumbers().length === 0 && bus
+      : desk.serialNumbers().length === 0 && broker
   ) {
     out.push(
       camera

@@ -2,6 +2,7 @@
 // re-delivery.
 import {act, command, note} from "./actions.js";
 import {codeText, hasContract} from "./contract.js";
+import {max_passports} from "./desk_state.js";
 import {el, reconcile, setAttribute, setText} from "./dom.js";
 import {eventText, factsOf} from "./facts.js";
 import {age, clock, count, passportLink, stateText} from "./texts.js";
@@ -14,8 +15,13 @@ export function createLiveView(section, desk) {
     class: "feed",
     "aria-label": "Cars and events, the newest first",
   });
-  const empty = el("p", {class: "empty"}, "No car has passed since the console was started.");
+  const empty = el("p", {class: "empty"});
   const car = el("button", {type: "button", id: "live-car", class: "primary"}, "Have a car pass");
+  const elsewhere = el(
+    "p",
+    {class: "quiet", id: "live-elsewhere"},
+    "This camera is not on the console's bus: no car can be made to pass here, and what it does is shown once it comes at the broker.",
+  );
   const outcome = note("live-car");
   outcome.id = "live-car-note";
   car.addEventListener("click", () =>
@@ -33,7 +39,7 @@ export function createLiveView(section, desk) {
         {class: "side", "aria-label": "Backlog"},
         backlog.node,
         redelivery.node,
-        el("div", {class: "block"}, car, outcome),
+        el("div", {class: "block"}, car, elsewhere, outcome),
       ),
     ),
   );
@@ -60,6 +66,14 @@ export function createLiveView(section, desk) {
         (passport) => (passport.kind === "result" ? carCard(passport) : eventRow(passport)),
       );
       empty.hidden = shown.length > 0;
+      setText(
+        empty,
+        desk.passports.size >= max_passports
+          ? `None of the latest ${max_passports} messages of all cameras is of this one.`
+          : "No car has passed since the console was started.",
+      );
+      car.disabled = desk.isElsewhere();
+      elsewhere.hidden = !desk.isElsewhere();
       backlog.update(desk.camera()?.backlog ?? null, desk.nowUs());
       redelivery.update(desk.camera()?.redelivery ?? null);
     },

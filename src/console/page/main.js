@@ -1,7 +1,8 @@
-// Starts the page: connection, state, the five views and the way between them.
+// Starts the page: connection, state, the six views and the way between them.
 import {connect} from "./connection.js";
 import {DeskState} from "./desk_state.js";
 import {loadContract} from "./contract.js";
+import {createFleetView} from "./fleet_view.js";
 import {createFrame} from "./frame.js";
 import {createLiveView} from "./live_view.js";
 import {createOutageView} from "./outage_view.js";
@@ -18,6 +19,7 @@ const views = {
   requests: createRequestsView(section("requests"), desk),
   world: createWorldView(section("world"), desk),
   outage: createOutageView(section("outage"), desk),
+  fleet: createFleetView(section("fleet"), desk),
 };
 let current = null;
 

@@ -114,6 +114,8 @@ function deeds(desk) {
   return {
     node: block("deeds", "Meanwhile", cars.row, restart.row, push.row),
     update() {
+      cars.node.disabled = desk.isElsewhere();
+      cars.node.title = desk.isElsewhere() ? "The camera is not on the console's bus." : "";
       const can = desk.camera()?.can_restart_agent ?? false;
       restart.node.disabled = !can;
       restart.node.title = can ? "" : "The console was not told the agent's process (--agent-pid).";
@@ -177,11 +179,17 @@ function ledger() {
   node.id = "outage";
   return {
     node,
-    update({desk: {outage}}) {
+    update(desk) {
+      const {outage} = desk.desk;
       setAttribute(node, "data-running", outage ? outage.running : "");
       setText(
         sentence,
-        outage?.line || (outage ? "The outage is under way." : "There was no outage yet."),
+        outage?.line ||
+          (outage
+            ? "The outage is under way."
+            : desk.isElsewhere()
+              ? "This camera is not on the console's bus: what it stores is not counted, so nothing can be said of what is lost."
+              : "There was no outage yet."),
       );
       list.hidden = !outage;
       for (const [name, number] of Object.entries(numbers)) {

@@ -9,6 +9,13 @@ export function clock(at_us, with_ms = true) {
   return with_ms ? `${text}.${String(date.getMilliseconds()).padStart(3, "0")}` : text;
 }
 
+/// 14:03:07; of another day 2026-03-01 14:03:07.
+export function moment(at_us) {
+  const date = new Date(at_us / 1000);
+  const day = `${date.getFullYear()}-${two(date.getMonth() + 1)}-${two(date.getDate())} `;
+  return `${date.toDateString() === new Date().toDateString() ? "" : day}${clock(at_us, false)}`;
+}
+
 /// 0.35 ms, 12.4 ms, 310 ms, 2.5 s, 3 min 10 s.
 export function milliseconds(ms) {
   if (ms < 0) {

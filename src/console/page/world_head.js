@@ -39,7 +39,8 @@ export function head(section, desk) {
   let timer = null;
   let loading = null;
   let of = null;
-  const visible = () => !section.hidden && document.visibilityState === "visible";
+  const visible = () =>
+    !section.hidden && !desk.isElsewhere() && document.visibilityState === "visible";
   async function load() {
     clearTimeout(timer);
     loading?.abort();

@@ -14,25 +14,35 @@ export function createWorldView(section, desk) {
     [services(desk), facts()],
   ];
   const blocks = columns.flat();
-  section.append(away, blocksIn(columns));
+  const all = blocksIn(columns);
+  section.append(away, all);
+  // Whether the blocks may ask the camera.
+  let asking = false;
+  const ask = (wanted) => {
+    if (wanted !== asking) {
+      asking = wanted;
+      blocks.forEach((one) => (asking ? one.show?.() : one.hide?.()));
+    }
+  };
   return {
-    show() {
-      blocks.forEach((one) => one.show?.());
-    },
     update() {
       const camera = desk.camera();
+      ask(camera?.on_desk ?? false);
       const world = camera?.world ?? null;
       away.hidden = world !== null;
-      setText(
-        away,
-        camera && !camera.on_desk
-          ? "This camera is not on the desk's bus. Only what goes over the broker is shown of it."
-          : "The camera's state is not known. What can be done is tried all the same.",
-      );
+      all.hidden = desk.isElsewhere();
+      if (all.hidden) {
+        setText(
+          away,
+          "This camera is not on the console's bus, so its world can be neither seen nor changed here. Requests reach it over the broker.",
+        );
+        return;
+      }
+      setText(away, "The camera's state is not known. What can be done is tried all the same.");
       blocks.forEach((one) => one.update?.(world ?? {}));
     },
     hide() {
-      blocks.forEach((one) => one.hide?.());
+      ask(false);
     },
   };
 }

@@ -6,13 +6,9 @@
 
 #include "console/passports/message_kinds.h"
 #include "console/passports/record.h"
-#include "json_text.h"
-#include "platform/json_member.h"
 
 namespace console {
 namespace {
-
-using tarvex::Member;
 
 // The ways of the three sources differ by no more than this.
 constexpr Time_us kClaimWithin_us = kSecond_us;
@@ -21,17 +17,6 @@ constexpr std::size_t kMaxUnclaimed = 256;
 constexpr std::size_t kMaxExpected = 64;
 constexpr std::size_t kMaxCopies = 4;
 constexpr char kStoredTopic[] = "STP_SELECT_MQTT_OFFLINE_RECORD";
-
-std::optional<std::uint32_t> PublishedPlateId(const std::string& payload) {
-  Json::Value document;
-  if (!Json::String2Json(payload, document)) {
-    return std::nullopt;
-  }
-  const Json::Value& plate = Member(
-      Member(Member(Member(document, "payload"), "AlarmInfoPlate"), "result"), "PlateResult");
-  const Json::Value& id = Member(plate, "plateid");
-  return id.isUInt() ? std::optional(id.asUInt()) : std::nullopt;
-}
 
 std::size_t WeightOf(const Passport& passport) {
   std::size_t bytes = 512 + passport.steps.size() * 64;
@@ -110,10 +95,13 @@ void PassportBook::OnBrokerMessage(const BrokerMessage& message) {
     }
     return;
   }
-  if (const auto plate_id = KindOfName(message.name) == &ResultKind()
-                                ? PublishedPlateId(message.payload)
-                                : std::nullopt) {
-    PassedOn(&Result(message.sn, *plate_id, message.at_us), message);
+  if (const auto head = KindOfName(message.name) == &ResultKind() ? ReadPublished(message.payload)
+                                                                  : std::nullopt) {
+    Passport& passport = Result(message.sn, head->plate_id, message.at_us);
+    if (passport.plate.empty()) {
+      passport.plate = head->plate;
+    }
+    PassedOn(&passport, message);
     MakeRoom();
     return;
   }

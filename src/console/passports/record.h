@@ -1,4 +1,5 @@
-// What the console reads of a 552-byte recognition record; docs/records.md has the layout.
+// What the console reads of a recognition result: of the 552-byte record on the bus, whose layout
+// docs/records.md has, and of the published JSON.
 #pragma once
 
 #include <cstdint>
@@ -16,5 +17,9 @@ struct RecordHead {
 
 /// @return empty when the bytes are no record.
 std::optional<RecordHead> ReadRecord(const std::string& bytes);
+
+/// @param payload of an ivs_result at the broker.
+/// @return empty when the payload has no plate id.
+std::optional<RecordHead> ReadPublished(const std::string& payload);
 
 }  // namespace console

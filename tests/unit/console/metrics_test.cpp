@@ -53,5 +53,14 @@ TEST(Metrics, ShowTheBacklog) {
   EXPECT_THAT(metrics.Text(), HasSubstr(R"(camera_backlog_results{sn="CAM1"} 7)"));
 }
 
+TEST(Metrics, ShowWhoIsOnline) {
+  Metrics metrics({});
+  metrics.OnOnline("CAM1", true);
+  metrics.OnOnline("CAM2", true);
+  metrics.OnOnline("CAM2", false);
+  EXPECT_THAT(metrics.Text(), HasSubstr(R"(camera_online{sn="CAM1"} 1)"));
+  EXPECT_THAT(metrics.Text(), HasSubstr(R"(camera_online{sn="CAM2"} 0)"));
+}
+
 }  // namespace
 }  // namespace console

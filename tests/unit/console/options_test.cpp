@@ -32,6 +32,13 @@ TEST(ConsoleOptions, TakeTheEnvironmentsCameraOtherwise) {
   unsetenv("TARVEX_SUBJECT_PREFIX");
 }
 
+TEST(ConsoleOptions, KnowNoCameraWithoutABus) {
+  ConsoleOptions options;
+  ASSERT_EQ(Parse({"--no-bus"}, &options), std::nullopt);
+  EXPECT_FALSE(options.has_bus);
+  EXPECT_TRUE(options.cameras.empty());
+}
+
 TEST(ConsoleOptions, TellDirectoriesAndProcessesByCamera) {
   ConsoleOptions options;
   ASSERT_EQ(Parse({"--pictures", "CAM1=/p", "--agent-pid", "CAM1=/a=b"}, &options), std::nullopt);
@@ -43,7 +50,7 @@ TEST(ConsoleOptions, RefuseWhatMakesNoSense) {
   const std::vector<std::vector<const char*>> wrong = {
       {"--port", "70000"},    {"--port", "x"},          {"--pictures", "CAM1"},
       {"--pictures", "=/p"},  {"--agent-pid", "CAM1="}, {"--broker", "host:port"},
-      {"--camera", "A=b..c"}, {"--no-such-option"},
+      {"--camera", "A=b..c"}, {"--no-such-option"},     {"--no-bus", "--camera", "CAM1"},
   };
   for (const auto& arguments : wrong) {
     ConsoleOptions options;

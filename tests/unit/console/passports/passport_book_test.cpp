@@ -76,6 +76,18 @@ class Passports : public testing::Test {
   Time_us now_us_ = 1000000;
 };
 
+TEST_F(Passports, HaveThePlateOfAResultThatOnlyTheBrokerTells) {
+  BrokerMessage message;
+  message.sn = "FAR1";
+  message.channel = "message";
+  message.name = "ivs_result";
+  message.payload =
+      R"({"payload":{"AlarmInfoPlate":{"result":{"PlateResult":{"plateid":7,"license":"QUIxMg=="}}}}})";
+  book_.OnBrokerMessage(message);
+  ASSERT_NE(book_.Find("result/FAR1/7"), nullptr);
+  EXPECT_EQ(book_.Find("result/FAR1/7")->plate, "AB12");
+}
+
 TEST_F(Passports, OfAResultHasItsWholeWay) {
   Told("stored", R"("plate_id":7)");
   Told("announced", R"("topic":"BUS_SRV_IVS_RESULT","plate_id":7)");
