@@ -87,6 +87,11 @@ void AddBrokerOptions(CLI::App* app, ProgramOptions* options, RawOptions* raw) {
       ->capture_default_str()
       ->type_name("TOPIC")
       ->group(group);
+  app->add_option("--response-root", options->response_root,
+                  "Requests may name response topics below it, which is not below ROOT (default: "
+                  "only those below ROOT/SN/response)")
+      ->type_name("TOPIC")
+      ->group(group);
   app->add_option("--client-id", broker.client_id, "MQTT client id (default: the serial number)")
       ->type_name("ID")
       ->group(group);
@@ -235,6 +240,21 @@ std::string ReadPassword(const std::string& file, std::string* password) {
   return "";
 }
 
+/// Among the cameras' topics a response could pass for another camera's message.
+std::string CheckResponseRoot(const ProgramOptions& options) {
+  const std::string& topic = options.response_root;
+  if (topic.empty()) {
+    return "";
+  }
+  const auto is_within = [](const std::string& inner, const std::string& outer) {
+    return (inner + "/").compare(0, outer.size() + 1, outer + "/") == 0;
+  };
+  if (is_within(topic, options.root) || is_within(options.root, topic)) {
+    return "\"" + topic + "\" and --root, \"" + options.root + "\", are one within the other";
+  }
+  return CheckTopicLevels(topic);
+}
+
 std::string Finish(const RawOptions& raw, ProgramOptions* options) {
   BrokerOptions& broker = options->link.broker;
   broker.use_tls = broker.use_tls || !broker.tls.ca.empty() || !broker.tls.cert.empty();
@@ -250,6 +270,10 @@ std::string Finish(const RawOptions& raw, ProgramOptions* options) {
   error = CheckTopicLevels(options->root);
   if (!error.empty()) {
     return "--root: " + error;
+  }
+  error = CheckResponseRoot(*options);
+  if (!error.empty()) {
+    return "--response-root: " + error;
   }
   options->link.backoff_min_ms =
       raw.backoff_min_ms.value_or(std::min(kBackoffMin_ms, options->link.backoff_max_ms));
@@ -284,7 +308,7 @@ void CompleteOptions(const std::string& serial_number, double clock_scale,
   broker.will_payload = OfflineStatus();
   broker.request_filter = base + "/request/#";
   broker.max_request_bytes = options->agent.requests.max_request_bytes;
-  options->agent.requests.topics = {options->root, base};
+  options->agent.requests.topics = {options->root, base, options->response_root};
   options->agent.clock_scale = clock_scale;
 }
 

@@ -14,6 +14,7 @@ struct ProgramOptions {
   std::string plugin_path;
   int adapter_id = 0;
   std::string root = "cameras";
+  std::string response_root;  ///< where requests may have responses besides; empty: nowhere
   bool print_messages = false;
   bool trace = false;
   MqttLink::Options link;                 ///< without topics

@@ -25,7 +25,7 @@ class Brokers : public RigTest, public testing::WithParamInterface<BrokerRow> {
 
   void SetUp() override {
     rig_.StartCamera();
-    rig_.StartAgent();
+    rig_.StartAgent({"--response-root", "my"});
   }
 
   /// What a client that comes now is told of the camera at once.

@@ -10,7 +10,7 @@ class Requests : public RigTest {
  protected:
   void SetUp() override {
     rig_.StartCamera();
-    rig_.StartAgent();
+    rig_.StartAgent({"--response-root", "my"});
   }
 
   /// Publishes raw bytes as a request, and waits for the response.
@@ -63,6 +63,25 @@ TEST_F(Requests, AreAnsweredToTheirResponseTopic) {
   EXPECT_EQ(answer->correlation, std::string("c\0d", 3));
   EXPECT_EQ(ParseJson(answer->payload)["id"].asInt(), 7);
   EXPECT_TRUE(rig_.cloud->AwaitTopic(rig_.Topic("response/get_sn")).has_value());
+}
+
+TEST_F(Requests, WithAResponseTopicThatIsNotAllowedAreNotCarriedOut) {
+  MqttClient asking(rig_.broker.port(), "elsewhere/answers");
+  MqttClient::Extras extras;
+  extras.response_topic = "elsewhere/answers";
+  extras.correlation = "c";
+  rig_.cloud->Publish(rig_.Topic("request/ivs_trigger"),
+                      R"({"id":7,"version":"1.0","payload":{"type":"ivs_trigger"}})", extras);
+  const auto message = rig_.cloud->AwaitTopic(rig_.Topic("response/ivs_trigger"));
+  ASSERT_TRUE(message.has_value());
+  EXPECT_EQ(message->correlation, "c");
+  const Json::Value response = ParseJson(message->payload);
+  EXPECT_EQ(response["id"].asInt(), 7);
+  EXPECT_EQ(response["code"], "bad_response_topic");
+  EXPECT_THAT(response["error"].asString(), testing::HasSubstr("--response-root"));
+  EXPECT_EQ(rig_.CameraState()["results"]["recognised"].asInt(), 0);
+  asking.Publish("elsewhere/answers", "last");
+  EXPECT_EQ(asking.AwaitTopic("elsewhere/answers")->payload, "last") << "nothing came before it";
 }
 
 TEST_F(Requests, ThatAreMalformedAreAnsweredWithACode) {

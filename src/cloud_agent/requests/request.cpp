@@ -7,7 +7,6 @@
 #include <json/reader.h>
 
 #include "json_text.h"
-#include "platform/log.h"
 
 namespace agent {
 namespace {
@@ -27,13 +26,29 @@ bool BeginsWith(const std::string& text, const std::string& prefix) {
   return text.compare(0, prefix.size(), prefix) == 0;
 }
 
-// Below the root a requester could have a message published as if by any camera.
-bool IsAllowedResponseTopic(const std::string& topic, const Topics& topics) {
-  const bool is_publishable = !topic.empty() && topic.size() <= 0xFFFF && topic.front() != '$' &&
-                              topic.find_first_of("+#") == std::string::npos &&
-                              topic.find('\0') == std::string::npos;
-  const bool is_below_root = topic == topics.root || BeginsWith(topic, topics.root + "/");
-  return is_publishable && (!is_below_root || BeginsWith(topic, topics.base + "/response/"));
+bool IsBelow(const std::string& topic, const std::string& prefix) {
+  return topic.size() > prefix.size() && BeginsWith(topic, prefix);
+}
+
+/// Elsewhere a requester could have the camera publish what looks like another's message.
+/// @return nothing wrong without a response topic, too.
+RequestError CheckResponseTopic(const std::string& topic, const Topics& topics) {
+  if (topic.empty()) {
+    return {};
+  }
+  const std::string own = topics.base + "/response/";
+  const std::string others = topics.response_root + "/";
+  const bool is_allowed =
+      IsBelow(topic, own) || (!topics.response_root.empty() && IsBelow(topic, others));
+  if (is_allowed && topic.size() <= 0xFFFF && topic.find_first_of("+#") == std::string::npos &&
+      topic.find('\0') == std::string::npos) {
+    return {};
+  }
+  const std::string allowed = topics.response_root.empty()
+                                  ? own + "; the agent's --response-root allows others"
+                                  : own + " or, as the agent's --response-root says, " + others;
+  return {code::kBadResponseTopic, "the response topic \"" + topic.substr(0, kMaxNameShown_bytes) +
+                                       "\" is no topic below " + allowed};
 }
 
 /// The id of a text that may be cut off or malformed after it; null without one.
@@ -117,7 +132,10 @@ Request ReadRequest(const InboundRequest& inbound, const Topics& topics,
     request.expires_at = inbound.received_at + *inbound.expires_in;
   }
   Json::Value document;
-  if (inbound.size > max_bytes) {
+  request.error = CheckResponseTopic(inbound.response_topic, topics);
+  if (request.error) {
+    // The requester waits at a topic where nothing will come: nothing is to happen either.
+  } else if (inbound.size > max_bytes) {
     request.error = {code::kTooLarge, "the request has " + std::to_string(inbound.size) +
                                           " bytes, more than the " + std::to_string(max_bytes) +
                                           " allowed"};
@@ -157,11 +175,8 @@ std::vector<OutboundMessage> Responses(const InboundRequest& inbound, const Topi
     message.topic = topics.base + "/response" + inbound.topic.substr(prefix.size());
     messages.push_back(message);
   }
-  if (inbound.response_topic.empty() || inbound.response_topic == message.topic) {
-    return messages;
-  }
-  if (!IsAllowedResponseTopic(inbound.response_topic, topics)) {
-    SYS_LOG(kLogWarning, "response topic refused: %s", inbound.response_topic.c_str());
+  if (inbound.response_topic.empty() || inbound.response_topic == message.topic ||
+      CheckResponseTopic(inbound.response_topic, topics)) {
     return messages;
   }
   message.topic = inbound.response_topic;

@@ -17,6 +17,9 @@ namespace agent {
 struct Topics {
   std::string root;  ///< such as "cameras"
   std::string base;  ///< "<root>/<sn>"
+  /// Below it, too, are response topics that requests may name; empty: below
+  /// "<base>/response/" only.
+  std::string response_root;
 };
 
 /// What a response's "code" can be; contract/asyncapi.json says what brings each about.
@@ -26,6 +29,7 @@ constexpr char kNoPayload[] = "no_payload";
 constexpr char kUnknownName[] = "unknown_name";
 constexpr char kWrongVersion[] = "wrong_version";
 constexpr char kBadMember[] = "bad_member";
+constexpr char kBadResponseTopic[] = "bad_response_topic";
 constexpr char kTooLarge[] = "too_large";
 constexpr char kBusy[] = "busy";
 constexpr char kRetained[] = "retained";
@@ -67,7 +71,8 @@ Request ReadRequest(const InboundRequest& inbound, const Topics& topics,
 Json::Value ErrorJson(const RequestError& error);
 
 /// @return the response, once for each topic that it goes to: "<base>/response/NAME",
-///         and the one that the request names, where that is allowed.
+///         and the one that the request names. Nothing is published on one that is not
+///         allowed, of which ReadRequest() makes an error.
 std::vector<OutboundMessage> Responses(const InboundRequest& inbound, const Topics& topics,
                                        const Json::Value& response);
 

@@ -79,6 +79,21 @@ TEST_F(Options, HaveDefaults) {
   EXPECT_EQ(options_.pictures.keep, 5000U);
 }
 
+TEST_F(Options, MayAllowResponseTopicsThatAreNoCameras) {
+  EXPECT_EQ(Parse({"--response-root", "callers/answers"}), std::nullopt);
+  CompleteOptions("CAM1", 1, &options_);
+  EXPECT_EQ(options_.agent.requests.topics.response_root, "callers/answers");
+  EXPECT_EQ(Parse({"--response-root", "cameras2"}), std::nullopt);
+  for (const char* topic : {"cameras", "cameras/callers"}) {
+    EXPECT_THAT(RefusalOf({"--response-root", topic}),
+                HasSubstr("--response-root: \"" + std::string(topic) +
+                          "\" and --root, \"cameras\", are one within the other"));
+  }
+  EXPECT_NE(RefusalOf({"--root", "eu/cameras", "--response-root", "eu"}), "");
+  EXPECT_THAT(RefusalOf({"--response-root", "callers/#"}),
+              HasSubstr("--response-root: \"callers/#\" has a character"));
+}
+
 TEST_F(Options, NeedAPlugin) {
   const char* arguments[] = {"cloud_agent"};
   CaptureStderr();

@@ -10,7 +10,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-const Topics kTopics = {"cameras", "cameras/CAM1"};
+const Topics kTopics = {"cameras", "cameras/CAM1", "my"};
 
 InboundRequest Inbound(const std::string& name, const std::string& payload) {
   InboundRequest inbound;
@@ -177,15 +177,44 @@ TEST(ResponseTopic, ThatNobodyCanPublishToIsLeftOut) {
   EXPECT_THAT(TopicsOf(ResponsesWith("$SYS/x")), ElementsAre("cameras/CAM1/response/get_sn"));
 }
 
-TEST(ResponseTopic, BelowTheRootIsAllowedAmongTheCamerasOwnResponsesOnly) {
-  for (const char* topic : {"cameras", "cameras/CAM1/message/ivs_result", "cameras/CAM1/status",
-                            "cameras/CAM2/response/get_sn", "cameras/CAM1/response"}) {
+TEST(ResponseTopic, IsAllowedAmongTheCamerasOwnResponsesAndBelowTheResponseRootOnly) {
+  for (const char* topic :
+       {"my", "my/", "my2/answers", "other/answers", "cameras2/x", "cameras/CAM1/response/",
+        "cameras", "cameras/CAM1/message/ivs_result", "cameras/CAM1/status",
+        "cameras/CAM2/response/get_sn", "cameras/CAM1/response"}) {
     EXPECT_THAT(TopicsOf(ResponsesWith(topic)), ElementsAre("cameras/CAM1/response/get_sn"))
         << topic;
   }
   EXPECT_THAT(TopicsOf(ResponsesWith("cameras/CAM1/response/mine")),
               ElementsAre("cameras/CAM1/response/get_sn", "cameras/CAM1/response/mine"));
-  EXPECT_EQ(ResponsesWith("cameras2/x").size(), 2U);
+}
+
+std::string ErrorOfResponseTopic(const std::string& response_topic,
+                                 const std::string& response_root) {
+  InboundRequest inbound = Inbound("get_sn", R"({"id":"x","version":"1.0","payload":{}})");
+  inbound.response_topic = response_topic;
+  const Request request =
+      ReadRequest(inbound, {"cameras", "cameras/CAM1", response_root}, {"get_sn"}, 200);
+  EXPECT_EQ(request.id, Json::Value("x"));
+  return ErrorOf(request);
+}
+
+TEST(ResponseTopic, ThatIsNotAllowedIsAnErrorThatSaysWhatIs) {
+  EXPECT_EQ(ErrorOfResponseTopic("my/answers", ""),
+            "bad_response_topic: the response topic \"my/answers\" is no topic below "
+            "cameras/CAM1/response/; the agent's --response-root allows others");
+  EXPECT_EQ(ErrorOfResponseTopic("your/answers", "my"),
+            "bad_response_topic: the response topic \"your/answers\" is no topic below "
+            "cameras/CAM1/response/ or, as the agent's --response-root says, my/");
+  EXPECT_NE(ErrorOfResponseTopic("my/#", "my"), "");
+  EXPECT_NE(ErrorOfResponseTopic(std::string("my/\0", 4), "my"), "");
+  EXPECT_NE(ErrorOfResponseTopic("/answers", ""), "");
+}
+
+TEST(ResponseTopic, ThatIsAllowedIsNoError) {
+  EXPECT_EQ(ErrorOfResponseTopic("my/answers", "my"), "");
+  EXPECT_EQ(ErrorOfResponseTopic("cameras/CAM1/response/mine", ""), "");
+  EXPECT_EQ(ErrorOfResponseTopic("", ""), "");
 }
 
 TEST(RequestRefusal, EchoesTheIdAndSaysWhy) {
