@@ -182,10 +182,12 @@ function sinceText(row) {
 function totalsOf(rows, known) {
   const sum = (of) => rows.reduce((total, row) => total + (of(row) ?? 0), 0);
   const cameras =
-    rows.length === known ? count(known, "camera") : `${rows.length} of ${count(known, "camera")}`;
+    rows.length === known
+      ? count(known, "camera")
+      : `${rows.length.toLocaleString("en")} of ${count(known, "camera")}`;
   return [
     cameras,
-    `${sum(({camera}) => Number(camera.online))} online`,
+    `${sum(({camera}) => Number(camera.online)).toLocaleString("en")} online`,
     `${count(sum(rateOf), "result")} a minute`,
     `${sum(backlogOf).toLocaleString("en")} undelivered`,
   ].join(", ");
