@@ -140,6 +140,7 @@ def run(chosen):
                     {"TARVEX_CLOCK_SCALE": CLOCK_SCALE}) as cameras:
         cameras.start(lambda _started: None)
         observer.await_online(cameras.serial_numbers, START_S)
+        observer.settle()
         observer.begin()
         away_us = kill_nodes(servers, observer, cameras, chosen)
         say("no more kills, no more cars")

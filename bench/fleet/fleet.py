@@ -129,6 +129,7 @@ def run(chosen):
         observer.await_online(cameras.serial_numbers, START_S)
         figures["seconds_to_online"] = round(time.monotonic() - begin, 1)
         say(f"all {chosen.cameras} online after {figures['seconds_to_online']:.0f} s")
+        observer.settle()
         observer.begin()
         before, begin = look(cameras, servers), time.monotonic()
         count_results(observer, cameras.serial_numbers, chosen.seconds)

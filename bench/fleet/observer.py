@@ -1,5 +1,6 @@
 """Sees a fleet from both sides: what the programs tell of their messages on the bus, and what comes
 at the broker."""
+import contextlib
 import itertools
 import json
 import threading
@@ -7,6 +8,7 @@ import time
 import uuid
 
 import paho.mqtt.client as paho
+from paho.mqtt import publish
 from adapter import Bus
 
 REQUEST = "get_io_out_status"
@@ -14,6 +16,9 @@ REQUEST_BODY = {"gpio": 1}
 START_S = 60
 RECONNECT_S = 0.1
 KEEP_ALIVE_S = 5
+PROBE_TOPIC = "cameras/fleet/message/probe"
+PROBES = 20
+SETTLE_ATTEMPTS = 12
 
 
 def percentiles(values):
@@ -42,7 +47,9 @@ class Observer:
         self._counted_from_us = 0
         self._is_listening, self._is_subscribed = threading.Event(), threading.Event()
         self._buses = itertools.cycle(servers.bus.split(","))
-        self._brokers = itertools.cycle(servers.broker.split(","))
+        self._addresses = servers.broker.split(",")
+        self._brokers = itertools.cycle(self._addresses)
+        self._probes = set()
         self._is_ending = False
         self._threads = [threading.Thread(target=target, daemon=True)
                          for target in (self._read_bus, self._read_broker)]
@@ -107,6 +114,10 @@ class Observer:
 
     def _on_message(self, _client, _data, message):
         now = time.monotonic()
+        if message.topic == PROBE_TOPIC:
+            with self._lock:
+                self._probes.add(message.payload.decode())
+            return
         _, camera, kind, *name = message.topic.split("/")
         if camera not in self._mine:
             return
@@ -122,6 +133,25 @@ class Observer:
             elif name == ["ivs_result"]:
                 plate = body["payload"]["AlarmInfoPlate"]["result"]["PlateResult"]["plateid"]
                 self._arrived[camera, plate] = self._arrived.get((camera, plate), 0) + 1
+
+    def settle(self):
+        """Waits until what is given to any of the brokers comes: those of a cluster that has just
+        begun may take what they do not pass on."""
+        for broker in self._addresses:
+            host, port = broker.rsplit(":", 1)
+            for _ in range(SETTLE_ATTEMPTS):
+                batch = [f"probe-{uuid.uuid4()}" for _ in range(PROBES)]
+                publish.multiple([(PROBE_TOPIC, probe, 1, False) for probe in batch], host, int(port),
+                                 f"fleet-probe-{uuid.uuid4()}")
+                with contextlib.suppress(RuntimeError):
+                    self._await(lambda batch=batch: self._has_probes(batch), "the probes", 5)
+                    break
+            else:
+                raise RuntimeError(f"what is given to {broker} does not come")
+
+    def _has_probes(self, batch):
+        with self._lock:
+            return self._probes.issuperset(batch)
 
     def ask(self, camera):
         """Makes a request of the cloud."""
