@@ -49,7 +49,7 @@ debian_package(
   "a licence-plate camera on the desk
 The virtual camera, the agent that loads the MQTT adapter plug-in, and a console in the browser;
 mqttadapter-rig starts them on loopback, with a bus and a broker."
-  "libmqttadapter (= ${PROJECT_VERSION}), mqttadapter-conformance (= ${PROJECT_VERSION}), fonts-dejavu-core, iproute2, jq, mosquitto, nats-server")
+  "libmqttadapter (= ${PROJECT_VERSION}), mqttadapter-conformance (= ${PROJECT_VERSION}), fonts-dejavu-core, iproute2, jq, mosquitto, nats-server, openssl")
 set(CPACK_DEBIAN_MQTTADAPTER_RIG_PACKAGE_RECOMMENDS mosquitto-clients)
 
 # The tools of a cross compiler read that architecture's files.

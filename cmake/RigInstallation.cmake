@@ -15,7 +15,7 @@ install(PROGRAMS packaging/rig/mqttadapter-rig DESTINATION bin ${of_rig})
 install(PROGRAMS scripts/hostcheck.sh scripts/run.sh scripts/try.sh DESTINATION ${rig_data}/scripts ${of_rig})
 install(
   FILES scripts/children.sh scripts/common.sh scripts/kept_state.jq scripts/mosquitto.conf.in
-        scripts/packages.sh scripts/ports.sh scripts/run_options.sh
+        scripts/packages.sh scripts/ports.sh scripts/run_options.sh scripts/tls.sh
   DESTINATION ${rig_data}/scripts ${of_rig})
 install(DIRECTORY src/console/page DESTINATION ${rig_data}/src/console ${of_rig})
 install(FILES contract/asyncapi.json DESTINATION ${rig_data}/contract ${of_rig})

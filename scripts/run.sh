@@ -33,6 +33,8 @@ else
   run_dir=$state_dir/run-$mqtt_port sn=${TARVEX_SERIAL_NUMBER:-DESK$mqtt_port}
 fi
 readonly run_dir sn log_dir=$run_dir/log
+# shellcheck source=scripts/tls.sh
+. scripts/tls.sh
 export TARVEX_SERIAL_NUMBER=$sn
 export TARVEX_BUS_ADDRESS=127.0.0.1:$bus_port TARVEX_KV_ADDRESS=127.0.0.1:$kv_port
 # The desk's camera has the bus to itself, whatever the shell that calls has set.
@@ -44,7 +46,19 @@ trap 'stop_children; rm -f "$run_dir/desk"' EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-sed "s/@PORT@/$mqtt_port/" scripts/mosquitto.conf.in >"$run_dir/mosquitto.conf"
+as_console=() as_camera=() as_person=""
+if [ "$tls" = no ]; then
+  sed "s/@PORT@/$mqtt_port/" scripts/mosquitto.conf.in >"$run_dir/mosquitto.conf"
+else
+  prepare_certificates
+  sed "s/@PORT@/$mqtt_port/; /^allow_anonymous/d" scripts/mosquitto.conf.in >"$run_dir/mosquitto.conf"
+  write_tls_settings
+  tls_options console
+  as_console=("${tls_options[@]}")
+  tls_options "$sn"
+  as_camera=("${tls_options[@]}")
+  as_person=$tls_of_person
+fi
 start_child bus nats-server -a 127.0.0.1 -p "$bus_port"
 start_child kv nats-server -a 127.0.0.1 -p "$kv_port" -js -sd "$run_dir/kv"
 start_child broker "$(PATH=$PATH:/usr/sbin command -v mosquitto)" -c "$run_dir/mosquitto.conf"
@@ -53,7 +67,7 @@ for port in "$bus_port" "$kv_port" "$mqtt_port"; do
 done
 # It subscribes to all that cameras publish: without a subscriber results stay in the store.
 start_child console "$build/bin/console" --port "${ports[--console-port]}" \
-  --broker "127.0.0.1:$mqtt_port" --link-port "$link_port" --pictures "$sn=$run_dir/pictures" \
+  --broker "127.0.0.1:$mqtt_port" "${as_console[@]}" --link-port "$link_port" --pictures "$sn=$run_dir/pictures" \
   --agent-pid "$sn=$run_dir/agent.pid"
 wait_for "the console" grep -q "console ready" "$log_dir/console.out"
 wait_for "the console's subscription" grep -q " cameras/" "$log_dir/broker.err"
@@ -61,7 +75,7 @@ start_child camera "$build/bin/virtual_camera" --trace --data "$run_dir/camera" 
   --cars-per-minute "$cars_per_minute"
 wait_for "the virtual camera" grep -q "virtual_camera ready" "$log_dir/camera.out"
 start_child agent "$build/bin/cloud_agent" --plugin "$build/lib/libmqttadapter.so" \
-  --broker "127.0.0.1:$link_port" --backoff-max-ms 2000 --status-interval 2 \
+  --broker "127.0.0.1:$link_port" "${as_camera[@]}" --backoff-max-ms 2000 --status-interval 2 \
   --picture-dir "$run_dir/pictures" --picture-url "$page/pictures/$sn" \
   --id-picture-dir "$run_dir/camera/lane" \
   --trace --print-messages --diagnose "${agent_options[@]}"
@@ -82,13 +96,14 @@ show_messages() {
 }
 
 printf '%s\n' "pid=$$" "mqtt_port=$mqtt_port" "bus_port=$bus_port" "sn=$sn" "bin=$build/bin" \
+  "as_person='$as_person'" \
   >"$run_dir/desk"
 cat <<HELP
 $page/  is the camera $sn in a browser; Ctrl-C ends the desk
 
 In another terminal:
-  mosquitto_sub -p $mqtt_port -v -t 'cameras/#'
-  mosquitto_pub -p $mqtt_port -t cameras/$sn/request/get_sn \\
+  mosquitto_sub -p $mqtt_port$as_person -v -t 'cameras/#'
+  mosquitto_pub -p $mqtt_port$as_person -t cameras/$sn/request/get_sn \\
     -m '{"id":"1","version":"1.0","payload":{"type":"get_sn"}}'
   $called_as try      a command for each request, and for each event in the camera
 Logs: $log_dir

@@ -8,6 +8,8 @@ usage: $called_as run [OPTIONS]
   --for SECONDS          ends by itself; a failure when no result was acknowledged by then
   --cars-per-minute N    default 12; 0: those only that you have pass
   --fresh                begins with an empty store and the camera's first settings
+  --tls                  the broker wants certificates, of an authority of the desk's own, and each
+                         camera may write below its own topics only (docs/security.md)
   --auto-push            undelivered results are delivered again unasked
   --port PORT            the broker's, default 1884
   --console-port PORT    of the page in the browser, default 8090
@@ -26,12 +28,14 @@ declare -A option_of_port=()
 seconds=0
 cars_per_minute=12
 fresh=no
+tls=no
 agent_options=()
 
 read_run_options() {
   while [ $# -gt 0 ]; do
     case "$1" in
       --fresh) fresh=yes ;;
+      --tls) tls=yes ;;
       --auto-push) agent_options+=(--auto-push) ;;
       --for)
         [[ ${2:-} =~ ^[1-9][0-9]{0,7}$ ]] || fail "run: $1 takes whole seconds, not '${2:-}'"

@@ -28,7 +28,7 @@ while [ $# -gt 0 ]; do
 done
 
 # A desk writes a file about itself when it is up. One that was killed leaves it behind.
-pid="" mqtt_port="" bus_port="" sn="" bin=""
+pid="" mqtt_port="" bus_port="" sn="" bin="" as_person=""
 running=()
 for file in "$state_dir"/run/desk "$state_dir"/run-*/desk; do
   [ -f "$file" ] || continue
@@ -48,13 +48,13 @@ ctl=$bin/camera_ctl
 
 request() {
   local name=$1 body=${2:-}
-  printf "  mosquitto_pub -p %s -t cameras/%s/request/%s -m '%s'\n" "$mqtt_port" "$sn" "$name" \
+  printf "  mosquitto_pub -p %s -t cameras/%s/request/%s -m '%s'\n" "$mqtt_port$as_person" "$sn" "$name" \
     "{\"id\":\"1\",\"version\":\"1.0\",\"payload\":{\"type\":\"$name\"${body:+,\"body\":$body}}}"
 }
 
 cat <<HELP
 see everything that is published, answers included
-  mosquitto_sub -p $mqtt_port -v -t 'cameras/#'
+  mosquitto_sub -p $mqtt_port$as_person -v -t 'cameras/#'
 
 trigger events in the camera $sn
   $ctl car AB12345

@@ -58,6 +58,16 @@ std::optional<int> ParseOptions(int argc, const char* const* argv, ConsoleOption
       ->check(Port(0))
       ->capture_default_str();
   app.add_option("--broker", broker, "HOST:PORT of the broker")->capture_default_str();
+  app.add_option("--ca", options->broker.ca,
+                 "Certificates to trust; the broker is reached with TLS")
+      ->check(CLI::ExistingFile);
+  CLI::Option* cert = app.add_option("--cert", options->broker.cert, "The console's certificate")
+                          ->check(CLI::ExistingFile)
+                          ->needs("--ca");
+  CLI::Option* key = app.add_option("--key", options->broker.key, "The key of that certificate")
+                         ->check(CLI::ExistingFile);
+  cert->needs(key);
+  key->needs(cert);
   app.add_option("--root", options->broker.root, "What every topic begins with")
       ->capture_default_str();
   app.add_option("--link-port", options->link_port,

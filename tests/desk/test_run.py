@@ -5,9 +5,10 @@ import pty
 import re
 import shutil
 import socket
+import subprocess
 import tempfile
 
-from desk import BUILD, DeskTest, dev, free_port, is_running
+from desk import BUILD, ROOT, DeskTest, dev, free_port, is_running
 
 PARTS = ("bus", "kv", "broker", "console", "camera", "agent")
 
@@ -49,6 +50,58 @@ class Run(DeskTest):
         pids = [desk.pid(part) for part in PARTS]
         self.assertEqual(desk.interrupt(), 130)
         self.assertEqual([pid for pid in pids if is_running(pid)], [])
+
+
+class WithTls(DeskTest):
+    def setUp(self):
+        self.started = self.desk()
+        self.start()
+
+    def start(self, *options):
+        self.started.start("--tls", "--cars-per-minute", "60", *options)
+        self.started.shows("ivs_result .*: acknowledged")
+
+    def authority(self):
+        return (self.started.run_dir / "tls/ca.pem").read_text()
+
+    def test_suggests_commands_that_work(self):
+        command = self.started.shows("^  (mosquitto_sub .*)$")[1]
+        seen = self.run_(f"{command} -C 1 -W 20")
+        self.assertIn(f"cameras/{self.started.sn}/", seen.stdout)
+        listed = dev("try", "--port", str(self.started.port)).stdout
+        commands = re.findall("^  (mosquitto_pub .*(?:get_sn|snapshot).*)$", listed, re.MULTILINE)
+        self.assertEqual(len(commands), 2)
+        for command in commands:
+            self.assertEqual(self.run_(command).returncode, 0, command)
+            self.started.shows(re.search("request/([a-z_]+)", command)[1] + " tag .*: acknowledged")
+
+    def test_lets_nobody_in_without_a_certificate(self):
+        files = self.started.run_dir / "tls"
+        result = self.run_(f"mosquitto_sub -p {self.started.port} --cafile {files}/ca.pem "
+                           "-v -t '#' -C 1 -W 20")
+        self.assertNotEqual(result.returncode, 0)
+        self.assertNotIn(self.started.sn, result.stdout)
+
+    def test_keeps_its_certificates_unless_it_begins_anew(self):
+        before = self.authority()
+        self.started.interrupt()
+        self.start()
+        self.assertEqual(self.authority(), before)
+        self.started.interrupt()
+        self.start("--fresh")
+        self.assertNotEqual(self.authority(), before)
+
+    def test_makes_its_certificates_anew_when_one_is_about_to_expire(self):
+        before = self.authority()
+        self.started.interrupt()
+        self.run_("openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -subj /CN=person "
+                  f"-days 6 -keyout /dev/null -out {self.started.run_dir}/tls/person.pem")
+        self.start()
+        self.assertNotEqual(self.authority(), before)
+
+    def run_(self, command):
+        return subprocess.run(command, shell=True, cwd=ROOT, stdout=subprocess.PIPE,
+                              stderr=subprocess.STDOUT, text=True, timeout=60)
 
 
 class APartThatEnds(DeskTest):

@@ -55,6 +55,12 @@ BrokerClient::BrokerClient(boost::asio::io_context& context, Options options, Ha
   }
   mosquitto_int_option(client_, MOSQ_OPT_TCP_NODELAY, 1);
   mosquitto_reconnect_delay_set(client_, 1, 1, false);
+  if (!options_.ca.empty()) {
+    const auto file = [](const std::string& name) { return name.empty() ? nullptr : name.c_str(); };
+    Require(mosquitto_tls_set(client_, file(options_.ca), nullptr, file(options_.cert),
+                              file(options_.key), nullptr),
+            "TLS with the given certificates");
+  }
   mosquitto_connect_v5_callback_set(
       client_, [](mosquitto*, void* self, int code, int, const mosquitto_property*) {
         static_cast<BrokerClient*>(self)->OnConnack(code);

@@ -23,6 +23,9 @@ class BrokerClient {
     int port = 1884;
     std::string root = "cameras";
     std::string client_id;  ///< of the session
+    std::string ca;         ///< file of the certificates to trust; empty: without TLS
+    std::string cert;       ///< file of the client's certificate; empty: none
+    std::string key;        ///< file of its key
   };
 
   /// Called on the context's thread.

@@ -48,9 +48,18 @@ TEST(ConsoleOptions, TellDirectoriesAndProcessesByCamera) {
 
 TEST(ConsoleOptions, RefuseWhatMakesNoSense) {
   const std::vector<std::vector<const char*>> wrong = {
-      {"--port", "70000"},    {"--port", "x"},          {"--pictures", "CAM1"},
-      {"--pictures", "=/p"},  {"--agent-pid", "CAM1="}, {"--broker", "host:port"},
-      {"--camera", "A=b..c"}, {"--no-such-option"},     {"--no-bus", "--camera", "CAM1"},
+      {"--port", "70000"},
+      {"--port", "x"},
+      {"--pictures", "CAM1"},
+      {"--pictures", "=/p"},
+      {"--agent-pid", "CAM1="},
+      {"--broker", "host:port"},
+      {"--camera", "A=b..c"},
+      {"--no-such-option"},
+      {"--no-bus", "--camera", "CAM1"},
+      {"--ca", "/no/such/file"},
+      {"--cert", "/dev/null", "--key", "/dev/null"},
+      {"--ca", "/dev/null", "--cert", "/dev/null"},
   };
   for (const auto& arguments : wrong) {
     ConsoleOptions options;
