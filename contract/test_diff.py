@@ -196,13 +196,13 @@ class Difference(unittest.TestCase):
 
     def test_a_new_major_version_may_break(self):
         del self.new["operations"]["request_reboot_dev"]
-        self.new["info"]["version"] = "2.0.0"
+        self.new["info"]["version"] = f"{diff.major(DOCUMENT) + 1}.0.0"
         changes, is_allowed = diff.difference(DOCUMENT, self.new)
         self.assertTrue(changes.breaking and is_allowed)
 
     def test_a_new_minor_version_may_not(self):
         del self.new["operations"]["request_reboot_dev"]
-        self.new["info"]["version"] = "1.9.0"
+        self.new["info"]["version"] = f"{diff.major(DOCUMENT)}.9.0"
         self.assertFalse(diff.difference(DOCUMENT, self.new)[1])
 
     def test_a_condition_on_what_is_sent(self):
