@@ -87,6 +87,10 @@ class Cameras:
                                          {plate for plate, status in rows if status == UNDELIVERED})
         return of_cameras
 
+    def undelivered(self):
+        return {(serial_number, plate) for serial_number, (_, left) in self.stored().items()
+                for plate in left}
+
     def costs(self):
         return {"agent": [Cost(agent.pid) for agent in self._agents],
                 "camera": [Cost(camera.pid) for camera in self._cameras]}

@@ -8,7 +8,8 @@ def table(figures):
              f"{figures['seconds']:g} s",
              f"  online             {figures['online']}, all after {figures['seconds_to_online']} s",
              f"  results            {figures['results']}: {figures['acknowledged']} acknowledged, "
-             f"{figures['lost']} lost, {figures['arrived_again']} arrived again",
+             f"{figures['undelivered']} still in the stores, {figures['lost']} lost, "
+             f"{figures['arrived_again']} arrived again",
              f"  acknowledged       {_times(delivered)} after recognition",
              f"  requests           {figures['requests_answered']} answered "
              f"({figures['requests_failed']} of them with a failure), "
