@@ -8,6 +8,7 @@
 
 #include "console/passports/message_kinds.h"
 #include "json_text.h"
+#include "platform/host_port.h"
 #include "platform/json_member.h"
 #include "platform/log.h"
 #include "platform/trace.h"
@@ -95,7 +96,7 @@ Json::Value Listed(const Passport& passport) {
 
 Console::Console(boost::asio::io_context& context, const ConsoleOptions& options)
     : options_(options),
-      desk_({options.broker.host + ":" + std::to_string(options.broker.port),
+      desk_({tarvex::HostAndPortText(options.broker.host, options.broker.port),
              options.has_bus ? tarvex::EffectiveServersText(tarvex::BusAddress()) : ""}),
       contract_(ReadFile(options.contract_file)),
       metrics_(RequestNames(contract_)),

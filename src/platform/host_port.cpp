@@ -45,4 +45,9 @@ std::string ParseHostAndPort(const std::string& text, std::string* host, int* po
   return "";
 }
 
+std::string HostAndPortText(const std::string& host, int port) {
+  const bool is_bare_ipv6 = host.find(':') != std::string::npos && host.front() != '[';
+  return (is_bare_ipv6 ? "[" + host + "]" : host) + ":" + std::to_string(port);
+}
+
 }  // namespace tarvex

@@ -11,4 +11,7 @@ namespace tarvex {
 /// @return empty, or what is wrong.
 std::string ParseHostAndPort(const std::string& text, std::string* host, int* port);
 
+/// "HOST:PORT", with an IPv6 address in brackets, which the host may have already.
+std::string HostAndPortText(const std::string& host, int port);
+
 }  // namespace tarvex

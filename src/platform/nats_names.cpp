@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <boost/algorithm/string/split.hpp>
+
 #include "platform/host_port.h"
 #include "platform/log.h"
 #include "platform/nats_link.h"
@@ -26,14 +28,13 @@ std::vector<SocketAddress> FromVariable(const char* variable, const SocketAddres
   if (text.empty()) {
     return {otherwise};
   }
+  std::vector<std::string> places;
+  boost::split(places, text, [](char character) { return character == ','; });
   std::vector<SocketAddress> servers;
-  std::string rest = text + ",";
-  for (std::size_t comma = 0; (comma = rest.find(',')) != std::string::npos;
-       rest.erase(0, comma + 1)) {
+  for (const std::string& place : places) {
     std::string host;
     int port = 0;
-    if (!ParseHostAndPort(rest.substr(0, comma), &host, &port).empty() ||
-        !IsUsableAddress({host, port})) {
+    if (!ParseHostAndPort(place, &host, &port).empty() || !IsUsableAddress({host, port})) {
       SYS_LOG(kLogError, "%s is not \"host:port\": %s", variable, text.c_str());
       return {};
     }
@@ -71,9 +72,7 @@ std::string EffectiveServersText(const SocketAddress& address) {
 }
 
 std::string ServerText(const SocketAddress& server) {
-  const std::string& host = server.host();
-  const bool is_bare_ipv6 = host.find(':') != std::string::npos && host.front() != '[';
-  return (is_bare_ipv6 ? "[" + host + "]" : host) + ":" + std::to_string(server.port());
+  return HostAndPortText(server.host(), server.port());
 }
 
 std::string BusSubject(const std::string& name) {

@@ -49,10 +49,7 @@ std::string Mistake(const WrittenAddress& address, bool use_tls) {
 
 }  // namespace
 
-std::string BrokerAddress::Text() const {
-  const bool is_ipv6 = host.find(':') != std::string::npos;
-  return (is_ipv6 ? "[" + host + "]" : host) + ":" + std::to_string(port);
-}
+std::string BrokerAddress::Text() const { return tarvex::HostAndPortText(host, port); }
 
 std::string ReadBrokerAddresses(const std::vector<std::string>& texts, bool* use_tls,
                                 std::vector<BrokerAddress>* addresses) {
