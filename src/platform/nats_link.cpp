@@ -168,7 +168,9 @@ std::shared_ptr<NatsLink> NatsLink::Connect(const SocketAddress& address,
   check(natsOptions_SetName(created, client_name.c_str()));
   check(SetBehaviour(created));
   check(natsOptions_UseOldRequestStyle(created, options.has_few_requests));
-  check(link->Begin(created, check.status()));
+  if (check.status() == NATS_OK) {
+    check(link->Begin(created));
+  }
   if (link->connection_ == nullptr) {
     SYS_LOG(kLogError, "%s: %s", link->watcher_->title.c_str(), natsStatus_GetText(check.status()));
     return nullptr;
@@ -178,10 +180,9 @@ std::shared_ptr<NatsLink> NatsLink::Connect(const SocketAddress& address,
   return link;
 }
 
-natsStatus NatsLink::Begin(natsOptions* options, natsStatus so_far) {
+natsStatus NatsLink::Begin(natsOptions* options) {
   auto closure = std::make_unique<std::shared_ptr<Watcher>>(watcher_);
   FirstFailure check;
-  check(so_far);
   check(natsOptions_SetRetryOnFailedConnect(options, true, Watcher::OnConnected, closure.get()));
   check(natsOptions_SetReconnectedCB(options, Watcher::OnConnected, closure.get()));
   check(natsOptions_SetDisconnectedCB(options, Watcher::OnDisconnected, closure.get()));

@@ -22,11 +22,10 @@ class NatsLoop;
 class SocketService;
 
 /// Sends every message as soon as possible, and reconnects for ever, to whichever of the servers
-/// of its address is there. While there is no
-/// connection one published message is kept for the next (the library has no way to keep
-/// none), and publishing more fails. Requests that wait for an answer fail when the
-/// connection is lost. Usable from any thread, but on the thread of its event service only
-/// where it has one.
+/// of its address is there. While there is no connection one published message is kept for the
+/// next (the library has no way to keep none), and publishing more fails. Requests that wait for
+/// an answer fail when the connection is lost. Usable from any thread, but on the thread of its
+/// event service only where it has one.
 class NatsLink {
  public:
   /// Called when the connection is established (true) or lost (false) after Connect() has
@@ -111,7 +110,7 @@ class NatsLink {
   struct Watcher;
 
   NatsLink() = default;
-  natsStatus Begin(natsOptions* options, natsStatus so_far);
+  natsStatus Begin(natsOptions* options);
 
   natsConnection* connection_ = nullptr;
   std::shared_ptr<NatsLoop> loop_;  // null without an event service
