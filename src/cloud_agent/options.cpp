@@ -308,7 +308,7 @@ void CompleteOptions(const std::string& serial_number, double clock_scale,
   broker.will_payload = OfflineStatus();
   broker.request_filter = base + "/request/#";
   broker.max_request_bytes = options->agent.requests.max_request_bytes;
-  options->agent.requests.topics = {options->root, base, options->response_root};
+  options->agent.requests.topics = {base, options->response_root};
   options->agent.clock_scale = clock_scale;
 }
 

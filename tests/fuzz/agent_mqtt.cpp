@@ -20,7 +20,7 @@ using agent::OutboundMessage;
 using agent::RequestRunner;
 using fuzz::Check;
 
-const agent::Topics kTopics = {"cameras", "cameras/CAM1", "callers"};
+const agent::Topics kTopics = {"cameras/CAM1", "callers"};
 constexpr std::size_t kMostBytes = 2048;
 
 /// The agent's line and runner, with a plug-in that answers with what it is given.

@@ -15,8 +15,7 @@
 namespace agent {
 
 struct Topics {
-  std::string root;  ///< such as "cameras"
-  std::string base;  ///< "<root>/<sn>"
+  std::string base;  ///< "<root>/<sn>", such as "cameras/CAM1"
   /// Below it, too, are response topics that requests may name; empty: below
   /// "<base>/response/" only.
   std::string response_root;

@@ -100,7 +100,7 @@ class FakeLink : public Link {
 
 class AgentTest : public ::testing::Test {
  protected:
-  AgentTest() { options_.requests.topics = {"cameras", "cameras/CAM1", ""}; }
+  AgentTest() { options_.requests.topics = {"cameras/CAM1", ""}; }
 
   /// Starts the agent; calls_ holds what happened by then.
   void Start() {

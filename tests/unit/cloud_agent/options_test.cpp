@@ -222,7 +222,7 @@ TEST_F(Options, AreExplainedOnRequest) {
 TEST_F(Options, AreCompletedByTheSerialNumber) {
   Parse({"--root", "eu"});
   CompleteOptions("CAM1", 10.0, &options_);
-  EXPECT_EQ(options_.agent.requests.topics.root, "eu");
+  EXPECT_EQ(options_.root, "eu");
   EXPECT_EQ(options_.agent.requests.topics.base, "eu/CAM1");
   EXPECT_EQ(options_.link.broker.client_id, "CAM1");
   EXPECT_EQ(options_.link.broker.will_topic, "eu/CAM1/status");

@@ -22,7 +22,7 @@ using testing::HasSubstr;
 /// The plug-in's side of a request is `carry_out_`, by default one that says yes.
 class RequestRunnerTest : public testing::Test {
  protected:
-  RequestRunnerTest() { options_.topics = {"cameras", "cameras/CAM1", ""}; }
+  RequestRunnerTest() { options_.topics = {"cameras/CAM1", ""}; }
 
   void Start() {
     RequestRunner::Host host;

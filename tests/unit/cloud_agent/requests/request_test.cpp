@@ -10,7 +10,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-const Topics kTopics = {"cameras", "cameras/CAM1", "my"};
+const Topics kTopics = {"cameras/CAM1", "my"};
 
 InboundRequest Inbound(const std::string& name, const std::string& payload) {
   InboundRequest inbound;
@@ -194,7 +194,7 @@ std::string ErrorOfResponseTopic(const std::string& response_topic,
   InboundRequest inbound = Inbound("get_sn", R"({"id":"x","version":"1.0","payload":{}})");
   inbound.response_topic = response_topic;
   const Request request =
-      ReadRequest(inbound, {"cameras", "cameras/CAM1", response_root}, {"get_sn"}, 200);
+      ReadRequest(inbound, {"cameras/CAM1", response_root}, {"get_sn"}, 200);
   EXPECT_EQ(request.id, Json::Value("x"));
   return ErrorOf(request);
 }
