@@ -77,19 +77,17 @@ class Cameras:
         self._cameras = [self._camera(serial_number, 0) for serial_number in self.serial_numbers]
 
     def stored(self):
-        """The plate ids in each camera's store, by serial number: (all, those undelivered)."""
-        of_cameras = {}
+        """The results in the cameras' stores, by serial number and plate id: (all of them, those
+        undelivered)."""
+        results, undelivered = set(), set()
         for serial_number in self.serial_numbers:
             file = self._directory / serial_number / "camera/camera.db"
             with contextlib.closing(sqlite3.connect(f"file:{file}?mode=ro", uri=True)) as store:
-                rows = store.execute("SELECT id, status FROM results").fetchall()
-            of_cameras[serial_number] = ({plate for plate, _ in rows},
-                                         {plate for plate, status in rows if status == UNDELIVERED})
-        return of_cameras
-
-    def undelivered(self):
-        return {(serial_number, plate) for serial_number, (_, left) in self.stored().items()
-                for plate in left}
+                for plate, status in store.execute("SELECT id, status FROM results"):
+                    results.add((serial_number, plate))
+                    if status == UNDELIVERED:
+                        undelivered.add((serial_number, plate))
+        return results, undelivered
 
     def costs(self):
         return {"agent": [Cost(agent.pid) for agent in self._agents],

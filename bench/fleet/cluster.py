@@ -80,19 +80,11 @@ def serve(hosts):
         signal.pause()
 
 
-def recognised(cameras):
-    return sum(len(all_ids) for all_ids, _ in cameras.stored().values())
-
-
-def undelivered(cameras):
-    return sum(len(left) for _, left in cameras.stored().values())
-
-
 def kill_nodes(servers, observer, cameras, chosen):
     """@return how long each node was away, in microseconds."""
     dice = random.Random(chosen.seed)
     away_us = []
-    while len(away_us) < chosen.kills or recognised(cameras) < chosen.results:
+    while len(away_us) < chosen.kills or len(cameras.stored()[0]) < chosen.results:
         node = dice.randrange(NODES)
         begin = time.monotonic()
         servers.kill_node(node)
@@ -101,8 +93,9 @@ def kill_nodes(servers, observer, cameras, chosen):
         away_us.append((time.monotonic() - begin) * 1e6)
         await_flow(observer)
         if len(away_us) % 10 == 0:
-            say(f"{len(away_us)} kills, {recognised(cameras)} results, "
-                f"{undelivered(cameras)} undelivered, {observer.online()} online")
+            results, left = cameras.stored()
+            say(f"{len(away_us)} kills, {len(results)} results, {len(left)} undelivered, "
+                f"{observer.online()} online")
         time.sleep(dice.uniform(0, 2))
     return away_us
 
@@ -121,11 +114,8 @@ def drained(observer, cameras):
     @return whether it came so far."""
     deadline = time.monotonic() + DRAIN_S
     while time.monotonic() < deadline:
-        arrived = observer.arrived()
-        stored = cameras.stored()
-        if not any(left for _, left in stored.values()) and all(
-                (camera, plate) in arrived for camera, (ids, _) in stored.items()
-                for plate in ids):
+        results, left = cameras.stored()
+        if not left and results <= observer.arrived().keys():
             return True
         time.sleep(0.5)
     return False
@@ -146,13 +136,12 @@ def run(chosen):
         say("no more kills, no more cars")
         cameras.stop_cars()
         is_drained = drained(observer, cameras)
-        arrived, stored = observer.arrived(), cameras.stored()
-        results = {(camera, plate) for camera, (ids, _) in stored.items() for plate in ids}
-        left = {(camera, plate) for camera, (_, ids) in stored.items() for plate in ids}
+        arrived = observer.arrived()
+        results, left = cameras.stored()
         return {"seed": chosen.seed, "seconds": round(time.monotonic() - begin),
                 "results": len(results), "kills": len(away_us),
                 "away_ms": percentiles(away_us),
-                "lost": len([result for result in results - left if result not in arrived]),
+                "lost": len(results - left - arrived.keys()),
                 "undelivered": len(left), "drained": is_drained,
                 "arrived_again": sum(arrived.values()) - len(arrived),
                 "recognition_to_acknowledgement_ms":

@@ -139,7 +139,7 @@ def run(chosen):
             figures["broker_away_s"] = chosen.broker_away
             figures["returns_ms"] = the_return(servers, observer, chosen)
         say("waiting for what is under way")
-        figures.update(observer.await_all(PATIENCE_S, cameras.undelivered))
+        figures.update(observer.await_all(PATIENCE_S, cameras))
         figures["online"] = observer.online()
         if console:
             figures["online_on_console"] = console.await_online(observer.online())

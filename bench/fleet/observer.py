@@ -203,10 +203,10 @@ class Observer:
         return (f"{self.online()} online, {len(counted)} results, {acknowledged} acknowledged, "
                 f"{answered} requests answered")
 
-    def await_all(self, seconds, undelivered):
+    def await_all(self, seconds, cameras):
         """Waits for the results that were recognised until now, so long at the most.
-        @param undelivered which results the cameras' stores still have to deliver, by serial
-        number and plate id: after an outage one every five seconds. These are not lost.
+        @param cameras what their stores still have to deliver, after an outage one result every
+        five seconds, is not lost.
         @return what has become of them."""
         until_us = time.time_ns() // 1000
         deadline = time.monotonic() + seconds
@@ -217,7 +217,7 @@ class Observer:
                         if key not in self._arrived or key not in self._acknowledged_us]
         while missing() and time.monotonic() < deadline:
             time.sleep(0.1)
-        left = undelivered()
+        _, left = cameras.stored()
         with self._lock:
             counted = self._counted(until_us)
             return {"results": len(counted), "undelivered": sum(key in left for key in counted),

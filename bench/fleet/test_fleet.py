@@ -105,7 +105,7 @@ class Consumers(unittest.TestCase):
         before = len(kept())
         wait_until(lambda: len(kept()) > before + 10, "results of the one that is left")
         Consumer(self, servers, "one")  # it gets what it had not taken
-        arrived = observer.await_all(30, cameras.undelivered)
+        arrived = observer.await_all(30, cameras)
         self.assertEqual(arrived["lost"], 0)
         counted = observer.counted()
         wait_until(lambda: counted <= {row[:2] for row in kept()}, "every result", 30)
