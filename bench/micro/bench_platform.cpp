@@ -21,8 +21,13 @@ namespace {
 
 unsigned long long g_allocations = 0;
 
-std::map<std::string, std::string>& Replies() {
-  static std::map<std::string, std::string> replies;
+struct Reply {
+  std::string now;
+  std::string next;
+};
+
+std::map<std::string, Reply>& Replies() {
+  static std::map<std::string, Reply> replies;
   return replies;
 }
 
@@ -34,7 +39,10 @@ class Bus : public tarvex::DpClient {
     if (found == Replies().end()) {
       return 0;
     }
-    *reply = found->second;
+    *reply = found->second.now;
+    if (!found->second.next.empty()) {
+      found->second.now.swap(found->second.next);
+    }
     return 1;
   }
   int ListenMessage(const std::string& /*topic*/, int /*flags*/) override { return 0; }
@@ -70,7 +78,9 @@ class Identity : public ChwInfo {
 
 boost::shared_ptr<tarvex::DpClient> TheBus() { return BusSlot(); }
 
-void Answers(const std::string& queue, const std::string& reply) { Replies()[queue] = reply; }
+void Answers(const std::string& queue, const std::string& reply, const std::string& next_reply) {
+  Replies()[queue] = {reply, next_reply};
+}
 
 int AskBus(const std::string& queue, const std::string& request, std::string* reply) {
   return BusSlot()->SendRequest(queue, 0, request.data(), request.size(), reply, 1000);

@@ -32,8 +32,10 @@ class EventService : public tarvex::EventService {
 /// The one bus client; null before the plug-in has made it.
 boost::shared_ptr<tarvex::DpClient> TheBus();
 
-/// Has a queue answer with these bytes from now on.
-void Answers(const std::string& queue, const std::string& reply);
+/// Has a queue answer with these bytes from now on; every other time with the next ones, where
+/// there are some.
+void Answers(const std::string& queue, const std::string& reply,
+             const std::string& next_reply = {});
 
 /// What a client without a plug-in sends: the bytes go nowhere, the reply is the queue's.
 int AskBus(const std::string& queue, const std::string& request, std::string* reply);

@@ -40,6 +40,8 @@ constexpr char kAdRecord[] =
     R"({"type":"get_ad_voice_config","state_code":200,"body":{"media_voice_time_ctrl":[{"begin":"07:00","end":"21:00","volume":60}],"led_bright_mode":1,"led_bright_time_ctrl":[{"begin":"07:00","end":"19:00","bright":80}]}})";
 constexpr char kPicture[] =
     R"({"type":"picture","state_code":200,"body":{"img_path":"/tmp/app/pic/1700000000_full.jpg"}})";
+constexpr char kNextPicture[] =
+    R"({"type":"picture","state_code":200,"body":{"img_path":"/tmp/app/pic/1700000001_full.jpg"}})";
 constexpr char kStatus[] =
     R"({"type":"get_wl_check_status","state_code":200,"body":{"filter_enable":1}})";
 
@@ -49,6 +51,8 @@ struct Row {
   /// The queues that are asked, and what they answer.
   std::vector<std::pair<const char*, std::string>> replies;
   std::function<void(const Value& payload)> naive;
+  /// What the last of the queues answers every other time; empty: always the same.
+  std::string next_reply = {};
 };
 
 std::vector<Row> Rows() {
@@ -210,7 +214,8 @@ std::vector<Row> Rows() {
          answer["imgPath"] = Picture(reply);
          answer["state_code"] = 200;
          Write(answer);
-       }},
+       },
+       kNextPicture},
       {"snapshot",
        R"({"type":"snapshot"})",
        {{"ALG_REQUEST_MESSAGE", kPicture}},
@@ -224,7 +229,8 @@ std::vector<Row> Rows() {
          answer["imgPath"] = Picture(reply);
          answer["state_code"] = 200;
          Write(answer);
-       }},
+       },
+       kNextPicture},
       {"bind_device_list",
        R"({"type":"bind_device_list"})",
        {{"user_get_mate_info", R"({"state_code":200,"body":[{"sn":"MATE0001","name":"rear"}]})"}},
@@ -326,7 +332,7 @@ std::vector<Work> Requests() {
     works.push_back({row.name,
                      [row] {
                        for (const auto& [queue, reply] : row.replies) {
-                         Answers(queue, reply);
+                         Answers(queue, reply, row.next_reply);
                        }
                      },
                      [name = std::string(row.name), payload, version = std::string("1.0")] {

@@ -61,6 +61,15 @@ TEST_F(GetImageById, CutsAnOverlongTimeAfterTwentyTwoCharacters) {
             std::vector<std::string>{"/data/17.jpg 1234567891234567890123_SN0001_0.jpg"});
 }
 
+TEST_F(GetImageById, WritesANegativeTimeAsItStands) {
+  AnswersWithAPath();
+  platform().local_time = {-5, -2, 30, 0, -10, 6};
+  Ask();
+  BusHeard();
+  Published();
+  EXPECT_EQ(image_calls_, std::vector<std::string>{"/data/17.jpg -005-23000-1006_SN0001_0.jpg"});
+}
+
 TEST_F(GetImageById, PassesANegativeIdOn) {
   AnswersWithAPath();
   EXPECT_TRUE(Ask(R"({"id":-3})"));

@@ -110,35 +110,4 @@ TEST_F(IvsResult, MayBeAskedForAgainFromWithinItsPublication) {
   BusHeard();
 }
 
-/// Asks for the last result while it is given one, and keeps what it was given until after that.
-class NestedHost : public sigslot::has_slots<sigslot::single_threaded> {
- public:
-  explicit NestedHost(std::function<void()> ask) : ask_(std::move(ask)) {}
-  void OnPush(const std::string& name, const Json::Value& payload, const std::string& /*version*/,
-              unsigned long long /*tag*/) {
-    if (name == "ivs_result") {
-      ask_();
-      plate_id_afterwards = payload["AlarmInfoPlate"]["result"]["PlateResult"]["plateid"].asUInt();
-    }
-  }
-  unsigned plate_id_afterwards = 0;
-
- private:
-  std::function<void()> ask_;
-};
-
-TEST_F(IvsResult, IsNotChangedByOneThatIsAskedForFromWithinItsPublication) {
-  Answers("BUS_GET_IVS_INFO", RecordBytes().PlateId(3).str());
-  NestedHost host([this] { CloudSends("get_last_result", R"({"type":"get_last_result"})"); });
-  adapter_->SignalPushMessage.connect(&host, &NestedHost::OnPush);
-  for (unsigned id : {7U, 8U}) {
-    Deliver("BUS_SRV_IVS_RESULT", RecordBytes().PlateId(id));
-    RunPosted();
-    EXPECT_EQ(host.plate_id_afterwards, id);
-    PublishedPayload();
-    PublishedPayload();
-    BusHeard();
-  }
-}
-
 }  // namespace

@@ -12,22 +12,24 @@ namespace {
 
 constexpr char kReadRequest[] = R"({"type":"get_ad_voice_config","module":"AD_CONFIG_REQUESTION"})";
 
-/// Takes the settings out of the record.
-Json::Value WriteRequest(Json::Value& record) {
+/// With the settings of the record.
+Json::Value WriteRequest(const Json::Value& record) {
   Json::Value request;
   request["type"] = "set_ad_voice_config";
   request["module"] = "AD_CONFIG_REQUESTION";
-  request["body"] = TakeMember(record, "body");
+  request["body"] = Member(record, "body");
   return request;
 }
 
 }  // namespace
 
-bool MQTTAdapter::ReadAdRecord(Json::Value* record) {
+std::shared_ptr<const Json::Value> MQTTAdapter::ReadAdRecord() {
   std::string reply;
   // Any result but 0 counts here, a negative one too: deliberate.
-  return SendBusRequest(kQueueAdSettings, kReadRequest, kAdSettingsTimeout_ms, &reply) != 0 &&
-         Json::String2Json(reply, *record);
+  if (SendBusRequest(kQueueAdSettings, kReadRequest, kAdSettingsTimeout_ms, &reply) == 0) {
+    return nullptr;
+  }
+  return ParsedReply(kQueueAdSettings, reply);
 }
 
 bool MQTTAdapter::WriteAdRecord(const Json::Value& request, Json::Value& response) {
@@ -44,37 +46,37 @@ bool MQTTAdapter::WriteAdRecord(const Json::Value& request, Json::Value& respons
 
 bool MQTTAdapter::DoCmdGetAdVoice(const Json::Value& /*payload*/, const std::string& /*version*/,
                                   Json::Value& response) {
-  Json::Value record;
-  if (!ReadAdRecord(&record)) {
+  const std::shared_ptr<const Json::Value> record = ReadAdRecord();
+  if (!record) {
     return false;
   }
-  Json::Value settings = TakeMember(record, "body");
-  response["body"]["media_voice_time_ctrl"] = TakeMember(settings, "media_voice_time_ctrl");
+  const Json::Value& settings = Member(*record, "body");
+  response["body"]["media_voice_time_ctrl"] = Member(settings, "media_voice_time_ctrl");
   Publish("get_ad_voice", response, kTagGetAdVoice);
   return true;
 }
 
 bool MQTTAdapter::DoCmdGetLcdBright(const Json::Value& /*payload*/, const std::string& /*version*/,
                                     Json::Value& response) {
-  Json::Value record;
-  if (!ReadAdRecord(&record)) {
+  const std::shared_ptr<const Json::Value> record = ReadAdRecord();
+  if (!record) {
     return false;
   }
-  Json::Value settings = TakeMember(record, "body");
+  const Json::Value& settings = Member(*record, "body");
   Json::Value& body = response["body"];
-  body["lcd_bright_mode"] = TakeMember(settings, "led_bright_mode");
-  body["lcd_bright_time_ctrl"] = TakeMember(settings, "led_bright_time_ctrl");
+  body["lcd_bright_mode"] = Member(settings, "led_bright_mode");
+  body["lcd_bright_time_ctrl"] = Member(settings, "led_bright_time_ctrl");
   Publish("get_lcd_bright", response, kTagGetLcdBright);
   return true;
 }
 
 bool MQTTAdapter::DoCmdSetAdVoice(const Json::Value& payload, const std::string& /*version*/,
                                   Json::Value& response) {
-  Json::Value record;
-  if (!ReadAdRecord(&record)) {
+  const std::shared_ptr<const Json::Value> record = ReadAdRecord();
+  if (!record) {
     return false;
   }
-  Json::Value request = WriteRequest(record);
+  Json::Value request = WriteRequest(*record);
   const Json::Value& body = Member(payload, "body");
   if (!HasMember(body, "media_voice_time_ctrl")) {
     ADAPTER_LOG(kLogError, "SetAdVoice Fail, Dont have media_voice_time_ctrl");
@@ -86,11 +88,11 @@ bool MQTTAdapter::DoCmdSetAdVoice(const Json::Value& payload, const std::string&
 
 bool MQTTAdapter::DoCmdSetLcdBright(const Json::Value& payload, const std::string& /*version*/,
                                     Json::Value& response) {
-  Json::Value record;
-  if (!ReadAdRecord(&record)) {
+  const std::shared_ptr<const Json::Value> record = ReadAdRecord();
+  if (!record) {
     return false;
   }
-  Json::Value request = WriteRequest(record);
+  Json::Value request = WriteRequest(*record);
   const Json::Value& body = Member(payload, "body");
   if (!HasMember(body, "lcd_bright_time_ctrl") || !HasMember(body, "lcd_bright_mode")) {
     ADAPTER_LOG(kLogError, "SetLcdBright Fail, Dont have lcd_bright_time_ctrl or lcd_bright_mode");

@@ -76,9 +76,9 @@ bool MQTTAdapter::QueryAgentService(const AgentQuery& query, const Json::Value& 
     return false;
   }
   // A reply that is not JSON counts as success, with a null body.
-  Json::Value answer = ParsedReply(reply).value_or(Json::Value());
+  const std::shared_ptr<const Json::Value> answer = ParsedReply(query.service, reply);
   Json::Value result;
-  result["body"] = TakeMember(answer, "body");
+  result["body"] = answer ? Member(*answer, "body") : Json::Value::nullSingleton();
   result["state_code"] = kStateOk;
   ADAPTER_LOG_AS(query.handler, kLogInfo, "%s:%s\n", query.name, Text(result).c_str());
   Publish(query.name, result, query.tag);

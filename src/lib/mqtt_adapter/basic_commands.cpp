@@ -175,7 +175,7 @@ bool MQTTAdapter::DoCmdGetIoOutStatus(const Json::Value& payload, const std::str
     return false;
   }
   // What counts is the reply, not the result of the send.
-  const boost::optional<Json::Value> status =
+  const std::shared_ptr<const Json::Value> status =
       AskForJson(kQueueDevices, request_text, kIoOutStatusTimeout_ms);
   if (!status) {
     return false;

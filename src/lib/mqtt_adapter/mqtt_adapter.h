@@ -168,6 +168,11 @@ class MQTTAdapter : public BaseAdapter,
     unsigned int id;
     void (MQTTAdapter::*handler)(const tarvex::Message& msg);
   };
+  struct KeptReply {
+    std::string text;
+    /// Replaced, never changed: somebody may be reading it.
+    std::shared_ptr<const Json::Value> json;
+  };
   static const RequestRow kRequests[];
   static const TopicRow kTopics[];
   static const PostedRow kPosted[];
@@ -191,11 +196,12 @@ class MQTTAdapter : public BaseAdapter,
   /// Sends one bus request. @return as DpClient::SendRequest; 0 without a bus client.
   int SendBusRequest(const char* queue, const std::string& request, int timeout_ms,
                      std::string* reply);
-  /// A service's reply as JSON; nothing where it is empty or not JSON.
-  static boost::optional<Json::Value> ParsedReply(const std::string& reply);
+  /// A service's reply as JSON; null where it is empty or not JSON. One that is the same as the
+  /// service's reply before is not read again. @param queue a literal
+  std::shared_ptr<const Json::Value> ParsedReply(const char* queue, const std::string& reply);
   /// Sends one bus request. @return its reply as JSON, whatever the send returned.
-  boost::optional<Json::Value> AskForJson(const char* queue, const std::string& request,
-                                          int timeout_ms);
+  std::shared_ptr<const Json::Value> AskForJson(const char* queue, const std::string& request,
+                                                int timeout_ms);
   void Publish(const char* name, const Json::Value& payload, unsigned long long tag);
 
   // bus_events.cpp
@@ -222,7 +228,7 @@ class MQTTAdapter : public BaseAdapter,
   void PackLanectrlResult(const Json::Value& message, Json::Value& output);
 
   // ad_settings.cpp
-  bool ReadAdRecord(Json::Value* record);
+  std::shared_ptr<const Json::Value> ReadAdRecord();
   bool WriteAdRecord(const Json::Value& request, Json::Value& response);
 
   // pan_tilt.cpp
@@ -258,8 +264,12 @@ class MQTTAdapter : public BaseAdapter,
   /// at work, so that a result within that, as from the host's image function, has its own.
   std::unique_ptr<StyledDocument> m_plate_payload_;
   std::map<const char*, Json::Value> m_kept_requests_;  ///< by the address of their type
-  std::string m_network_settings_;                      ///< "net_rj45" as last read
-  boost::optional<std::string> m_network_ip_;           ///< the address in it
+  std::map<const char*, KeptReply> m_kept_replies_;     ///< by the address of their queue
+  // The answers with a picture, kept like m_plate_payload_: null while one is at work.
+  std::unique_ptr<Json::Value> m_image_answer_;
+  std::unique_ptr<Json::Value> m_snapshot_answer_;
+  std::string m_network_settings_;             ///< "net_rj45" as last read
+  boost::optional<std::string> m_network_ip_;  ///< the address in it
 };
 
 }  // namespace qex

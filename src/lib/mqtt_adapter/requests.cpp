@@ -14,6 +14,9 @@
 namespace qex {
 namespace {
 
+/// Of a service's reply, in bytes: a longer one is read anew each time.
+constexpr size_t kMostKeptOfReply = 1024;
+
 /// A published name. Most have nothing behind them but an answer to a request.
 struct PublishRow {
   const char* name;
@@ -195,19 +198,29 @@ int MQTTAdapter::SendBusRequest(const char* queue, const std::string& request, i
   return m_dp_client_->SendRequest(queue, 0, request.data(), request.size(), reply, timeout_ms);
 }
 
-boost::optional<Json::Value> MQTTAdapter::ParsedReply(const std::string& reply) {
-  Json::Value parsed;
-  if (reply.empty() || !Json::String2Json(reply, parsed)) {
-    return boost::none;
+std::shared_ptr<const Json::Value> MQTTAdapter::ParsedReply(const char* queue,
+                                                            const std::string& reply) {
+  KeptReply& kept = m_kept_replies_[queue];
+  if (kept.json && kept.text == reply) {
+    return kept.json;
+  }
+  const auto parsed = std::make_shared<Json::Value>();
+  if (reply.empty() || !Json::String2Json(reply, *parsed)) {
+    return nullptr;
+  }
+  if (reply.size() <= kMostKeptOfReply) {
+    kept.text = reply;
+    kept.json = parsed;
   }
   return parsed;
 }
 
-boost::optional<Json::Value> MQTTAdapter::AskForJson(const char* queue, const std::string& request,
-                                                     int timeout_ms) {
+std::shared_ptr<const Json::Value> MQTTAdapter::AskForJson(const char* queue,
+                                                           const std::string& request,
+                                                           int timeout_ms) {
   std::string reply;
   SendBusRequest(queue, request, timeout_ms, &reply);
-  return ParsedReply(reply);
+  return ParsedReply(queue, reply);
 }
 
 void MQTTAdapter::Publish(const char* name, const Json::Value& payload, unsigned long long tag) {

@@ -57,7 +57,7 @@ int MQTTAdapter::DeleteWlInfo(const Json::Value& body, Json::Value& result) {
     ADAPTER_LOG(kLogInfo, "req_data:%s", text.c_str());
     std::string reply;
     SendBusRequest(kQueueWhiteList, text, kWhiteListTimeout_ms, &reply);
-    if (ParsedReply(reply)) {
+    if (ParsedReply(kQueueWhiteList, reply)) {
       ADAPTER_LOG(kLogInfo, "Delete:%s", reply.c_str());
       result["state_code"] = kStateOk;
       done = 1;
@@ -86,7 +86,7 @@ int MQTTAdapter::ReplaceWlInfo(const Json::Value& body, Json::Value& result) {
     if (Json::Json2String(request, text)) {
       SendBusRequest(kQueueWhiteList, text, kWhiteListTimeout_ms, &reply);
     }
-    if (ParsedReply(reply)) {
+    if (ParsedReply(kQueueWhiteList, reply)) {
       ADAPTER_LOG(kLogInfo, "Replace:%s", reply.c_str());
       result["state_code"] = kStateOk;
       done = 1;
@@ -111,7 +111,7 @@ int MQTTAdapter::SelectWlInfo(const Json::Value& body, Json::Value& result) {
     if (Json::Json2String(request, text)) {
       SendBusRequest(kQueueWhiteList, text, kWhiteListSelectTimeout_ms, &reply);
     }
-    if (const boost::optional<Json::Value> parsed = ParsedReply(reply)) {
+    if (const auto parsed = ParsedReply(kQueueWhiteList, reply)) {
       ADAPTER_LOG(kLogInfo, "Select:%s", reply.c_str());
       // "state_code" stays as it is: deliberate.
       result["dldb_rec"] = Member(Member(*parsed, "body"), "white_list_rec");
@@ -167,7 +167,7 @@ int MQTTAdapter::SendWLCheckStatus() {
   if (!Json::Json2String(KeptRequest("get_wl_check_status"), text)) {
     return 0;
   }
-  const boost::optional<Json::Value> status =
+  const std::shared_ptr<const Json::Value> status =
       AskForJson(kQueueWhiteList, text, kWhiteListTimeout_ms);
   if (!status) {
     return 0;
