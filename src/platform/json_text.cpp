@@ -4,6 +4,8 @@
 #include <array>
 #include <charconv>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <sstream>
@@ -160,11 +162,25 @@ void Append(const Value& value, Output& output) {
   }
 }
 
+/// Looks at eight bytes at a time.
+bool IsAscii(const std::string& text) {
+  constexpr std::uint64_t kHighBits = 0x8080808080808080U;
+  std::uint64_t eight = 0;
+  std::size_t at = 0;
+  for (; at + sizeof(eight) <= text.size(); at += sizeof(eight)) {
+    std::memcpy(&eight, text.data() + at, sizeof(eight));
+    if ((eight & kHighBits) != 0) {
+      return false;
+    }
+  }
+  return std::all_of(text.begin() + static_cast<std::ptrdiff_t>(at), text.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
 /// Replaces every byte that is not part of UTF-8 by U+FFFD: left alone, one bad string
 /// would make a whole document unreadable for its receiver.
 void MakeUtf8(std::string& text) {
-  if (std::all_of(text.begin(), text.end(),
-                  [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+  if (IsAscii(text)) {
     return;
   }
   using Utf8 = boost::locale::utf::utf_traits<char>;

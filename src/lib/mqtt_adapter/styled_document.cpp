@@ -1,6 +1,7 @@
 #include "styled_document.h"
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 
 #include "json_text.h"
@@ -14,44 +15,70 @@ std::string Marker(size_t number) { return "@" + std::to_string(number) + "@"; }
 /// Whether a character stands in JSON as it is.
 bool IsPlain(char c) { return c >= 0x20 && c < 0x7F && c != '"' && c != '\\'; }
 
-void AppendNumber(Json::LargestUInt number, std::string& text) {
-  char digits[20];  // of 2^64
-  char* const end = digits + sizeof(digits);
-  char* begin = end;
-  do {
-    *--begin = static_cast<char>('0' + number % 10);
-    number /= 10;
-  } while (number != 0);
-  text.append(begin, static_cast<size_t>(end - begin));
-}
+/// A text that is written from its beginning on, into room that grows in steps: so most writing
+/// calls no function of std::string.
+class Writer {
+ public:
+  explicit Writer(std::string& text) : text_(text) { text_.resize(text_.capacity()); }
 
-void AppendNumber(Json::LargestInt number, std::string& text) {
-  const auto bits = static_cast<Json::LargestUInt>(number);
-  if (number < 0) {
-    text += '-';
+  void Append(const char* bytes, size_t size) {
+    memcpy(Room(size), bytes, size);
+    length_ += size;
   }
-  AppendNumber(number < 0 ? 0 - bits : bits, text);
-}
+  void Append(const std::string& text) { Append(text.data(), text.size()); }
+  void Append(Json::LargestUInt number) {
+    char digits[20];  // of 2^64
+    char* const end = digits + sizeof(digits);
+    char* begin = end;
+    do {
+      *--begin = static_cast<char>('0' + number % 10);
+      number /= 10;
+    } while (number != 0);
+    Append(begin, static_cast<size_t>(end - begin));
+  }
+  void Append(Json::LargestInt number) {
+    const auto bits = static_cast<Json::LargestUInt>(number);
+    if (number < 0) {
+      Append("-", 1);
+    }
+    Append(number < 0 ? 0 - bits : bits);
+  }
+  /// @return false where the value is of a kind that is not written here.
+  bool Append(const Json::Value& value);
 
-/// @return false where the value is of a kind that is not written here.
-bool Append(const Json::Value& value, std::string& text) {
+  /// Takes what has room only off the text.
+  void Finish() { text_.resize(length_); }
+
+ private:
+  char* Room(size_t size) {
+    if (text_.size() - length_ < size) {
+      text_.resize(2 * text_.size() + size);
+    }
+    return &text_[length_];
+  }
+
+  std::string& text_;
+  size_t length_ = 0;
+};
+
+bool Writer::Append(const Json::Value& value) {
   switch (value.type()) {
     case Json::intValue:
-      AppendNumber(value.asLargestInt(), text);
+      Append(value.asLargestInt());
       return true;
     case Json::uintValue:
-      AppendNumber(value.asLargestUInt(), text);
+      Append(value.asLargestUInt());
       return true;
     case Json::booleanValue:
-      text += value.asBool() ? "true" : "false";
+      value.asBool() ? Append("true", 4) : Append("false", 5);
       return true;
     case Json::stringValue: {
       const char* begin = nullptr;
       const char* end = nullptr;
       value.getString(&begin, &end);
-      text += '"';
-      text.append(begin, static_cast<size_t>(end - begin));
-      text += '"';
+      Append("\"", 1);
+      Append(begin, static_cast<size_t>(end - begin));
+      Append("\"", 1);
       return std::all_of(begin, end, IsPlain);
     }
     default:
@@ -128,15 +155,16 @@ const std::string& StyledDocument::Text() {
   if (slots_.empty()) {
     TakeLayout();
   }
-  text_.clear();
+  Writer writer(text_);
   for (const Slot& slot : slots_) {
-    text_ += slot.before;
-    if (!Append(*slot.value, text_)) {
+    writer.Append(slot.before);
+    if (!writer.Append(*slot.value)) {
       text_ = body.toStyledString();
       return text_;
     }
   }
-  text_ += after_;
+  writer.Append(after_);
+  writer.Finish();
   return text_;
 }
 
