@@ -125,7 +125,7 @@ run_tests() {
   temporary=$(mktemp -d)
   chmod 755 "$temporary"  # a broker that root starts reads as another user
   # Most tests wait for processes most of the time; under a sanitizer or emulated they keep a core busy.
-  at_once=$(($(nproc) * 4))
+  at_once=$(($(nproc) * 8))
   [[ $directory != build/?san && $directory != build/arm* ]] || at_once=$(nproc)
   TMPDIR=$temporary "${runner[@]}" ctest --test-dir "$directory" --parallel "$at_once" --output-on-failure \
     --no-tests=error "${which[@]}" "${options[@]}" || status=$?

@@ -25,14 +25,10 @@ export class Browser {
   }
 
   /// Opens a view, such as "requests/gpio_out", and waits until the page has its first snapshot.
-  async open(rig, view = "live", {width = 1600, dark = false} = {}) {
+  async open(rig, view = "live", look = {}) {
     const tab = await this.chromium.newPage();
-    await tab.setViewport({width, height: 1000});
-    await tab.emulateMediaFeatures([
-      {name: "prefers-color-scheme", value: dark ? "dark" : "light"},
-      {name: "prefers-reduced-motion", value: "reduce"},
-    ]);
     const page = new Page(tab, rig);
+    await page.look(look);
     await tab.goto(`${rig.address}/#${view}`);
     await page.find('body[data-connected="true"]');
     return page;
@@ -62,6 +58,14 @@ class Page {
         this.faults.push(`asks another host: ${request.url()}`);
       }
     });
+  }
+
+  async look({width = 1600, dark = false}) {
+    await this.tab.setViewport({width, height: 1000});
+    await this.tab.emulateMediaFeatures([
+      {name: "prefers-color-scheme", value: dark ? "dark" : "light"},
+      {name: "prefers-reduced-motion", value: "reduce"},
+    ]);
   }
 
   /// Waits for an element; `selector` may end in one that only an element in this state has.
