@@ -16,7 +16,7 @@ case " $* " in
   *)
     need_packages bench
     need_npm bench/peers
-    build dev "bench_load cloud_agent virtual_camera mqttadapter micro_bench micro_instructions"
+    build dev "bench_load system_calls cloud_agent virtual_camera mqttadapter micro_bench micro_instructions"
     ;;
 esac
 python bench/desk/bench_desk.py "$@"

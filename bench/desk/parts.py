@@ -148,6 +148,9 @@ class Parts:
     def node(self, *options, root="cameras"):
         return self._peer(["node", PEERS / "adapter.mjs"], root, options)
 
+    def calls(self, *options, root="cameras"):
+        return self._peer([BUILD / "bin/system_calls"], root, options)
+
     def _peer(self, command, root, options):
         return self.start(
             [*command, "--broker", f"127.0.0.1:{self.broker_port}", "--root", root,

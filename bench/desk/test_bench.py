@@ -37,6 +37,16 @@ class Results(unittest.TestCase):
         self.assertEqual((figures["arrived"], figures["confirmed"]), (0, PLENTY))
 
 
+    def test_are_all_delivered_where_nothing_but_the_calls_is_done(self):
+        parts = measurements.parts_with_databases()
+        self.addCleanup(parts.end)
+        for in_flight in ("1", "20"):
+            calls = parts.calls("--results-in-flight", in_flight)
+            figures = load.results(parts, calls, count=PLENTY, window=int(in_flight))
+            self.assertEqual((figures["arrived"], figures["confirmed"]), (PLENTY, PLENTY))
+            parts.end_program(calls)
+
+
 class Rounds(unittest.TestCase):
     def test_give_the_median_of_each_figure(self):
         runs = [{"rate": rate, "times": {"p50": 10 - rate}} for rate in (1, 9, 4)]
