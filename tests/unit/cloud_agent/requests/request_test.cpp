@@ -193,8 +193,7 @@ std::string ErrorOfResponseTopic(const std::string& response_topic,
                                  const std::string& response_root) {
   InboundRequest inbound = Inbound("get_sn", R"({"id":"x","version":"1.0","payload":{}})");
   inbound.response_topic = response_topic;
-  const Request request =
-      ReadRequest(inbound, {"cameras/CAM1", response_root}, {"get_sn"}, 200);
+  const Request request = ReadRequest(inbound, {"cameras/CAM1", response_root}, {"get_sn"}, 200);
   EXPECT_EQ(request.id, Json::Value("x"));
   return ErrorOf(request);
 }
