@@ -17,9 +17,9 @@ bool IsPlain(char c) { return c >= 0x20 && c < 0x7F && c != '"' && c != '\\'; }
 
 /// A text that is written from its beginning on, into room that grows in steps: so most writing
 /// calls no function of std::string.
-class Writer {
+class TextWriter {
  public:
-  explicit Writer(std::string& text) : text_(text) { text_.resize(text_.capacity()); }
+  explicit TextWriter(std::string& text) : text_(text) { text_.resize(text_.capacity()); }
 
   void Append(const char* bytes, size_t size) {
     memcpy(Room(size), bytes, size);
@@ -61,7 +61,7 @@ class Writer {
   size_t length_ = 0;
 };
 
-bool Writer::Append(const Json::Value& value) {
+bool TextWriter::Append(const Json::Value& value) {
   switch (value.type()) {
     case Json::intValue:
       Append(value.asLargestInt());
@@ -155,7 +155,7 @@ const std::string& StyledDocument::Text() {
   if (slots_.empty()) {
     TakeLayout();
   }
-  Writer writer(text_);
+  TextWriter writer(text_);
   for (const Slot& slot : slots_) {
     writer.Append(slot.before);
     if (!writer.Append(*slot.value)) {
