@@ -22,6 +22,10 @@ Database::Database(const std::string& path) : path_(path) {
     sqlite3_busy_timeout(handle_, 2000);
     Execute("PRAGMA journal_mode=WAL");
     Execute(kSynced);
+    // A commit, which writes over one that a killed process has left in the log. That one is not
+    // seen while another process has the file open, and would come back after a loss of power.
+    // Where it fails, as on a full disk, a camera starts all the same.
+    sqlite3_exec(handle_, "PRAGMA user_version=1", nullptr, nullptr, nullptr);
   } catch (...) {
     sqlite3_close(handle_);
     throw;
