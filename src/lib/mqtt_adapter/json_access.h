@@ -20,15 +20,6 @@ inline const Json::Value& Element(const Json::Value& value, Json::ArrayIndex ind
   return value.isArray() ? value[index] : Json::Value::nullSingleton();
 }
 
-/// Moves a member out of an object; null where it is missing or `value` is no object.
-inline Json::Value TakeMember(Json::Value& value, const char* key) {
-  Json::Value taken;
-  if (value.isObject() && value.isMember(key)) {
-    taken.swap(value[key]);
-  }
-  return taken;
-}
-
 /// Whether `value` is that very text.
 inline bool IsText(const Json::Value& value, boost::string_view text) {
   const char* begin = nullptr;
