@@ -101,27 +101,27 @@ def write():
                  for architecture in ARCHITECTURES for way in WAYS}
     sizes = {key: size(library) for key, library in libraries.items()}
     shipped = {architecture: sizes[architecture, AS_IT_SHIPS] for architecture in ARCHITECTURES}
-    report.DOCUMENT = DOCUMENT
     report.write("size", report.table(
         ["Bytes", *ARCHITECTURES],
         [[name, *(shipped[architecture][name] for architecture in ARCHITECTURES)]
-         for name in ("file", *PARTS, "relocations")]))
+         for name in ("file", *PARTS, "relocations")]), DOCUMENT)
     here = on_this_machine(libraries["amd64", AS_IT_SHIPS])
     works = {way: counted(libraries["amd64", way]) for way in WAYS}
     report.write("ways", report.table(
         ["Bytes of the file", *ARCHITECTURES, "instructions per result, amd64"],
         [[way, *(sizes[architecture, way]["file"] for architecture in ARCHITECTURES),
-          works[way]["plate_result"]["instructions"]] for way in WAYS]))
+          works[way]["plate_result"]["instructions"]] for way in WAYS]), DOCUMENT)
     report.write("heap", report.table(
         ["Bytes of heap, amd64", "are"],
         [["loaded and initialised", here["heap_idle"]],
          ["the most: 20 results wait, one is published", here["heap_most"]],
-         ["after them", here["heap_after"]]]))
+         ["after them", here["heap_after"]]]), DOCUMENT)
     report.write("work", report.table(
         ["Work, amd64", "instructions", "allocations"],
         [["a plate result" if name == "plate_result" else f"`{name}`", work["instructions"],
-          work["allocations"]] for name, work in works[AS_IT_SHIPS].items()]))
-    report.write("load", f"It is loaded in {here['load_us']} us there (the median of 101 times).")
+          work["allocations"]] for name, work in works[AS_IT_SHIPS].items()]), DOCUMENT)
+    report.write("load", f"It is loaded in {here['load_us']} us there (the median of 101 times).",
+                 DOCUMENT)
     COMMITTED.write_text(json.dumps(
         {architecture: {name: figures[name] for name in ("file", "relocations")}
          for architecture, figures in shipped.items()} |
