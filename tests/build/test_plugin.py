@@ -89,7 +89,8 @@ class BuiltElsewhere(PluginTest):
 
     def test_is_the_same_file_from_every_directory(self):
         one, other = self.libraries
-        self.assertTrue(filecmp.cmp(one, other, shallow=False), only_in_one(one, other))
+        if not filecmp.cmp(one, other, shallow=False):
+            self.fail(only_in_one(one, other))
 
     def test_names_no_directory_to_search_where_jsoncpp_is_not_the_systems(self):
         self.assertNotIn("PATH", done("readelf", "--dynamic", self.library))
