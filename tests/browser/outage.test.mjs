@@ -12,6 +12,7 @@ const redelivered = '#feed li[data-kind="result"][data-redelivered="true"][data-
 
 test("ten cars of an outage wait in the store, and are pushed and delivered when it is over", async () => {
   const page = await desk.browser.open(desk.rig, "outage");
+  await page.count('[data-part]:not([data-ok="true"])', 0); // before that there is no outage
   await page.click('button[data-link="cut"]');
   await page.find('[data-link-mode="cut"]');
   await page.click("#ten-cars");

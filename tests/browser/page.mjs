@@ -14,7 +14,8 @@ export class Browser {
     browser.directory = mkdtempSync(join(tmpdir(), "chromium-"));
     const {directory} = browser;
     browser.chromium = await puppeteer.launch({
-      executablePath: "/usr/bin/chromium",
+      executablePath: "/usr/bin/chromium-headless-shell",
+      headless: "shell",
       userDataDir: join(directory, "profile"),
       args: process.getuid() === 0 ? ["--no-sandbox"] : [],
       // All that it keeps goes with the directory.

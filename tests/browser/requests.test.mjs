@@ -33,15 +33,16 @@ test("there is a form for each of the 23 requests", async () => {
 
 test("each form sends its example, and shows its answer", async (t) => {
   await desk.rig.ctl(["car"]); // what get_last_result and get_image_by_id ask for
+  const page = await openForm(names[0]);
   for (const name of names) {
     await t.test(name, async () => {
-      const page = await openForm(name);
-          await page.click(`${form(name)} button[type=submit]`);
+      await page.view(`requests/${name}`);
+      await page.click(`${form(name)} button[type=submit]`);
       await page.find(`${answered(name)}[data-result="true"]`);
       assert.match(await page.text(`${form(name)} [data-answer-json]`), /result.*true/s);
-      await page.close();
     });
   }
+  await page.close();
 });
 
 test("a request's passport has the way from the cloud to the camera and back", async () => {

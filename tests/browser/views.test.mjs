@@ -102,7 +102,7 @@ async function obstacles(page) {
   if (!await page.tab.evaluate("window.axe !== undefined")) {
     await page.tab.evaluate(axe.source);
   }
-  const found = await page.tab.evaluate("axe.run()");
+  const found = await page.tab.evaluate("axe.run({resultTypes: ['violations']})");
   return found.violations
     .filter(({impact}) => impact === "serious" || impact === "critical")
     .map(({id, help, nodes}) => `${id}: ${help}: ${nodes.map((node) => node.target).join(", ")}`);
