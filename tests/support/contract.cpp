@@ -4,6 +4,7 @@
 #include <map>
 #include <sstream>
 #include <stdexcept>
+#include <unordered_set>
 
 #include <valijson/adapters/jsoncpp_adapter.hpp>
 #include <valijson/schema.hpp>
@@ -67,7 +68,11 @@ std::string Lines(valijson::ValidationResults& results) {
 }  // namespace
 
 struct Contract::Schemas {
-  std::map<std::string, valijson::Schema> by_name;
+  struct One {
+    valijson::Schema schema;
+    std::unordered_set<std::string> held;  ///< documents that hold: most are sent more than once
+  };
+  std::map<std::string, One> by_name;
   valijson::Validator validator{valijson::Validator::kStrongTypes};  ///< keeps its patterns
 };
 
@@ -100,12 +105,20 @@ std::string Contract::Violations(const std::string& schema, const Json::Value& d
     throw std::runtime_error("the contract has no schema " + schema);
   }
   const auto [entry, is_new] = schemas_->by_name.try_emplace(schema);
+  auto& [rules, held] = entry->second;
   if (is_new) {
     root_["allOf"][0]["$ref"] = "#/components/schemas/" + schema;
-    valijson::SchemaParser().populateSchema(JsonCppAdapter(root_), entry->second);
+    valijson::SchemaParser().populateSchema(JsonCppAdapter(root_), rules);
+  }
+  std::string text;
+  Json::Json2String(document, text);
+  if (held.count(text) != 0) {
+    return "";
   }
   valijson::ValidationResults results;
-  schemas_->validator.validate(entry->second, JsonCppAdapter(document), &results);
+  if (schemas_->validator.validate(rules, JsonCppAdapter(document), &results)) {
+    held.insert(text);
+  }
   return Lines(results);
 }
 
