@@ -111,8 +111,7 @@ std::string Contract::Violations(const std::string& schema, const Json::Value& d
     valijson::SchemaParser().populateSchema(JsonCppAdapter(root_), rules);
   }
   std::string text;
-  Json::Json2String(document, text);
-  if (held.count(text) != 0) {
+  if (Json::Json2String(document, text) && held.count(text) != 0) {
     return "";
   }
   valijson::ValidationResults results;
