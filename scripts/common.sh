@@ -106,7 +106,7 @@ matching_tests() {
 
 # Prints /dev/shm if there is 1 GB of room and programs can be started from there, else /tmp.
 memory_or_disk() {
-  local free=0 options=noexec
+  local free options
   read -r free options < <(findmnt --noheadings --bytes --output AVAIL,OPTIONS /dev/shm) || true
   if [[ ${free:-0} -ge 1000000000 && $options != *noexec* && -w /dev/shm ]]; then
     echo /dev/shm

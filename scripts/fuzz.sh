@@ -19,8 +19,7 @@ HELP
 }
 
 # Where the camera has its data: what it writes, it waits for.
-in_memory=/dev/shm
-[ -w "$in_memory" ] || in_memory=/tmp
+in_memory=$(memory_or_disk)
 
 # usage: try_inputs TARGET SECONDS
 try_inputs() {
