@@ -111,11 +111,12 @@ std::string Contract::Violations(const std::string& schema, const Json::Value& d
     valijson::SchemaParser().populateSchema(JsonCppAdapter(root_), rules);
   }
   std::string text;
-  if (Json::Json2String(document, text) && held.count(text) != 0) {
+  const bool is_text = Json::Json2String(document, text);
+  if (is_text && held.count(text) != 0) {
     return "";
   }
   valijson::ValidationResults results;
-  if (schemas_->validator.validate(rules, JsonCppAdapter(document), &results)) {
+  if (schemas_->validator.validate(rules, JsonCppAdapter(document), &results) && is_text) {
     held.insert(text);
   }
   return Lines(results);
